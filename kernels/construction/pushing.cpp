@@ -1,0 +1,212 @@
+// Getting expressions onto a stack from the host's row-wise form, building and testing that form,
+// and preparing shapes, strides and linear indexes.
+//
+// The row-wise form has, for each of `nelem` rows, the entries ptrb[i] up to but not including
+// ptrb[i + 1] of `subj` (variable indexes) and `cof_v` (coefficients), and a fixed term bfix[i].
+
+#include <algorithm>
+
+#include "algorithms.h"
+#include "closure_frame.h"
+
+namespace fragments {
+
+namespace {
+
+/// Sets the extents from `from` up to but not including `end` to 1.
+template <class S>
+void fill_with_ones(I32<S> shape, int64_t from, int64_t end)
+{
+    fill_n(shape.from(from), end - from, 1);
+}
+
+/// Entries of a dense matrix to triplets, row by row, zeros too.
+template <class S>
+void dense_to_triplets(int dimi, int dimj, I32<S> msubi, I32<S> msubj, F64<S> mval,
+                       Matrix<double, S> mx)
+{
+    int64_t k = 0;
+    for (int i = 0; i < dimi; ++i) {
+        for (int j = 0; j < dimj; ++j, ++k) {
+            msubi[k] = i;
+            msubj[k] = j;
+            mval[k] = mx(i, j);
+        }
+    }
+}
+
+/// Adds the linear index of each row of subscripts to `sp`.
+template <class S>
+void add_linear_indexes(int n, int nd, I64<S> s, I64<S> sp, Matrix<int32_t, S> sparsity)
+{
+    for (int e = 0; e < n; ++e)
+        for (int j = 0; j < nd; ++j) sp[e] += sparsity(e, j) * s[j];
+}
+
+} // namespace
+
+/// push_expression: the row-wise form goes onto the stack as a dense expression. Each element gets
+/// its terms and then always one with index 0, its fixed term.
+CLOSURE(601, void,
+        (F64 bfix, int cof_base, F64 cof_v, F64 f64, I32 i32, I64 i64, int nd, int nelem,
+         int nidxs_base, int ptr_base, I64 ptrb, I32 shape, int shape_base, I64 subj))
+{
+    const auto ptr = i32.from(ptr_base);
+    const auto nidxs = i64.from(nidxs_base);
+    const auto cof = f64.from(cof_base);
+    copy_n(shape, nd, i32.from(shape_base));
+    ptr[0] = 0;
+    int t = 0;
+    for (int i = 0; i < nelem; ++i) {
+        const int64_t begin = ptrb[i];
+        const int64_t n = std::max<int64_t>(ptrb[i + 1] - begin, 0);
+        copy_n(subj.from(begin), n, nidxs.from(t));
+        copy_n(cof_v.from(begin), n, cof.from(t));
+        t += static_cast<int>(n);
+        nidxs[t] = 0;
+        cof[t] = bfix[i];
+        ptr[i + 1] = ++t;
+    }
+}
+
+CLOSURE(600, void, (int end, int from, I32 shape))
+{
+    fill_with_ones(shape, from, end);
+}
+CLOSURE(598, void, (int end, int from, I32 shape))
+{
+    fill_with_ones(shape, from, end);
+}
+
+CLOSURE(599, void, (int n, I32 sh, I32 shape))
+{
+    copy_n(sh, n, shape);
+}
+CLOSURE(597, void, (int n, I32 sh, I32 shape))
+{
+    copy_n(sh, n, shape);
+}
+
+// Row-wise form from pairs (ii[k], idxs[k]): a counting sort by row, of which each closure is one
+// step. Pairs of one row keep their order.
+
+CLOSURE(593, void, (I64 ii, int n, I64 ptrb))
+{
+    for (int k = 0; k < n; ++k) ++ptrb[ii[k] + 1];
+}
+
+CLOSURE(594, void, (I64 ptrb, int n))
+{
+    running_sum(ptrb, n);
+}
+
+CLOSURE(595, void, (I64 idxs, I64 ii, int n, I64 ptrb, I64 subj))
+{
+    for (int k = 0; k < n; ++k) subj[ptrb[ii[k]]++] = idxs[k];
+}
+
+CLOSURE(596, void, (I64 ptrb, int n))
+{
+    shift_up(ptrb, n);
+}
+
+/// Number of positions of the first `n` dimensions, times `size`.
+CLOSURE(592, int, (int n, I32 shape, int size))
+{
+    return product(size, shape, n);
+}
+
+/// Pads row `k` of a table of shapes with ones, from the length of `shp` on.
+CLOSURE(591, void, (int k, int nd, I32Matrix shapes, I32 shp))
+{
+    for (int64_t i = shp.length(); i < nd; ++i) shapes(k, i) = 1;
+}
+
+/// Row `k` of a table of shapes.
+CLOSURE(590, void, (int k, I32Matrix shapes, I32 shp))
+{
+    for (int64_t i = 0; i < shp.length(); ++i) shapes(k, i) = shp[i];
+}
+
+CLOSURE(589, void, (int n, I32 s, I32 shape))
+{
+    fill_with_ones(shape, s.length(), n);
+}
+
+CLOSURE(588, void, (I32 s, I32 shape))
+{
+    copy_n(s, s.length(), shape);
+}
+
+/// Largest and smallest number of dimensions of operands 1 to `n` - 1 and of the values passed.
+CLOSURE(587, results(int, int), (int maxnd, int minnd, int n, I32 nds))
+{
+    for (int k = 1; k < n; ++k) {
+        maxnd = std::max(maxnd, nds[k]);
+        minnd = std::min(minnd, nds[k]);
+    }
+    return {maxnd, minnd};
+}
+
+CLOSURE(580, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx))
+{
+    dense_to_triplets(dimi, dimj, msubi, msubj, mval, mx);
+}
+CLOSURE(579, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx))
+{
+    dense_to_triplets(dimi, dimj, msubi, msubj, mval, mx);
+}
+CLOSURE(578, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx))
+{
+    dense_to_triplets(dimi, dimj, msubi, msubj, mval, mx);
+}
+
+CLOSURE(577, void, (int n, int nd, I64 s, I64 sp, I32Matrix sparsity))
+{
+    add_linear_indexes(n, nd, s, sp, sparsity);
+}
+CLOSURE(575, void, (int n, int nd, I64 s, I64 sp, I32Matrix sparsity))
+{
+    add_linear_indexes(n, nd, s, sp, sparsity);
+}
+
+CLOSURE(576, void, (int nd, I64 s, I32 shp))
+{
+    row_major_strides(shp, nd, s);
+}
+CLOSURE(574, void, (int nd, I64 s, I32 shp))
+{
+    row_major_strides(shp, nd, s);
+}
+
+CLOSURE(573, int, (int size, I32 vals))
+{
+    return product(size, vals, vals.length());
+}
+
+/// Consistency of a row-wise form: whether the first `n` entries of `inst` ascend strictly within
+/// [0, size), whether `ptrb` never descends over `n` rows, and whether no extent is negative.
+/// Without entries in `inst`, `instok` keeps its value; the other flags can only fall.
+CLOSURE(572, results(bool, bool, bool),
+        (I64 inst, bool instok, int n, I64 ptrb, bool ptrbok, bool shapeok, long long size,
+         I32 thisshape))
+{
+    for (int64_t i = 0; shapeok && i < thisshape.length(); ++i) shapeok = thisshape[i] >= 0;
+    for (int i = 0; ptrbok && i < n; ++i) ptrbok = ptrb[i] <= ptrb[i + 1];
+    if (inst.length() > 0) instok = strictly_ascending(inst[0] >= 0 && inst[n - 1] < size, inst, n);
+    return {instok, ptrbok, shapeok};
+}
+
+/// Pointers and coefficients of an expression with one term of coefficient 1.0 in each element.
+CLOSURE(571, void, (int cof_base, int nelem, int nnz, int ptr_base, F64 rf64, I32 ri32))
+{
+    iota_n(ri32.from(ptr_base), int64_t{nelem} + 1);
+    fill_n(rf64.from(cof_base), nnz, 1.0);
+}
+
+CLOSURE(570, void, (I32 ri32, I32 shape, int shape_base))
+{
+    copy_n(shape, shape.length(), ri32.from(shape_base));
+}
+
+} // namespace fragments

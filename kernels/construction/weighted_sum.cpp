@@ -1,0 +1,258 @@
+// weighted_sum: the sum of n expressions of equal shape, operand k times w[k].
+//
+// The operands' headers arrive as arrays with one entry for each operand; their sections lie on
+// the w stack. Operands that are all sparse are merged by their linear indexes (523); as soon as
+// one is dense, the terms of each result element are counted, and each operand is scattered to its
+// place (514 to 522). Within a result element the terms of operand 0 come first, then those of
+// operand 1, and so on; none are merged.
+
+#include "algorithms.h"
+#include "closure_frame.h"
+#include "scratch.h"
+#include "stacked_expression.h"
+
+namespace fragments {
+
+namespace {
+
+/// What becomes of the programs of operand k. The list is read only if some operand has code.
+template <class S>
+Code code_of_operand(bool anycode, I32<S> ncodeatom, int k)
+{
+    if (!anycode) return Code::none;
+    return ncodeatom[k] < 1 ? Code::constant : Code::scaled;
+}
+
+/// Adds the terms and atoms that all operands bring to the result.
+template <class S>
+void count_operands(bool anycode, int n, I32<S> ncodeatom, I32<S> nnz, int& rncodeatom, int& rnnz)
+{
+    for (int k = 0; k < n; ++k) {
+        rnnz += nnz[k];
+        if (anycode)
+            rncodeatom +=
+                scaled_atoms(code_of_operand(anycode, ncodeatom, k), nnz[k], ncodeatom[k]);
+    }
+}
+
+/// Walks the ascending linear indexes of n sparse operands at once. For each distinct index calls
+/// `take(k, e)` for each operand k that holds it, as its element e, and then `close(index)`. Costs
+/// two passes over the operands for each index.
+template <class S, class Take, class Close>
+void merge_operands(int n, I32<S> nelem, I32<S> sp_base, I64<S> wi64, Take take, Close close)
+{
+    const Scratch<int> pos(n);
+    const auto next = [&](int k) { return wi64[sp_base[k] + pos[k]]; };
+    for (;;) {
+        int64_t smallest = -1;
+        for (int k = 0; k < n; ++k) {
+            if (pos[k] >= nelem[k]) continue;
+            const int64_t index = next(k);
+            if (smallest < 0 || index < smallest) smallest = index;
+        }
+        if (smallest < 0) return;
+        for (int k = 0; k < n; ++k) {
+            if (pos[k] < nelem[k] && next(k) == smallest) {
+                take(k, pos[k]);
+                ++pos[k];
+            }
+        }
+        close(smallest);
+    }
+}
+
+/// The headers of the operands and the stack that holds their sections.
+template <class S>
+struct Operands
+{
+    bool anycode;
+    I32<S> cconst, code, codeptr, cof_base, ncodeatom, nidxs_base, ptr_base;
+    F64<S> w, wf64;
+    I32<S> wi32;
+    I64<S> wi64;
+
+    /// Appends element e of operand k, scaled by its weight. Headers are read only for an element
+    /// that has terms.
+    void append_to(Result<S>& r, int k, int e) const
+    {
+        const auto ptr = wi32.from(ptr_base[k]);
+        if (ptr[e] >= ptr[e + 1]) return;
+        const Code form = code_of_operand(anycode, ncodeatom, k);
+        Operand<S> operand(wi32, wi64, wf64, {ptr_base[k], nidxs_base[k], cof_base[k]});
+        if (form == Code::scaled) operand.set_code(wi32, wf64, {codeptr[k], code[k], cconst[k]});
+        r.append_scaled(operand, e, w[k], form);
+    }
+};
+
+/// Counts the terms and atoms of operand k into the entry above that of each target element;
+/// `target(e)` is the result element that element e goes to.
+template <class S, class Target>
+void count_elements(bool anycode, I32<S> codeptr, int k, I32<S> ncodeatom, I32<S> nelem,
+                    I32<S> ptr_base, I32<S> rptr, I32<S> wi32, I32<S> xcode, Target target)
+{
+    for (int e = 0; e < nelem[k]; ++e) {
+        const int64_t d = target(e);
+        const auto ptr = wi32.from(ptr_base[k]);
+        const int begin = ptr[e];
+        const int end = ptr[e + 1];
+        rptr[d + 1] += end - begin;
+        if (!anycode) continue;
+        const Code form = code_of_operand(anycode, ncodeatom, k);
+        int atoms = 0;
+        if (form == Code::scaled && begin < end) {
+            const auto ends = wi32.from(codeptr[k]);
+            atoms = ends[end] - ends[begin];
+        }
+        xcode[d + 1] += scaled_atoms(form, end - begin, atoms);
+    }
+}
+
+/// Copies operand k to its places: rptr[d] is the next free term of result element d, and xcode[d]
+/// its next free atom. Both are left behind what was written.
+template <class S, class Target>
+void scatter(const Operands<S>& operands, int k, I32<S> nelem, Result<S> r, I32<S> xcode,
+             Target target)
+{
+    for (int e = 0; e < nelem[k]; ++e) {
+        const int64_t d = target(e);
+        r.nnzi = r.ptr[d];
+        if (operands.anycode) r.codei = xcode[d];
+        operands.append_to(r, k, e);
+        if (operands.anycode) xcode[d] = r.codei;
+        r.ptr[d] = r.nnzi;
+    }
+}
+
+} // namespace
+
+CLOSURE(509, bool, (int n, I32 nd, bool sameshape, I32 shape_base, I32 wi32))
+{
+    for (int k = 1; sameshape && k < n; ++k) {
+        sameshape = nd[k] == nd[0];
+        for (int i = 0; sameshape && i < nd[0]; ++i)
+            sameshape = wi32[shape_base[0] + i] == wi32[shape_base[k] + i];
+    }
+    return sameshape;
+}
+
+CLOSURE(510, bool, (bool anycode, int n, I32 ncodeatom))
+{
+    for (int k = 0; !anycode && k < n; ++k) anycode = ncodeatom[k] > 0;
+    return anycode;
+}
+
+/// Sizes of the scatter path: (rncodeatom, rnnz), added to.
+CLOSURE(511, results(int, int),
+        (bool anycode, int n, I32 ncodeatom, I32 nnz, int rncodeatom, int rnnz))
+{
+    count_operands(anycode, n, ncodeatom, nnz, rncodeatom, rnnz);
+    return {rncodeatom, rnnz};
+}
+
+/// Sizes of the merge path: (rncodeatom, rnelem, rnnz), added to.
+CLOSURE(512, results(int, int, int),
+        (bool anycode, int n, I32 ncodeatom, I32 nelem, I32 nnz, int rncodeatom, int rnelem,
+         int rnnz, I32 sp_base, I64 wi64))
+{
+    merge_operands(
+        n, nelem, sp_base, wi64, [](int, int) {}, [&](int64_t) { ++rnelem; });
+    count_operands(anycode, n, ncodeatom, nnz, rncodeatom, rnnz);
+    return {rncodeatom, rnelem, rnnz};
+}
+
+/// The result's shape: that of operand 0.
+CLOSURE(513, void, (I32 nd, I32 ri32, int rshape_base, I32 shape_base, I32 wi32))
+{
+    if (nd[0] > 0) copy_n(wi32.from(shape_base[0]), nd[0], ri32.from(rshape_base));
+}
+
+CLOSURE(514, void, (I32 ri32, int rnelem, int rptr_base))
+{
+    fill_n(ri32.from(rptr_base), int64_t{rnelem} + 1, 0);
+}
+
+CLOSURE(515, void, (int rncodeatom, int rnelem, int xcode_base, I32 xi32))
+{
+    if (rncodeatom > 0) fill_n(xi32.from(xcode_base), int64_t{rnelem} + 1, 0);
+}
+
+/// Counts the terms and atoms of sparse operand k.
+CLOSURE(516, void,
+        (bool anycode, I32 codeptr, int k, I32 ncodeatom, I32 nelem, I32 ptr_base, I32 ri32,
+         int rptr_base, I32 sp_base, I32 wi32, I64 wi64, int xcode_base, I32 xi32))
+{
+    count_elements(anycode, codeptr, k, ncodeatom, nelem, ptr_base, ri32.from(rptr_base), wi32,
+                   xi32.from(xcode_base), [&](int e) { return wi64[sp_base[k] + e]; });
+}
+
+/// Counts the terms and atoms of dense operand k.
+CLOSURE(517, void,
+        (bool anycode, I32 codeptr, int k, I32 ncodeatom, I32 nelem, I32 ptr_base, I32 ri32,
+         int rptr_base, I32 wi32, int xcode_base, I32 xi32))
+{
+    count_elements(anycode, codeptr, k, ncodeatom, nelem, ptr_base, ri32.from(rptr_base), wi32,
+                   xi32.from(xcode_base), [](int e) { return e; });
+}
+
+CLOSURE(518, void, (I32 ri32, int rnelem, int rptr_base))
+{
+    running_sum(ri32.from(rptr_base), rnelem);
+}
+
+CLOSURE(519, void, (int rncodeatom, int rnelem, int xcode_base, I32 xi32))
+{
+    if (rncodeatom > 0) running_sum(xi32.from(xcode_base), rnelem);
+}
+
+/// Scatters sparse operand k.
+CLOSURE(520, void,
+        (bool anycode, I32 cconst, I32 code, I32 codeptr, I32 cof_base, int k, I32 ncodeatom,
+         I32 nelem, I32 nidxs_base, I32 ptr_base, int rcconst_base, int rcode_base,
+         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
+         int rptr_base, I32 sp_base, F64 w, F64 wf64, I32 wi32, I64 wi64, int xcode_base, I32 xi32))
+{
+    const Operands<Stride> operands{anycode,    cconst,   code, codeptr, cof_base, ncodeatom,
+                                    nidxs_base, ptr_base, w,    wf64,    wi32,     wi64};
+    const Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
+                           {rcodeptr_base, rcode_base, rcconst_base});
+    scatter(operands, k, nelem, r, xi32.from(xcode_base),
+            [&](int e) { return wi64[sp_base[k] + e]; });
+}
+
+/// Scatters dense operand k.
+CLOSURE(521, void,
+        (bool anycode, I32 cconst, I32 code, I32 codeptr, I32 cof_base, int k, I32 ncodeatom,
+         I32 nelem, I32 nidxs_base, I32 ptr_base, int rcconst_base, int rcode_base,
+         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
+         int rptr_base, F64 w, F64 wf64, I32 wi32, I64 wi64, int xcode_base, I32 xi32))
+{
+    const Operands<Stride> operands{anycode,    cconst,   code, codeptr, cof_base, ncodeatom,
+                                    nidxs_base, ptr_base, w,    wf64,    wi32,     wi64};
+    const Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
+                           {rcodeptr_base, rcode_base, rcconst_base});
+    scatter(operands, k, nelem, r, xi32.from(xcode_base), [](int e) { return e; });
+}
+
+CLOSURE(522, void, (I32 ri32, int rnelem, int rptr_base))
+{
+    shift_up(ri32.from(rptr_base), rnelem);
+}
+
+/// The merge path: writes `ptr`, `sp`, the terms and their programs.
+CLOSURE(523, void,
+        (bool anycode, I32 cconst, I32 code, I32 codeptr, I32 cof_base, int n, I32 ncodeatom,
+         I32 nelem, I32 nidxs_base, I32 ptr_base, int rcconst_base, int rcode_base,
+         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
+         int rptr_base, int rsp_base, I32 sp_base, F64 w, F64 wf64, I32 wi32, I64 wi64))
+{
+    const Operands<Stride> operands{anycode,    cconst,   code, codeptr, cof_base, ncodeatom,
+                                    nidxs_base, ptr_base, w,    wf64,    wi32,     wi64};
+    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
+                     {rcodeptr_base, rcode_base, rcconst_base});
+    r.sp = ri64.from(rsp_base);
+    merge_operands(
+        n, nelem, sp_base, wi64, [&](int k, int e) { operands.append_to(r, k, e); },
+        [&](int64_t index) { r.close_element(index); });
+}
+
+} // namespace fragments

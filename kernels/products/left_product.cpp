@@ -1,0 +1,243 @@
+// mul_left: the product R = M E of a constant matrix M and an expression E read as a matrix.
+//
+// A sparse M is the triplet lists `msubi`, `msubj`, `mval`, ordered strictly by row and then
+// column (482 tests this); a dense one is `mval` alone, row-major, md0 x md1. E has `d1` columns:
+// its element (j, c) has linear index j * d1 + c. R's element (i, c) holds the terms of each E(j,
+// c) that meets an entry of M(i, :), scaled by it, in ascending j; none are merged.
+//
+// The sizing closures take the walk of the writing ones, so that the two agree.
+
+#include "algorithms.h"
+#include "closure_frame.h"
+#include "stacked_expression.h"
+
+namespace fragments {
+
+namespace {
+
+/// Calls `row(i, run)` for each run of equal row numbers i in `msubi`, from entry `begin` on.
+/// Returns the position behind the last run.
+template <class S, class Row>
+int for_each_row(I32<S> msubi, int begin, int mnnz, Row row)
+{
+    while (begin < mnnz) {
+        const int i = msubi[begin];
+        int end = begin + 1;
+        while (end < mnnz && msubi[end] == i) ++end;
+        row(i, Range{begin, end});
+        begin = end;
+    }
+    return begin;
+}
+
+/// Sparse M, dense E: `pair(m, e)` for entry m of M and the element e that it meets, `element(i,
+/// c)` behind the pairs of each element of R, also behind none.
+template <class S, class Pair, class Element>
+int walk_dense(int d1, int mpos, int mnnz, I32<S> msubi, I32<S> msubj, Pair pair, Element element)
+{
+    return for_each_row(msubi, mpos, mnnz, [&](int i, Range run) {
+        for (int c = 0; c < d1; ++c) {
+            for (int64_t m = run.begin; m < run.end; ++m) pair(m, d1 * msubj[m] + c);
+            element(i, c);
+        }
+    });
+}
+
+/// The elements of a sparse E by column: those of column c are perm[p] for p from ptr[c] up to but
+/// not including ptr[c + 1], in ascending row.
+template <class S>
+struct ColumnGrouping
+{
+    I32<S> ptr;
+    I32<S> perm;
+};
+
+/// Sparse M, sparse E: as walk_dense, but `element(i, c)` only where some pair has been met.
+template <class S, class Pair, class Element>
+void walk_sparse(int d1, int mnnz, I32<S> msubi, I32<S> msubj, ColumnGrouping<S> columns, I64<S> sp,
+                 Pair pair, Element element)
+{
+    for_each_row(msubi, 0, mnnz, [&](int i, Range run) {
+        for (int c = 0; c < d1; ++c) {
+            bool found = false;
+            for_each_match(
+                run, [&](int64_t m) { return int64_t{msubj[m]}; },
+                Range{columns.ptr[c], columns.ptr[c + 1]},
+                [&](int64_t p) { return sp[columns.perm[p]] / d1; },
+                [&](int64_t m, int64_t p) {
+                    pair(m, columns.perm[p]);
+                    found = true;
+                });
+            if (found) element(i, c);
+        }
+    });
+}
+
+/// Sizes of a product, as the host keeps them.
+struct Sizes
+{
+    int rncodeatom;
+    int rnelem;
+    long long rnnz;
+
+    std::tuple<int, int, long long> tuple() const { return {rncodeatom, rnelem, rnnz}; }
+
+    /// A dense M: each of its `md0` rows takes all of E. Replaces the sizes.
+    void set_dense(int d1, int md0, int ncodeatom, int nnz)
+    {
+        rnnz = static_cast<long long>(nnz) * md0;
+        rnelem = d1 * md0;
+        if (ncodeatom > 0) rncodeatom = static_cast<int>(ncodeatom * md0 + 2 * rnnz);
+    }
+
+    /// One pair of a sparse M: element e of E, scaled.
+    template <class S>
+    void add_scaled(const Operand<S>& e, int64_t q, bool coded)
+    {
+        const int terms = e.terms(q);
+        rnnz += terms;
+        if (coded) rncodeatom += scaled_atoms(Code::scaled, terms, e.atoms(q));
+    }
+};
+
+} // namespace
+
+/// Tests a sparse M: (whether an index is out of range, whether the order is broken). A flag that
+/// comes in set stays set; a matrix with a bad index isn't tested for order.
+CLOSURE(482, results(bool, bool),
+        (bool badidx, bool badorder, int md0, int md1, int mnnz, I32 msubi, I32 msubj))
+{
+    for (int k = 0; !badidx && k < mnnz; ++k)
+        badidx = msubi[k] < 0 || msubi[k] >= md0 || msubj[k] < 0 || msubj[k] >= md1;
+    for (int k = 0; !badidx && !badorder && k < mnnz - 1; ++k)
+        badorder =
+            msubi[k + 1] < msubi[k] || (msubi[k + 1] == msubi[k] && msubj[k + 1] <= msubj[k]);
+    return {badidx, badorder};
+}
+
+/// Writes R for sparse M, dense E, from entry `mpos` of M on: a sparse R with an element for each
+/// row of M that has an entry and each column. Returns (codei, elmi, mpos, nnzi).
+CLOSURE(481, results(int, int, int, int),
+        (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d1,
+         int elmi, int mnnz, int mpos, I32 msubi, I32 msubj, F64 mval, int nidxs_base, int nnzi,
+         int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64,
+         I32 ri32, I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base, F64 wf64,
+         I32 wi32, I64 wi64))
+{
+    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
+                            {codeptr_base, code_base, cconst_base});
+    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
+                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, elmi, nnzi});
+    r.sp = ri64.from(rsp_base);
+    const Code form = rncodeatom > 0 ? Code::scaled : Code::none;
+    mpos = walk_dense(
+        d1, mpos, mnnz, msubi, msubj,
+        [&](int64_t m, int q) {
+            if (e.terms(q) > 0) r.append_scaled(e, q, mval[m], form);
+        },
+        [&](int i, int c) { r.close_element(d1 * i + c); });
+    return {r.codei, r.elmi, mpos, r.nnzi};
+}
+
+/// Writes R for dense M, sparse E: all md0 * d1 elements, without `sp`.
+/// Returns (codei, elmi, nnzi).
+CLOSURE(480, results(int, int, int),
+        (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d1,
+         int elmi, int eperm_base, int eptr_base, int md0, int md1, F64 mval, int nidxs_base,
+         int nnzi, int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base,
+         F64 rf64, I32 ri32, I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int sp_base,
+         F64 wf64, I32 wi32, I64 wi64, I32 xi32))
+{
+    Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
+                      {codeptr_base, code_base, cconst_base});
+    e.sp = wi64.from(sp_base);
+    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
+                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, elmi, nnzi});
+    const Code form = rncodeatom > 0 ? Code::scaled : Code::none;
+    const ColumnGrouping<Stride> columns{xi32.from(eptr_base), xi32.from(eperm_base)};
+    for (int i = 0; i < md0; ++i) {
+        const auto row = mval.from(int64_t{md1} * i);
+        for (int c = 0; c < d1; ++c) {
+            for (int p = columns.ptr[c]; p < columns.ptr[c + 1]; ++p) {
+                const int q = columns.perm[p];
+                if (e.terms(q) > 0) r.append_scaled(e, q, row[e.sp[q] / d1], form);
+            }
+            r.close_element();
+        }
+    }
+    return {r.codei, r.elmi, r.nnzi};
+}
+
+/// Writes R for sparse M, sparse E: a sparse R with an element where some entry of M meets a stored
+/// element of E.
+CLOSURE(479, void,
+        (int cconst_base, int code_base, int codeptr_base, int cof_base, int d1, int eperm_base,
+         int eptr_base, int mnnz, I32 msubi, I32 msubj, F64 mval, int nidxs_base, int ptr_base,
+         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32,
+         I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base, int sp_base,
+         F64 wf64, I32 wi32, I64 wi64, I32 xi32))
+{
+    Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
+                      {codeptr_base, code_base, cconst_base});
+    e.sp = wi64.from(sp_base);
+    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
+                     {rcodeptr_base, rcode_base, rcconst_base});
+    r.sp = ri64.from(rsp_base);
+    const Code form = rncodeatom > 0 ? Code::scaled : Code::none;
+    walk_sparse(
+        d1, mnnz, msubi, msubj, {xi32.from(eptr_base), xi32.from(eperm_base)}, e.sp,
+        [&](int64_t m, int q) {
+            if (e.terms(q) > 0) r.append_scaled(e, q, mval[m], form);
+        },
+        [&](int i, int c) { r.close_element(d1 * i + c); });
+}
+
+/// Sizes R for dense E: (rncodeatom, rnelem, rnnz), replaced for a dense M (`mhassp` false), added
+/// to for a sparse one.
+CLOSURE(478, results(int, int, long long),
+        (int codeptr_base, int d1, int md0, bool mhassp, int mnnz, I32 msubi, I32 msubj,
+         int ncodeatom, int nnz, int ptr_base, int rncodeatom, int rnelem, long long rnnz,
+         I32 wi32))
+{
+    Sizes sizes{rncodeatom, rnelem, rnnz};
+    if (!mhassp) {
+        sizes.set_dense(d1, md0, ncodeatom, nnz);
+        return sizes.tuple();
+    }
+    const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
+    walk_dense(
+        d1, 0, mnnz, msubi, msubj, [&](int64_t, int q) { sizes.add_scaled(e, q, ncodeatom > 0); },
+        [&](int, int) { ++sizes.rnelem; });
+    return sizes.tuple();
+}
+
+/// Sizes R for sparse E, grouped by 476: as 478.
+CLOSURE(477, results(int, int, long long),
+        (int codeptr_base, int d1, int eperm_base, int eptr_base, int md0, bool mhassp, int mnnz,
+         I32 msubi, I32 msubj, int ncodeatom, int nnz, int ptr_base, int rncodeatom, int rnelem,
+         long long rnnz, int sp_base, I32 wi32, I64 wi64, I32 xi32))
+{
+    Sizes sizes{rncodeatom, rnelem, rnnz};
+    if (!mhassp) {
+        sizes.set_dense(d1, md0, ncodeatom, nnz);
+        return sizes.tuple();
+    }
+    const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
+    walk_sparse(
+        d1, mnnz, msubi, msubj, {xi32.from(eptr_base), xi32.from(eperm_base)}, wi64.from(sp_base),
+        [&](int64_t, int q) { sizes.add_scaled(e, q, ncodeatom > 0); },
+        [&](int, int) { ++sizes.rnelem; });
+    return sizes.tuple();
+}
+
+/// Groups the elements of a sparse E by column, by a stable counting sort.
+CLOSURE(476, void,
+        (int d1, int eperm_base, int eptr_base, int nelem, int sp_base, I64 wi64, I32 xi32))
+{
+    const auto sp = wi64.from(sp_base);
+    group_by(
+        nelem, [&](int64_t q) { return sp[q] % d1; }, d1, xi32.from(eptr_base),
+        xi32.from(eperm_base));
+}
+
+} // namespace fragments

@@ -1,0 +1,148 @@
+#pragma once
+
+/// The loops that recur in the closures. Sources come before targets; a count of 0 or less does
+/// nothing. Elements are taken in ascending order unless a loop says otherwise, and the outcome is
+/// that of the plain loop also where arrays overlap.
+
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+#include "array.h"
+
+namespace fragments {
+
+/// target[i] = source[i].
+template <class T, class S>
+void copy_n(Array<T, S> source, int64_t n, Array<T, S> target)
+{
+    if constexpr (std::is_same_v<S, Contiguous> && !checked) {
+        // A block move is the ascending copy unless the target starts inside the source. Short
+        // runs, as the terms of one element are, don't repay the call.
+        constexpr int64_t short_run = 32;
+        const auto bytes = static_cast<uint64_t>(n) * sizeof(T);
+        const auto ahead =
+            reinterpret_cast<uint64_t>(target.data()) - reinterpret_cast<uint64_t>(source.data());
+        if (n >= short_run && ahead >= bytes) {
+            std::memmove(target.data(), source.data(), bytes);
+            return;
+        }
+    }
+    for (int64_t i = 0; i < n; ++i) target[i] = source[i];
+}
+
+/// target[i] = source[i], converted to the target's kind.
+template <class From, class To, class S>
+void convert_n(Array<From, S> source, int64_t n, Array<To, S> target)
+{
+    for (int64_t i = 0; i < n; ++i) target[i] = static_cast<To>(source[i]);
+}
+
+/// target[i] = value.
+template <class T, class S>
+void fill_n(Array<T, S> target, int64_t n, std::type_identity_t<T> value)
+{
+    for (int64_t i = 0; i < n; ++i) target[i] = value;
+}
+
+/// target[i] = i.
+template <class T, class S>
+void iota_n(Array<T, S> target, int64_t n)
+{
+    for (int64_t i = 0; i < n; ++i) target[i] = static_cast<T>(i);
+}
+
+/// ptr[i + 1] += ptr[i] for i below `n`: counts, each stored one entry up, become offsets.
+template <class T, class S>
+void running_sum(Array<T, S> ptr, int64_t n)
+{
+    if (n <= 0) return;
+    T total = ptr[0];
+    for (int64_t i = 1; i <= n; ++i) ptr[i] = total += ptr[i];
+}
+
+/// ptr[i] = ptr[i - 1] for i from `n` down to 1: cursors, each left at the end of its group, become
+/// the groups' starts again. Entry 0 stays.
+template <class T, class S>
+void shift_up(Array<T, S> ptr, int64_t n)
+{
+    for (int64_t i = n; i > 0; --i) ptr[i] = ptr[i - 1];
+}
+
+/// `initial` times the first `n` entries of `extents`, in the type of `initial`.
+template <class Product, class T, class S>
+Product product(Product initial, Array<T, S> extents, int64_t n)
+{
+    for (int64_t i = 0; i < n; ++i) initial *= static_cast<Product>(extents[i]);
+    return initial;
+}
+
+/// Row-major strides but for the last, which the caller has set:
+/// strides[i] = extents[i + 1] * strides[i + 1] for i from `nd` - 2 down to 0, in the type of the
+/// strides.
+template <class T, class S, class Strides>
+void row_major_strides(Array<T, S> extents, int64_t nd, Strides strides)
+{
+    using Stride = std::remove_cvref_t<decltype(strides[0])>;
+    for (int64_t i = nd - 2; i >= 0; --i)
+        strides[i] = static_cast<Stride>(extents[i + 1]) * strides[i + 1];
+}
+
+/// `initial` plus the sum of subscripts[k] * strides[k] for k below `n`, in the type of `initial`.
+template <class Sum, class Subscripts, class Strides>
+Sum dot_n(Sum initial, Subscripts subscripts, Strides strides, int64_t n)
+{
+    for (int64_t k = 0; k < n; ++k)
+        initial += static_cast<Sum>(subscripts[k]) * static_cast<Sum>(strides[k]);
+    return initial;
+}
+
+/// `flag`, and list[i] < list[i + 1] for all neighbours of the first `n` entries.
+template <class T, class S>
+bool strictly_ascending(bool flag, Array<T, S> list, int64_t n)
+{
+    for (int64_t i = 0; flag && i < n - 1; ++i) flag = list[i] < list[i + 1];
+    return flag;
+}
+
+/// Counting sort of 0 to `n` - 1 by `key`, stable: the positions with key c go to `perm` from
+/// ptr[c] up to but not including ptr[c + 1]. All `keys` + 1 entries of `ptr` are written.
+template <class S, class Key>
+void group_by(int64_t n, Key key, int keys, I32<S> ptr, I32<S> perm)
+{
+    fill_n(ptr, int64_t{keys} + 1, 0);
+    for (int64_t q = 0; q < n; ++q) ++ptr[key(q) + 1];
+    running_sum(ptr, keys);
+    for (int64_t q = 0; q < n; ++q) perm[ptr[key(q)]++] = static_cast<int32_t>(q);
+    shift_up(ptr, keys);
+    ptr[0] = 0;
+}
+
+/// Places `begin` up to but not including `end` of a list.
+struct Range
+{
+    int64_t begin;
+    int64_t end;
+};
+
+/// Merges two lists of strictly ascending keys and calls `match(a, b)` with the places of each key
+/// that both hold. Reads no key of a list once the other is used up.
+template <class KeyA, class KeyB, class Match>
+void for_each_match(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
+{
+    while (a.begin < a.end && b.begin < b.end) {
+        const auto left = key_a(a.begin);
+        const auto right = key_b(b.begin);
+        if (left < right) {
+            ++a.begin;
+        } else if (right < left) {
+            ++b.begin;
+        } else {
+            match(a.begin, b.begin);
+            ++a.begin;
+            ++b.begin;
+        }
+    }
+}
+
+} // namespace fragments

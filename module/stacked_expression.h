@@ -1,0 +1,197 @@
+#pragma once
+
+/// Expressions on the work stacks: an array of affine forms, stored element by element.
+///
+/// Sections of an expression with `nelem` stored elements, `nnz` terms and `ncodeatom` atoms:
+///   ptr      i32, nelem + 1  terms of element e are ptr[e] up to but not including ptr[e + 1]
+///   sp       i64, nelem      row-major linear index of each element, ascending; sparse ones only
+///   nidxs    i64, nnz        variable index of each term
+///   cof      f64, nnz        coefficient of each term
+///   codeptr  i32, nnz + 1    atoms of term t are codeptr[t] up to but not including codeptr[t + 1]
+///   code     i32, ncodeatom  opcode of each atom
+///   cconst   f64, ncodeatom  operand of each atom
+/// The last three exist only if ncodeatom > 0. All of ptr and codeptr counts from the start of the
+/// expression, whatever the section's place on the stack.
+
+#include <cstdint>
+
+#include "algorithms.h"
+#include "array.h"
+#include "parameter_program.h"
+
+namespace fragments {
+
+/// Positions of an expression's sections on a work stack.
+struct TermSections
+{
+    int ptr;
+    int nidxs;
+    int cof;
+};
+struct CodeSections
+{
+    int codeptr;
+    int code;
+    int cconst;
+};
+
+/// The sections of an expression. Those that a closure doesn't use are left out, those of the code
+/// are not touched without code, and `sp` is set by itself for a sparse expression.
+template <class S>
+struct Sections
+{
+    Sections(I32<S> i32, TermSections terms) : ptr(i32.from(terms.ptr)) {}
+    Sections(I32<S> i32, I64<S> i64, F64<S> f64, TermSections terms)
+        : ptr(i32.from(terms.ptr)), nidxs(i64.from(terms.nidxs)), cof(f64.from(terms.cof))
+    {
+    }
+    Sections(I32<S> i32, I64<S> i64, F64<S> f64, TermSections terms, CodeSections atoms)
+        : Sections(i32, i64, f64, terms)
+    {
+        set_code(i32, f64, atoms);
+    }
+
+    void set_code(I32<S> i32, F64<S> f64, CodeSections atoms)
+    {
+        codeptr = i32.from(atoms.codeptr);
+        code = i32.from(atoms.code);
+        cconst = f64.from(atoms.cconst);
+    }
+
+    I32<S> ptr{};
+    I64<S> sp{};
+    I64<S> nidxs{};
+    F64<S> cof{};
+    I32<S> codeptr{};
+    I32<S> code{};
+    F64<S> cconst{};
+};
+
+/// An expression that is read.
+template <class S>
+struct Operand : Sections<S>
+{
+    using Sections<S>::Sections;
+    using Sections<S>::ptr;
+    using Sections<S>::codeptr;
+
+    /// Of an operand that is only measured: `ptr` and `codeptr` alone.
+    static Operand sizes(I32<S> i32, int ptr_base, int codeptr_base)
+    {
+        Operand e(i32, {ptr_base, 0, 0});
+        e.codeptr = i32.from(codeptr_base);
+        return e;
+    }
+
+    /// Number of terms of element e.
+    int terms(int64_t e) const { return ptr[e + 1] - ptr[e]; }
+    /// Number of atoms of all terms of element e.
+    int atoms(int64_t e) const { return codeptr[ptr[e + 1]] - codeptr[ptr[e]]; }
+};
+
+/// What becomes of a term's program when the term is scaled.
+enum class Code {
+    none,     ///< the result has no code
+    constant, ///< the operand has none, the result has: the program that pushes 0.0
+    scaled    ///< the operand's program, times the factor
+};
+
+/// Atoms that a result gains from `terms` terms whose programs have `atoms` atoms together.
+inline int scaled_atoms(Code code, int terms, int atoms)
+{
+    return code == Code::none ? 0 : code == Code::constant ? terms : atoms + 2 * terms;
+}
+
+/// Numbers of atoms, elements and terms of a result that have been written so far.
+struct Written
+{
+    int codei;
+    int elmi;
+    int nnzi;
+};
+
+/// An expression that is written. Entry 0 of `ptr` and of `codeptr` is the host's.
+template <class S>
+struct Result : Sections<S>, Written
+{
+    using Sections<S>::ptr;
+    using Sections<S>::sp;
+    using Sections<S>::nidxs;
+    using Sections<S>::cof;
+    using Sections<S>::codeptr;
+    using Sections<S>::code;
+    using Sections<S>::cconst;
+
+    Result(I32<S> i32, I64<S> i64, F64<S> f64, TermSections terms, CodeSections atoms,
+           Written written = {0, 0, 0})
+        : Sections<S>(i32, i64, f64, terms, atoms), Written(written)
+    {
+    }
+
+    /// For an atom whose operand means nothing: its operand slot keeps what it holds.
+    void append_opcode(Opcode opcode) { code[codei++] = opcode; }
+
+    void append_atom(Opcode opcode, double operand)
+    {
+        cconst[codei] = operand;
+        code[codei++] = opcode;
+    }
+
+    /// The program of term t of `e`, as it is.
+    void append_program(const Operand<S>& e, int64_t t)
+    {
+        const int64_t begin = e.codeptr[t];
+        const int64_t n = e.codeptr[t + 1] - begin;
+        if (n <= 0) return;
+        copy_n(e.code.from(begin), n, code.from(codei));
+        copy_n(e.cconst.from(begin), n, cconst.from(codei));
+        codei += static_cast<int>(n);
+    }
+
+    /// Ends the program of the term that is being written, and the term.
+    void close_coded_term() { codeptr[++nnzi] = codei; }
+
+    /// Scaled term copy: the terms of element q of `e`, each times v.
+    void append_scaled(const Operand<S>& e, int64_t q, double v, Code form)
+    {
+        const int64_t begin = e.ptr[q];
+        const int64_t end = e.ptr[q + 1];
+        if (form == Code::none) {
+            const auto to_nidxs = nidxs.from(nnzi);
+            const auto to_cof = cof.from(nnzi);
+            const auto from_nidxs = e.nidxs.from(begin);
+            const auto from_cof = e.cof.from(begin);
+            const int64_t n = end - begin;
+            for (int64_t t = 0; t < n; ++t) {
+                to_nidxs[t] = from_nidxs[t];
+                to_cof[t] = from_cof[t] * v;
+            }
+            nnzi += n > 0 ? static_cast<int>(n) : 0;
+            return;
+        }
+        for (int64_t t = begin; t < end; ++t) {
+            nidxs[nnzi] = e.nidxs[t];
+            cof[nnzi] = e.cof[t] * v;
+            if (form == Code::constant) {
+                append_atom(op_const, 0.0);
+            } else {
+                append_program(e, t);
+                append_atom(op_const, v);
+                append_opcode(op_mul);
+            }
+            close_coded_term();
+        }
+    }
+
+    /// Ends the element that is being written.
+    void close_element() { ptr[++elmi] = nnzi; }
+
+    /// The same for a sparse result, with the element's linear index.
+    void close_element(int64_t linear)
+    {
+        sp[elmi] = linear;
+        close_element();
+    }
+};
+
+} // namespace fragments
