@@ -118,12 +118,41 @@ void group_by(int64_t n, Key key, int keys, I32<S> ptr, I32<S> perm)
     ptr[0] = 0;
 }
 
+/// One pass of an LSD radix sort, stable: `sorted` gets the positions 0 to `n` - 1 in the order of
+/// `perm`, rearranged by ascending digit. `counter` is scratch of `digits` + 1 entries.
+template <class S, class Digit>
+void radix_pass(I32<S> perm, int64_t n, Digit digit, int64_t digits, I32<S> counter, I32<S> sorted)
+{
+    fill_n(counter, digits + 1, 0);
+    for (int64_t p = 0; p < n; ++p) ++counter[digit(p) + 1];
+    running_sum(counter, digits);
+    for (int64_t t = 0; t < n; ++t) {
+        const int32_t p = perm[t];
+        sorted[counter[digit(p)]++] = p;
+    }
+}
+
 /// Places `begin` up to but not including `end` of a list.
 struct Range
 {
     int64_t begin;
     int64_t end;
 };
+
+/// Calls `run(key, range)` for each maximal range of places with equal key, from `begin` on.
+/// Returns `end`, or `begin` if there is no place.
+template <class Key, class Run>
+int64_t for_each_run(int64_t begin, int64_t end, Key key, Run run)
+{
+    while (begin < end) {
+        const auto common = key(begin);
+        int64_t next = begin + 1;
+        while (next < end && key(next) == common) ++next;
+        run(common, Range{begin, next});
+        begin = next;
+    }
+    return begin;
+}
 
 /// Merges two lists of strictly ascending keys and calls `match(a, b)` with the places of each key
 /// that both hold. Reads no key of a list once the other is used up.

@@ -102,6 +102,23 @@ inline int scaled_atoms(Code code, int terms, int atoms)
     return code == Code::none ? 0 : code == Code::constant ? terms : atoms + 2 * terms;
 }
 
+/// Running sizes of a result.
+struct Sizes
+{
+    int rncodeatom;
+    int rnelem;
+    long long rnnz;
+
+    /// Counts what Result::append_scaled writes for element q of `e`.
+    template <class S>
+    void add_scaled(const Operand<S>& e, int64_t q, bool coded)
+    {
+        const int terms = e.terms(q);
+        rnnz += terms;
+        if (coded) rncodeatom += scaled_atoms(Code::scaled, terms, e.atoms(q));
+    }
+};
+
 /// Numbers of atoms, elements and terms of a result that have been written so far.
 struct Written
 {
@@ -179,6 +196,24 @@ struct Result : Sections<S>, Written
                 append_atom(op_const, v);
                 append_opcode(op_mul);
             }
+            close_coded_term();
+        }
+    }
+
+    /// Plain term copy: the terms of element q of `e`, with their programs if there is code.
+    void append(const Operand<S>& e, int64_t q, bool coded)
+    {
+        const int64_t begin = e.ptr[q];
+        const int64_t end = e.ptr[q + 1];
+        if (begin >= end) return;
+        copy_n(e.nidxs.from(begin), end - begin, nidxs.from(nnzi));
+        copy_n(e.cof.from(begin), end - begin, cof.from(nnzi));
+        if (!coded) {
+            nnzi += static_cast<int>(end - begin);
+            return;
+        }
+        for (int64_t t = begin; t < end; ++t) {
+            append_program(e, t);
             close_coded_term();
         }
     }

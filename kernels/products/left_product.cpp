@@ -9,60 +9,38 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
+#include "matrix_operand.h"
 #include "stacked_expression.h"
 
 namespace fragments {
 
 namespace {
 
-/// Calls `row(i, run)` for each run of equal row numbers i in `msubi`, from entry `begin` on.
-/// Returns the position behind the last run.
-template <class S, class Row>
-int for_each_row(I32<S> msubi, int begin, int mnnz, Row row)
-{
-    while (begin < mnnz) {
-        const int i = msubi[begin];
-        int end = begin + 1;
-        while (end < mnnz && msubi[end] == i) ++end;
-        row(i, Range{begin, end});
-        begin = end;
-    }
-    return begin;
-}
-
 /// Sparse M, dense E: `pair(m, e)` for entry m of M and the element e that it meets, `element(i,
 /// c)` behind the pairs of each element of R, also behind none.
 template <class S, class Pair, class Element>
 int walk_dense(int d1, int mpos, int mnnz, I32<S> msubi, I32<S> msubj, Pair pair, Element element)
 {
-    return for_each_row(msubi, mpos, mnnz, [&](int i, Range run) {
+    const auto row = [&](int64_t k) { return msubi[k]; };
+    return static_cast<int>(for_each_run(mpos, mnnz, row, [&](int i, Range run) {
         for (int c = 0; c < d1; ++c) {
             for (int64_t m = run.begin; m < run.end; ++m) pair(m, d1 * msubj[m] + c);
             element(i, c);
         }
-    });
+    }));
 }
-
-/// The elements of a sparse E by column: those of column c are perm[p] for p from ptr[c] up to but
-/// not including ptr[c + 1], in ascending row.
-template <class S>
-struct ColumnGrouping
-{
-    I32<S> ptr;
-    I32<S> perm;
-};
 
 /// Sparse M, sparse E: as walk_dense, but `element(i, c)` only where some pair has been met.
 template <class S, class Pair, class Element>
 void walk_sparse(int d1, int mnnz, I32<S> msubi, I32<S> msubj, ColumnGrouping<S> columns, I64<S> sp,
                  Pair pair, Element element)
 {
-    for_each_row(msubi, 0, mnnz, [&](int i, Range run) {
+    const auto row = [&](int64_t k) { return msubi[k]; };
+    for_each_run(0, mnnz, row, [&](int i, Range run) {
         for (int c = 0; c < d1; ++c) {
             bool found = false;
             for_each_match(
-                run, [&](int64_t m) { return int64_t{msubj[m]}; },
-                Range{columns.ptr[c], columns.ptr[c + 1]},
+                run, [&](int64_t m) { return int64_t{msubj[m]}; }, columns.column(c),
                 [&](int64_t p) { return sp[columns.perm[p]] / d1; },
                 [&](int64_t m, int64_t p) {
                     pair(m, columns.perm[p]);
@@ -73,32 +51,13 @@ void walk_sparse(int d1, int mnnz, I32<S> msubi, I32<S> msubj, ColumnGrouping<S>
     });
 }
 
-/// Sizes of a product, as the host keeps them.
-struct Sizes
+/// Replaces the sizes by those for a dense M, each of whose `md0` rows takes all of E.
+void set_dense(Sizes& sizes, int d1, int md0, int ncodeatom, int nnz)
 {
-    int rncodeatom;
-    int rnelem;
-    long long rnnz;
-
-    std::tuple<int, int, long long> tuple() const { return {rncodeatom, rnelem, rnnz}; }
-
-    /// A dense M: each of its `md0` rows takes all of E. Replaces the sizes.
-    void set_dense(int d1, int md0, int ncodeatom, int nnz)
-    {
-        rnnz = static_cast<long long>(nnz) * md0;
-        rnelem = d1 * md0;
-        if (ncodeatom > 0) rncodeatom = static_cast<int>(ncodeatom * md0 + 2 * rnnz);
-    }
-
-    /// One pair of a sparse M: element e of E, scaled.
-    template <class S>
-    void add_scaled(const Operand<S>& e, int64_t q, bool coded)
-    {
-        const int terms = e.terms(q);
-        rnnz += terms;
-        if (coded) rncodeatom += scaled_atoms(Code::scaled, terms, e.atoms(q));
-    }
-};
+    sizes.rnnz = static_cast<long long>(nnz) * md0;
+    sizes.rnelem = d1 * md0;
+    if (ncodeatom > 0) sizes.rncodeatom = static_cast<int>(ncodeatom * md0 + 2 * sizes.rnnz);
+}
 
 } // namespace
 
@@ -107,11 +66,8 @@ struct Sizes
 CLOSURE(482, results(bool, bool),
         (bool badidx, bool badorder, int md0, int md1, int mnnz, I32 msubi, I32 msubj))
 {
-    for (int k = 0; !badidx && k < mnnz; ++k)
-        badidx = msubi[k] < 0 || msubi[k] >= md0 || msubj[k] < 0 || msubj[k] >= md1;
-    for (int k = 0; !badidx && !badorder && k < mnnz - 1; ++k)
-        badorder =
-            msubi[k + 1] < msubi[k] || (msubi[k + 1] == msubi[k] && msubj[k + 1] <= msubj[k]);
+    if (!badidx) badidx = has_bad_index(md0, md1, mnnz, msubi, msubj);
+    if (!badidx && !badorder) badorder = has_bad_order(mnnz, msubi, msubj);
     return {badidx, badorder};
 }
 
@@ -158,7 +114,8 @@ CLOSURE(480, results(int, int, int),
     for (int i = 0; i < md0; ++i) {
         const auto row = mval.from(int64_t{md1} * i);
         for (int c = 0; c < d1; ++c) {
-            for (int p = columns.ptr[c]; p < columns.ptr[c + 1]; ++p) {
+            const Range column = columns.column(c);
+            for (int64_t p = column.begin; p < column.end; ++p) {
                 const int q = columns.perm[p];
                 if (e.terms(q) > 0) r.append_scaled(e, q, row[e.sp[q] / d1], form);
             }
@@ -201,14 +158,14 @@ CLOSURE(478, results(int, int, long long),
 {
     Sizes sizes{rncodeatom, rnelem, rnnz};
     if (!mhassp) {
-        sizes.set_dense(d1, md0, ncodeatom, nnz);
-        return sizes.tuple();
+        set_dense(sizes, d1, md0, ncodeatom, nnz);
+        return {sizes.rncodeatom, sizes.rnelem, sizes.rnnz};
     }
     const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
     walk_dense(
         d1, 0, mnnz, msubi, msubj, [&](int64_t, int q) { sizes.add_scaled(e, q, ncodeatom > 0); },
         [&](int, int) { ++sizes.rnelem; });
-    return sizes.tuple();
+    return {sizes.rncodeatom, sizes.rnelem, sizes.rnnz};
 }
 
 /// Sizes R for sparse E, grouped by 476: as 478.
@@ -219,15 +176,15 @@ CLOSURE(477, results(int, int, long long),
 {
     Sizes sizes{rncodeatom, rnelem, rnnz};
     if (!mhassp) {
-        sizes.set_dense(d1, md0, ncodeatom, nnz);
-        return sizes.tuple();
+        set_dense(sizes, d1, md0, ncodeatom, nnz);
+        return {sizes.rncodeatom, sizes.rnelem, sizes.rnnz};
     }
     const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
     walk_sparse(
         d1, mnnz, msubi, msubj, {xi32.from(eptr_base), xi32.from(eperm_base)}, wi64.from(sp_base),
         [&](int64_t, int q) { sizes.add_scaled(e, q, ncodeatom > 0); },
         [&](int, int) { ++sizes.rnelem; });
-    return sizes.tuple();
+    return {sizes.rncodeatom, sizes.rnelem, sizes.rnnz};
 }
 
 /// Groups the elements of a sparse E by column, by a stable counting sort.

@@ -1,0 +1,42 @@
+#pragma once
+
+/// Sparse constant matrices as operands: triplet lists `msubi`, `msubj` with the values beside
+/// them, ordered strictly by row and then column. There is no row pointer: a row is a run of equal
+/// `msubi`.
+
+#include "algorithms.h"
+#include "array.h"
+
+namespace fragments {
+
+/// Whether some entry lies outside md0 x md1.
+template <class S>
+bool has_bad_index(int md0, int md1, int64_t mnnz, I32<S> msubi, I32<S> msubj)
+{
+    for (int64_t k = 0; k < mnnz; ++k)
+        if (msubi[k] < 0 || msubi[k] >= md0 || msubj[k] < 0 || msubj[k] >= md1) return true;
+    return false;
+}
+
+/// Whether some entry doesn't come strictly behind the one before it.
+template <class S>
+bool has_bad_order(int64_t mnnz, I32<S> msubi, I32<S> msubj)
+{
+    for (int64_t k = 0; k < mnnz - 1; ++k)
+        if (msubi[k + 1] < msubi[k] || (msubi[k + 1] == msubi[k] && msubj[k + 1] <= msubj[k]))
+            return true;
+    return false;
+}
+
+/// A matrix's entries or an expression's elements by column: those of column c are perm[p] for p
+/// from ptr[c] up to but not including ptr[c + 1], in ascending row.
+template <class S>
+struct ColumnGrouping
+{
+    I32<S> ptr;
+    I32<S> perm;
+
+    Range column(int c) const { return {ptr[c], ptr[c + 1]}; }
+};
+
+} // namespace fragments
