@@ -148,7 +148,7 @@ struct Result : Sections<S>, Written
     /// For an atom whose operand means nothing: its operand slot keeps what it holds.
     void append_opcode(Opcode opcode) { code[codei++] = opcode; }
 
-    void append_atom(Opcode opcode, double operand)
+    void append_atom(int32_t opcode, double operand)
     {
         cconst[codei] = operand;
         code[codei++] = opcode;
@@ -157,12 +157,8 @@ struct Result : Sections<S>, Written
     /// The program of term t of `e`, as it is.
     void append_program(const Operand<S>& e, int64_t t)
     {
-        const int64_t begin = e.codeptr[t];
-        const int64_t n = e.codeptr[t + 1] - begin;
-        if (n <= 0) return;
-        copy_n(e.code.from(begin), n, code.from(codei));
-        copy_n(e.cconst.from(begin), n, cconst.from(codei));
-        codei += static_cast<int>(n);
+        const int64_t end = e.codeptr[t + 1];
+        for (int64_t a = e.codeptr[t]; a < end; ++a) append_atom(e.code[a], e.cconst[a]);
     }
 
     /// Ends the program of the term that is being written, and the term.
