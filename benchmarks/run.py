@@ -15,15 +15,10 @@ import sys
 import time
 
 import benchmark_reference as reference
-import fragments
-
 import workloads
+from workloads import closure
 
 MIN_SECONDS = 0.02  # of one repetition
-
-
-def closure(number):
-    return getattr(fragments, "_c_closure_%d" % number)
 
 
 def seconds(work, calls):
@@ -82,8 +77,6 @@ def blocks(options):
                 (383, "383: copy of f64", (0, n, 0, d, d2), (copy, d, d2), 8),
                 (608, "608: fill of i32", (i, n, 0), (fill, i), 4),
             ):
-                if not hasattr(fragments, "_c_closure_%d" % number):
-                    continue
                 function = closure(number)
                 times, ratios = measure(
                     [lambda: function(*ours), lambda: theirs[0](*theirs[1:])], options.repetitions)
