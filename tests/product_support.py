@@ -5,8 +5,8 @@ from support import call, f64, i32, strided
 
 def triplets(matrix):
     """The entries of a matrix but for the blanks (None), by row and then column."""
-    entries = [(i, j, v) for i, row in enumerate(matrix) for j, v in enumerate(row) if v is not None]
-    return [i for i, _, _ in entries], [j for _, j, _ in entries], [v for _, _, v in entries]
+    places = [(i, j) for i, row in enumerate(matrix) for j, v in enumerate(row) if v is not None]
+    return [i for i, _ in places], [j for _, j in places], [matrix[i][j] for i, j in places]
 
 
 def random_matrix(sampler, rows, columns, sparse):

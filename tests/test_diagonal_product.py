@@ -39,10 +39,9 @@ class DiagonalProduct(unittest.TestCase):
         bound = dict(stack_bindings("w", w), **stack_bindings("r", r), **stack_bindings("x", x))
         bound.update(header_bindings("", push(w, model)), **matrix_bindings(matrix, step))
         bound.update(md1=model.shape[0], d1=model.shape[1])
-        for name, kind, base in (("e", "xcolptr", "xcperm"), ("m", "xmcolptr", "xmperm")):
-            columns, entries = ("d1", "nelem") if name == "e" else ("md1", "mnnz")
-            bound[kind + "_base"] = x.reserve("i", bound[columns] + 1)
-            bound[base + "_base"] = x.reserve("i", bound[entries])
+        for name, count in (("xcolptr", bound["d1"] + 1), ("xcperm", bound["nelem"]),
+                            ("xmcolptr", bound["md1"] + 1), ("xmperm", bound["mnnz"])):
+            bound[name + "_base"] = x.reserve("i", count)
         return r, bound
 
     def size(self, bound, left):
@@ -106,9 +105,9 @@ class DiagonalProduct(unittest.TestCase):
             with self.subTest(left=left, sparse_e=sparse_e, coded=coded, step=step, seed=seed):
                 result, nelem = self.chain(model, matrix, left, step)
                 # For each place of the diagonal, the entries (i, j) that E(j, i) may meet.
-                places = ([[(i, j) for j in range(md1)] for i in range(md0)] if left else
-                          [[(i, j) for i in range(md0)] for j in range(md1)])
-                places = [[(i, j) for i, j in place if matrix[i][j] is not None] for place in places]
+                given = lambda i, j: matrix[i][j] is not None
+                places = ([[(i, j) for j in range(md1) if given(i, j)] for i in range(md0)] if left
+                          else [[(i, j) for i in range(md0) if given(i, j)] for j in range(md1)])
                 values = evaluate(model, s.variables, s.parameters)
                 self.assertEqual(evaluate(result, s.variables, s.parameters),
                                  [sum(matrix[i][j] * values[j * md0 + i] for i, j in place)
@@ -143,15 +142,16 @@ class DiagonalProduct(unittest.TestCase):
                              terms)
 
     def test_cursors_of_left_side(self):
-        # Columns 1 and 3 of E, rows 0, 1 and 2 of M: the rest of each list stays when the other
-        # has been used up.
-        model = Model([1, 4], [[Term(1, 1.0)]] * 2, sp=[1, 3])
-        for matrix, cursors in (([[1.0], [1.0], [1.0], [None]], (1, 3)),
-                                ([[1.0], [1.0], [None], [1.0]], (2, 3)),
-                                ([[None], [1.0], [None], [None]], (1, 1))):
+        # Column 1 of E holds two elements, column 3 one. What is left of a list stays when the
+        # other has been used up, but a run that has met is passed whole.
+        model = Model([2, 4], [[Term(1, 1.0)]] * 3, sp=[1, 5, 7])
+        full, none = [1.0, 1.0], [None, None]
+        for matrix, cursors in (([full, full, full, none], (2, 6)),
+                                ([full, full, none, full], (3, 6)),
+                                ([none, full, none, none], (2, 2))):
             r, bound = self.operands(model, matrix)
             self.size(bound, True)
-            h = reserve(r, 1, 2, 2, hassp=True)
+            h = reserve(r, 1, 2, 3, hassp=True)
             start = dict(codei=4, elmi=0, nnzi=0, epos=0, mpos=0)
             codei, elmi, epos, mpos, nnzi = run(457, bound, header_bindings("r", h), start)
             self.assertEqual((codei, epos, mpos), (4, *cursors))
@@ -171,6 +171,12 @@ class DiagonalProduct(unittest.TestCase):
             run(455, none, mval=None, ri32=ri32, rshape_base=0, diaglen=3, rptr_base=1,
                 rcodeptr_base=2, ncodeatom=ncodeatom, rncodeatom=1 - ncodeatom)
             self.assertEqual(list(ri32), [3, 0, end, 7])
+
+    def test_copy_of_left_side_has_code_if_the_result_has(self):
+        r, bound = self.operands(Model([1, 1], [[Term(1, 1.0, [(2, 7.0)])]], coded=True), [[3.0]])
+        h = reserve(r, 1, 1, 1, 3, hassp=True)
+        run(455, bound, header_bindings("r", h), rncodeatom=0, diaglen=1)
+        self.assertEqual((r.f64[h.cof_base], r.i32[h.code_base]), (3.0, MARKER["i"]))
 
     def test_right_side_stops_at_the_columns_of_the_matrix(self):
         model = Model([2, 1], [[Term(1, 1.0)], [Term(2, 1.0)]], sp=[0, 1])

@@ -15,9 +15,9 @@ PARAMETERS = {
     472: "cconst_base code_base codei codeptr_base cof_base d0 d1 elmi md1 mval ncodeatom nelem "
          "nidxs_base nnzi ptr_base rcconst_base rcode_base rcodeptr_base rcof_base rf64 ri32 ri64 "
          "rnidxs_base rptr_base sp_base wf64 wi32 wi64 xi32 xrowptr_base",
-    470: "cconst_base code_base codei codeptr_base cof_base d0 d1 mcolptr_base md1 mperm_base msubi "
-         "mval nidxs_base nnzi ptr_base rcconst_base rcode_base rcodeptr_base rcof_base elmi rf64 "
-         "ri32 ri64 rncodeatom rnidxs_base rptr_base rsp_base wf64 wi32 wi64 xi32",
+    470: "cconst_base code_base codei codeptr_base cof_base d0 d1 mcolptr_base md1 mperm_base "
+         "msubi mval nidxs_base nnzi ptr_base rcconst_base rcode_base rcodeptr_base rcof_base elmi "
+         "rf64 ri32 ri64 rncodeatom rnidxs_base rptr_base rsp_base wf64 wi32 wi64 xi32",
     469: "codeptr_base d0 d1 mcolptr_base md1 mperm_base msubi ncodeatom ptr_base rncodeatom rnnz "
          "wi32 xi32",
     468: "cconst_base code_base codei codeptr_base cof_base d1 elmi epos md1 mnnz mperm_base msubi "
