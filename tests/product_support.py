@@ -1,6 +1,6 @@
 """What the tests of the products share: triplet lists, and calls by the parameters' names."""
 
-from support import call, f64, i32, strided
+from support import Model, call, f64, i32, strided
 
 
 def triplets(matrix):
@@ -30,6 +30,12 @@ def stack_bindings(letter, stack):
 
 def header_bindings(prefix, header):
     return {prefix + name: value for name, value in vars(header).items()}
+
+
+def split(model, n):
+    """The first `n` stored elements of a model, and the others."""
+    return [Model(model.shape, model.elements[part], model.sp and model.sp[part], model.coded)
+            for part in (slice(n), slice(n, None))]
 
 
 def call_by_name(number, parameters, *bindings, **values):

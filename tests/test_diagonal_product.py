@@ -4,7 +4,7 @@ import itertools
 import unittest
 
 from product_support import (call_by_name, header_bindings, matrix_bindings, random_matrix,
-                             stack_bindings)
+                             split, stack_bindings)
 from support import (MARKER, Model, Sampler, Stack, Term, assert_only_sections_written, call,
                      evaluate, i32, push, read, reserve)
 
@@ -89,9 +89,7 @@ class DiagonalProduct(unittest.TestCase):
                          (2 * ncodeatom, 2 * elmi, 2 * nnz))
         assert_only_sections_written(self, r, before, h)
         h.nelem = 2 * elmi
-        both = read(r, h, [diaglen])
-        halves = [Model(both.shape, both.elements[part], both.sp[part], both.coded)
-                  for part in (slice(elmi), slice(elmi, None))]
+        halves = split(read(r, h, [diaglen]), elmi)
         self.assertEqual(*halves)
         return halves[0], nelem
 

@@ -4,7 +4,7 @@ import itertools
 import unittest
 
 from product_support import (call_by_name, header_bindings, matrix_bindings, random_matrix,
-                             stack_bindings)
+                             split, stack_bindings)
 from support import (MARKER, Header, Model, Sampler, Stack, Term, assert_only_sections_written,
                      call, evaluate, f64, i32, i64, prefix, push, read, reserve)
 
@@ -94,10 +94,7 @@ class RightProduct(unittest.TestCase):
         twice = self.write(e, bound, sparse_m, h, once)
         self.assertEqual(twice, tuple(2 * n for n in sizes))
         assert_only_sections_written(self, r, before, h)
-        both = read(r, h, [d0, md1])
-        n = sizes[1]
-        halves = [Model(both.shape, both.elements[part], both.sp and both.sp[part], both.coded)
-                  for part in (slice(n), slice(n, 2 * n))]
+        halves = split(read(r, h, [d0, md1]), sizes[1])
         self.assertEqual(*halves)
         if not sparse_m and e.hassp:
             rows = [s // d1 for s in model.sp]
