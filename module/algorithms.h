@@ -154,6 +154,14 @@ struct Range
     int64_t end;
 };
 
+/// The end of the run of places from `begin` on whose key is `common`.
+template <class Key, class Value>
+int64_t run_end(int64_t begin, int64_t end, Key key, Value common)
+{
+    while (begin < end && key(begin) == common) ++begin;
+    return begin;
+}
+
 /// Calls `run(key, range)` for each maximal range of places with equal key, from `begin` on.
 /// Returns `end`, or `begin` if there is no place.
 template <class Key, class Run>
@@ -161,8 +169,7 @@ int64_t for_each_run(int64_t begin, int64_t end, Key key, Run run)
 {
     while (begin < end) {
         const auto common = key(begin);
-        int64_t next = begin + 1;
-        while (next < end && key(next) == common) ++next;
+        const int64_t next = run_end(begin + 1, end, key, common);
         run(common, Range{begin, next});
         begin = next;
     }
