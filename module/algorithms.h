@@ -112,6 +112,14 @@ Sum dot_n(Sum initial, Subscripts subscripts, Strides strides, int64_t n)
     return initial;
 }
 
+/// Adds the linear index of each of the first `n` rows of subscripts to its entry of `sp`.
+template <class S>
+void add_linear_indexes(int n, int nd, I64<S> strides, I64<S> sp, Matrix<int32_t, S> subscripts)
+{
+    for (int i = 0; i < n; ++i)
+        for (int k = 0; k < nd; ++k) sp[i] += subscripts(i, k) * strides[k];
+}
+
 /// `flag`, and list[i] < list[i + 1] for all neighbours of the first `n` entries.
 template <class T, class S>
 bool strictly_ascending(bool flag, Array<T, S> list, int64_t n)

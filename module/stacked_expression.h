@@ -164,17 +164,36 @@ struct Result : Sections<S>, Written
     /// Ends the program of the term that is being written, and the term.
     void close_coded_term() { codeptr[++nnzi] = codei; }
 
+    /// The program of term t of `e`, times v.
+    void append_scaled_program(const Operand<S>& e, int64_t t, double v)
+    {
+        append_program(e, t);
+        append_atom(op_const, v);
+        append_opcode(op_mul);
+    }
+
+    /// One term without a program.
+    void append_term(int64_t nidx, double coefficient)
+    {
+        nidxs[nnzi] = nidx;
+        cof[nnzi++] = coefficient;
+    }
+
     /// Scaled term copy: the terms of element q of `e`, each times v.
     void append_scaled(const Operand<S>& e, int64_t q, double v, Code form)
     {
-        const int64_t begin = e.ptr[q];
-        const int64_t end = e.ptr[q + 1];
+        append_scaled(e, Range{e.ptr[q], e.ptr[q + 1]}, v, form);
+    }
+
+    /// The same for a range of terms; `ptr` of `e` is not read.
+    void append_scaled(const Operand<S>& e, Range terms, double v, Code form)
+    {
         if (form == Code::none) {
             const auto to_nidxs = nidxs.from(nnzi);
             const auto to_cof = cof.from(nnzi);
-            const auto from_nidxs = e.nidxs.from(begin);
-            const auto from_cof = e.cof.from(begin);
-            const int64_t n = end - begin;
+            const auto from_nidxs = e.nidxs.from(terms.begin);
+            const auto from_cof = e.cof.from(terms.begin);
+            const int64_t n = terms.end - terms.begin;
             for (int64_t t = 0; t < n; ++t) {
                 to_nidxs[t] = from_nidxs[t];
                 to_cof[t] = from_cof[t] * v;
@@ -182,16 +201,13 @@ struct Result : Sections<S>, Written
             nnzi += n > 0 ? static_cast<int>(n) : 0;
             return;
         }
-        for (int64_t t = begin; t < end; ++t) {
+        for (int64_t t = terms.begin; t < terms.end; ++t) {
             nidxs[nnzi] = e.nidxs[t];
             cof[nnzi] = e.cof[t] * v;
-            if (form == Code::constant) {
+            if (form == Code::constant)
                 append_atom(op_const, 0.0);
-            } else {
-                append_program(e, t);
-                append_atom(op_const, v);
-                append_opcode(op_mul);
-            }
+            else
+                append_scaled_program(e, t, v);
             close_coded_term();
         }
     }
