@@ -18,8 +18,7 @@ namespace fragments {
 CLOSURE(465, results(bool, bool),
         (bool badidx, bool badorder, int md0, int md1, int mnnz, I32 msubi, I32 msubj))
 {
-    return {badidx || has_bad_index(md0, md1, mnnz, msubi, msubj),
-            badorder || has_bad_order(mnnz, msubi, msubj)};
+    return test_independently(badidx, badorder, md0, md1, mnnz, msubi, msubj);
 }
 
 /// Writes the sparse R = M e: element k, at the place of M's entry k, holds all `nnz` terms of e,
