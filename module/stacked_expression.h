@@ -109,6 +109,14 @@ struct Sizes
     int rnelem;
     long long rnnz;
 
+    /// Counts what Result::append writes for element q of `e`.
+    template <class S>
+    void add(const Operand<S>& e, int64_t q, bool coded)
+    {
+        rnnz += e.terms(q);
+        if (coded) rncodeatom += e.atoms(q);
+    }
+
     /// Counts what Result::append_scaled writes for element q of `e`.
     template <class S>
     void add_scaled(const Operand<S>& e, int64_t q, bool coded)
