@@ -176,11 +176,21 @@ struct Result : Sections<S>, Written
     /// Ends the program of the term that is being written, and the term.
     void close_coded_term() { codeptr[++nnzi] = codei; }
 
+    /// Terms from which on the copy of an element repays the set-up of a vectorised loop.
+    static constexpr int64_t vector_run = 8;
+
     /// Scaled term copy: the terms of element q of `e`, each times v.
     void append_scaled(const Operand<S>& e, int64_t q, double v, Code form)
     {
         const int64_t begin = e.ptr[q];
         const int64_t end = e.ptr[q + 1];
+        if (form == Code::none && end - begin < vector_run) {
+            for (int64_t t = begin; t < end; ++t, ++nnzi) {
+                nidxs[nnzi] = e.nidxs[t];
+                cof[nnzi] = e.cof[t] * v;
+            }
+            return;
+        }
         if (form == Code::none) {
             const auto to_nidxs = nidxs.from(nnzi);
             const auto to_cof = cof.from(nnzi);
@@ -191,7 +201,7 @@ struct Result : Sections<S>, Written
                 to_nidxs[t] = from_nidxs[t];
                 to_cof[t] = from_cof[t] * v;
             }
-            nnzi += n > 0 ? static_cast<int>(n) : 0;
+            nnzi += static_cast<int>(n);
             return;
         }
         for (int64_t t = begin; t < end; ++t) {

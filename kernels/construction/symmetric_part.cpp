@@ -8,6 +8,7 @@
 // that a radix sort makes (561 to 563). The result of a sparse operand is sparse.
 
 #include <algorithm>
+#include <type_traits>
 #include <utility>
 
 #include "algorithms.h"
@@ -68,6 +69,18 @@ void merge_with_mirror(const MirroredOrder<S>& order, int& i1, int& i2, Halve ha
         const int p = perm[i2];
         halve(p);
         close(mirrored[p]);
+    }
+}
+
+/// Calls `write` with a constant that says whether the result has code, so that the copies of terms
+/// without code carry nothing of it.
+template <class Write>
+void with_code(int rncodeatom, Write write)
+{
+    if (rncodeatom != 0) {
+        write(std::true_type{});
+    } else {
+        write(std::false_type{});
     }
 }
 
@@ -178,11 +191,12 @@ CLOSURE(566, results(int, int, int, int, int),
     r.sp = ri64.from(rsp_base);
     const MirroredOrder<Stride> order{nelem, wi64.from(sp_base), xi64.from(xsp_base),
                                       xi32.from(curperm_base)};
-    const bool coded = rncodeatom != 0;
-    const Code form = coded ? Code::scaled : Code::none;
-    merge_with_mirror(
-        order, i1, i2, [&](int q) { r.append_scaled(e, q, 0.5, form); },
-        [&](int q) { r.append(e, q, coded); }, [&](int64_t index) { r.close_element(index); });
+    with_code(rncodeatom, [&](auto coded) {
+        const Code form = coded ? Code::scaled : Code::none;
+        merge_with_mirror(
+            order, i1, i2, [&](int q) { r.append_scaled(e, q, 0.5, form); },
+            [&](int q) { r.append(e, q, coded); }, [&](int64_t index) { r.close_element(index); });
+    });
     return {r.codei, r.elmi, i1, i2, r.nnzi};
 }
 
@@ -223,19 +237,20 @@ CLOSURE(569, results(int, int, int, int),
                             {codeptr_base, code_base, cconst_base});
     Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
                      {rcodeptr_base, rcode_base, rcconst_base}, {codei, relemi, nnzi});
-    const bool coded = rncodeatom != 0;
-    const Code form = coded ? Code::scaled : Code::none;
-    for_each_position(extents(dim), [&](const Position& x) {
-        if (x.i == x.j) {
-            r.append(e, eli, coded);
-        } else {
-            r.append_scaled(e, eli, 0.5, form);
-            const int64_t mirror =
-                stride[0] * x.a + stride[3] * x.i + stride[2] * x.m + stride[1] * x.j + x.b;
-            r.append_scaled(e, mirror, 0.5, form);
-        }
-        r.close_element();
-        ++eli;
+    with_code(rncodeatom, [&](auto coded) {
+        const Code form = coded ? Code::scaled : Code::none;
+        for_each_position(extents(dim), [&](const Position& x) {
+            if (x.i == x.j) {
+                r.append(e, eli, coded);
+            } else {
+                const int64_t mirror =
+                    stride[0] * x.a + stride[3] * x.i + stride[2] * x.m + stride[1] * x.j + x.b;
+                r.append_scaled(e, eli, 0.5, form);
+                r.append_scaled(e, mirror, 0.5, form);
+            }
+            r.close_element();
+            ++eli;
+        });
     });
     return {r.codei, eli, r.nnzi, r.elmi};
 }
