@@ -74,38 +74,27 @@ class WithExpression(unittest.TestCase):
         return (dim, i32(sub), f64(a), i64(einst), i64(eptrb), f64(ecof), i64(esubj), f64(ebfix), x,
                 expected)
 
-    def test_entry_outermost(self):
-        for seed in range(60):
+    def test_value_with_either_outermost(self):
+        for seed, by_entry in itertools.product(range(60), (True, False)):
             dim, sub, a, einst, eptrb, ecof, esubj, ebfix, x, expected = self.operands(seed)
             na, ne, enz = len(a), len(einst), len(ecof)
-            inst, ptrb, cof = i64(list(einst) * na), blank("q", na * ne + 1), blank("d", na * enz)
-            bfix = blank("d", na * ne)
+            inst, ptrb, bfix = blank("q", na * ne), blank("q", na * ne + 1), blank("d", na * ne)
+            subj, cof = i64(list(esubj) * na), blank("d", na * enz)
+            source = list(einst)
             ptrb[0] = n = 0
             for ia in range(na):
-                rows = memoryview(inst)[n : n + ne]
+                rows = memoryview(inst)[n : n + ne] if by_entry else memoryview(inst)[ia::na]
+                rows[:] = einst
                 n = call(584, dim, rows, eptrb, ia, n, ptrb, sub)
                 call(583, a, cof, ecof, enz, ia, ia * enz)
-            call(585, a, bfix, ebfix, einst)
-            with self.subTest(seed=seed):
-                self.assertEqual(n, na * ne)
-                self.assertEqual(dense(len(expected), inst, ptrb, list(esubj) * na, cof, x, bfix),
-                                 expected)
-
-    def test_element_outermost(self):
-        for seed in range(60):
-            dim, sub, a, einst, eptrb, ecof, esubj, ebfix, x, expected = self.operands(seed)
-            na, ne, nnz = len(a), len(einst), len(a) * len(ecof)
-            inst, ptrb, cof = blank("q", na * ne), blank("q", na * ne + 1), blank("d", nnz)
-            subj, bfix, source = blank("q", nnz), blank("d", na * ne), list(einst)
-            ptrb[0] = 0
-            call(582, a, bfix, cof, dim, ebfix, ecof, einst, eptrb, esubj, ptrb, sub, subj)
-            for j in range(na):
-                entries = memoryview(inst)[j::na]
-                entries[:] = einst
-                call(584, dim, entries, eptrb, j, 0, i64([0] * (ne + 1)), sub)
-            with self.subTest(seed=seed):
-                self.assertEqual(list(einst), source)
+            self.assertEqual(n, na * ne)
+            if by_entry:
+                call(585, a, bfix, ebfix, einst)
+            else:
+                call(582, a, bfix, cof, dim, ebfix, ecof, einst, eptrb, esubj, ptrb, sub, subj)
                 self.assertEqual(list(inst), sorted(set(inst)))
+                self.assertEqual(list(einst), source)
+            with self.subTest(seed=seed, by_entry=by_entry):
                 self.assertEqual(dense(len(expected), inst, ptrb, subj, cof, x, bfix), expected)
 
     def test_without_fixed_terms_or_entries(self):

@@ -21,8 +21,9 @@ CLOSURE(581, int, (I32 eshape, int n))
 /// a[j]. `subj` and `cof` are filled from entry 0 on, `ptrb` from entry 1 on, and `bfix` if given.
 ///
 /// `einst` counts the elements and stays as it is; the result's linear indexes are not written. The
-/// host lays them out as a strided list: entries j, j + len(a), j + 2 len(a), ... get a copy of
-/// `einst`, and 584 for entry j of `a`, called on that view, turns them into the result's.
+/// host forms that list before: entries j, j + len(a), j + 2 len(a), ... get a copy of `einst`, and
+/// 584 for entry j of `a`, called on the strided view of them, turns them into the result's. What
+/// 584 leaves in `ptrb` is overwritten here.
 CLOSURE(582, void,
         (F64 a, F64 bfix, F64 cof, [[maybe_unused]] int dim, F64 ebfix, F64 ecof, I64 einst,
          I64 eptrb, I64 esubj, I64 ptrb, [[maybe_unused]] I32 sub, I64 subj))
