@@ -109,6 +109,14 @@ struct Sizes
     int rnelem;
     long long rnnz;
 
+    /// Counts what Result::append writes for element q of `e`.
+    template <class S>
+    void add(const Operand<S>& e, int64_t q, bool coded)
+    {
+        rnnz += e.terms(q);
+        if (coded) rncodeatom += e.atoms(q);
+    }
+
     /// Counts what Result::append_scaled writes for element q of `e`.
     template <class S>
     void add_scaled(const Operand<S>& e, int64_t q, bool coded)
@@ -179,6 +187,9 @@ struct Result : Sections<S>, Written
         cof[nnzi++] = coefficient;
     }
 
+    /// Terms from which on the copy of an element repays the set-up of a vectorised loop.
+    static constexpr int64_t vector_run = 8;
+
     /// Scaled term copy: the terms of element q of `e`, each times v.
     void append_scaled(const Operand<S>& e, int64_t q, double v, Code form)
     {
@@ -188,17 +199,21 @@ struct Result : Sections<S>, Written
     /// The same for a range of terms; `ptr` of `e` is not read.
     void append_scaled(const Operand<S>& e, Range terms, double v, Code form)
     {
+        const int64_t n = terms.end - terms.begin;
+        if (form == Code::none && n < vector_run) {
+            for (int64_t t = terms.begin; t < terms.end; ++t) append_term(e.nidxs[t], e.cof[t] * v);
+            return;
+        }
         if (form == Code::none) {
             const auto to_nidxs = nidxs.from(nnzi);
             const auto to_cof = cof.from(nnzi);
             const auto from_nidxs = e.nidxs.from(terms.begin);
             const auto from_cof = e.cof.from(terms.begin);
-            const int64_t n = terms.end - terms.begin;
             for (int64_t t = 0; t < n; ++t) {
                 to_nidxs[t] = from_nidxs[t];
                 to_cof[t] = from_cof[t] * v;
             }
-            nnzi += n > 0 ? static_cast<int>(n) : 0;
+            nnzi += static_cast<int>(n);
             return;
         }
         for (int64_t t = terms.begin; t < terms.end; ++t) {
