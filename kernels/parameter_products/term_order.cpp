@@ -17,53 +17,13 @@ namespace fragments {
 
 namespace {
 
-/// b if `second`, else a. A conditional would become a branch, and one that can't be foreseen.
-int32_t select(bool second, int32_t a, int32_t b)
-{
-    return a ^ ((a ^ b) & -int32_t{second});
-}
-
-/// Merges two neighbouring runs of `width` positions from both ends at once. Each end writes half
-/// of the result, for which no run is too short, so that no place has to be tested; and the two
-/// chains of loads run side by side.
-template <class S>
-void merge_equal_runs(I64<S> key, I32<S> from, int64_t left, int64_t width, I32<S> to)
-{
-    int64_t a = left;
-    int64_t b = left + width;
-    int64_t last_a = b - 1;
-    int64_t last_b = b + width - 1;
-    for (int64_t i = 0; i < width; ++i) {
-        const int32_t p = from[a];
-        const int32_t q = from[b];
-        const bool right = key[q] < key[p];
-        to[left + i] = select(right, p, q);
-        a += !right;
-        b += right;
-
-        const int32_t last_p = from[last_a];
-        const int32_t last_q = from[last_b];
-        const bool last_left = key[last_q] < key[last_p];
-        to[left + 2 * width - 1 - i] = select(last_left, last_q, last_p);
-        last_a -= last_left;
-        last_b -= !last_left;
-    }
-}
-
 /// Merges the ascending runs from `left` and from `mid` up to `end` of `from` into the same places
 /// of `to`. Of equal keys those of the left run come first.
 template <class S>
 void merge_runs(I64<S> key, I32<S> from, int64_t left, int64_t mid, int64_t end, I32<S> to)
 {
-    // Keys of longer runs don't stay in the cache; there a branch is faster, since the processor
-    // goes on to the next keys on its guess.
-    constexpr int64_t cached = 8192;
     if (mid == end || key[from[mid - 1]] <= key[from[mid]]) {
-        copy_n(from.from(left), end - left, to.from(left));
-        return;
-    }
-    if (end - mid == mid - left && end - mid <= cached) {
-        merge_equal_runs(key, from, left, mid - left, to);
+        copy_n(from.from(left), end - left, to.from(left)); // in order already
         return;
     }
     int64_t a = left;
