@@ -68,7 +68,7 @@ bool Views::acquire_entries(const Py_buffer& list, const ArraySpec& spec)
     }
     entry_count_ = count;
     list_ = count_;
-    PyObject* const* objects = static_cast<PyObject* const*>(list.buf);
+    const auto* objects = static_cast<PyObject* const*>(list.buf);
     const int64_t stride = elements<PyObject*>(list.strides[0]);
     for (int64_t k = 0; k < count; ++k) {
         PyObject* object = objects[k * stride];

@@ -164,6 +164,7 @@ struct ArrayParameter
 template <class T>
 constexpr int64_t elements(Py_ssize_t bytes)
 {
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): T may be a pointer, in a list of objects.
     return static_cast<int64_t>(static_cast<uint64_t>(bytes) / sizeof(T));
 }
 
@@ -416,7 +417,7 @@ public:
     };                                                                                             \
     }                                                                                              \
     template <>                                                                                    \
-    PyObject* ::fragments::closure<Number>(PyObject*, PyObject * arguments)                        \
+    PyObject* closure<Number>(PyObject*, PyObject * arguments)                                     \
     {                                                                                              \
         return ::fragments::Frame<Number, Body##Number>::call(arguments);                          \
     }                                                                                              \
