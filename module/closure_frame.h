@@ -32,9 +32,10 @@
 
 namespace fragments {
 
-/// Entry of the method table for the closure with this number; defined by CLOSURE.
+/// Entry of the method table for the closure with this number; defined by CLOSURE. Hidden by its
+/// declaration as well, so that the linker looks for it in the module alone.
 template <int Number>
-PyObject* closure(PyObject* module, PyObject* arguments);
+[[gnu::visibility("hidden")]] PyObject* closure(PyObject* module, PyObject* arguments);
 
 /// What the frame tests of an array parameter.
 struct ArraySpec
