@@ -13,7 +13,7 @@ install() {
     fi
     say "installing $*"
     local -x DEBIAN_FRONTEND=noninteractive
-    local apt=(apt-get -qq -y --no-install-recommends install "$@")
-    { "${apt[@]}" || { apt-get -qq update && "${apt[@]}"; }; } >/dev/null 2>&1 ||
+    # A new machine may have no lists of packages yet.
+    { apt-get -qq update && apt-get -qq -y --no-install-recommends install "$@"; } >/dev/null 2>&1 ||
         fail "missing: $what, and 'apt-get install $*' failed"
 }
