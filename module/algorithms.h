@@ -4,22 +4,29 @@
 /// nothing. Elements are taken in ascending order unless a loop says otherwise, and the outcome is
 /// that of the plain loop also where arrays overlap.
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <cwchar>
 #include <type_traits>
 
 #include "array.h"
 
 namespace fragments {
 
+/// Whether a run of elements is one block of memory that may be moved without looking at each.
+template <class S>
+constexpr bool is_block = std::is_same_v<S, Contiguous> && !checked;
+
+/// Below this length, as the terms of one element are, a call of the C library doesn't pay.
+constexpr int64_t short_run = 32;
+
 /// target[i] = source[i].
 template <class T, class S>
 void copy_n(Array<T, S> source, int64_t n, Array<T, S> target)
 {
-    if constexpr (std::is_same_v<S, Contiguous> && !checked) {
-        // A block move is the ascending copy unless the target starts inside the source. Short
-        // runs, as the terms of one element are, don't repay the call.
-        constexpr int64_t short_run = 32;
+    if constexpr (is_block<S>) {
+        // A block move is the ascending copy unless the target starts inside the source.
         const auto bytes = static_cast<uint64_t>(n) * sizeof(T);
         const auto ahead =
             reinterpret_cast<uint64_t>(target.data()) - reinterpret_cast<uint64_t>(source.data());
@@ -42,6 +49,14 @@ void convert_n(Array<From, S> source, int64_t n, Array<To, S> target)
 template <class T, class S>
 void fill_n(Array<T, S> target, int64_t n, std::type_identity_t<T> value)
 {
+    if constexpr (std::is_same_v<T, int32_t> && is_block<S>) {
+        // The C library has this fill for 32-bit characters, and for the machine's vector width.
+        static_assert(sizeof(wchar_t) == sizeof(int32_t));
+        if (n >= short_run) {
+            std::wmemset(reinterpret_cast<wchar_t*>(target.data()), value, static_cast<size_t>(n));
+            return;
+        }
+    }
     for (int64_t i = 0; i < n; ++i) target[i] = value;
 }
 
@@ -97,6 +112,14 @@ Sum dot_n(Sum initial, Subscripts subscripts, Strides strides, int64_t n)
     return initial;
 }
 
+/// Adds the linear index of each of the first `n` rows of subscripts to its entry of `sp`.
+template <class S>
+void add_linear_indexes(int n, int nd, I64<S> strides, I64<S> sp, Matrix<int32_t, S> subscripts)
+{
+    for (int i = 0; i < n; ++i)
+        for (int k = 0; k < nd; ++k) sp[i] += subscripts(i, k) * strides[k];
+}
+
 /// `flag`, and list[i] < list[i + 1] for all neighbours of the first `n` entries.
 template <class T, class S>
 bool strictly_ascending(bool flag, Array<T, S> list, int64_t n)
@@ -139,6 +162,14 @@ struct Range
     int64_t end;
 };
 
+/// The end of the run of places from `begin` on whose key is `common`.
+template <class Key, class Value>
+int64_t run_end(int64_t begin, int64_t end, Key key, Value common)
+{
+    while (begin < end && key(begin) == common) ++begin;
+    return begin;
+}
+
 /// Calls `run(key, range)` for each maximal range of places with equal key, from `begin` on.
 /// Returns `end`, or `begin` if there is no place.
 template <class Key, class Run>
@@ -146,8 +177,7 @@ int64_t for_each_run(int64_t begin, int64_t end, Key key, Run run)
 {
     while (begin < end) {
         const auto common = key(begin);
-        int64_t next = begin + 1;
-        while (next < end && key(next) == common) ++next;
+        const int64_t next = run_end(begin + 1, end, key, common);
         run(common, Range{begin, next});
         begin = next;
     }
@@ -171,6 +201,34 @@ void for_each_match(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
             ++a.begin;
             ++b.begin;
         }
+    }
+}
+
+/// The same where the keys of `b` ascend and there may be many more of them than of `a`: `b` is
+/// searched by doubling steps (Bentley and Yao's unbounded search), so that the cost is that of `a`
+/// times the logarithm of the distances in `b`.
+template <class KeyA, class KeyB, class Match>
+void for_each_match_in_long(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
+{
+    for (; a.begin < a.end && b.begin < b.end; ++a.begin) {
+        const auto key = key_a(a.begin);
+        // All places below b.begin have smaller keys; find the first whose key isn't.
+        int64_t step = 1;
+        int64_t high = b.begin;
+        while (high < b.end && key_b(high) < key) {
+            b.begin = high + 1;
+            high += step;
+            step *= 2;
+        }
+        high = std::min(high, b.end);
+        while (b.begin < high) {
+            const int64_t middle = b.begin + (high - b.begin) / 2;
+            if (key_b(middle) < key)
+                b.begin = middle + 1;
+            else
+                high = middle;
+        }
+        if (b.begin < b.end && !(key < key_b(b.begin))) match(a.begin, b.begin++);
     }
 }
 

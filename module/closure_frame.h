@@ -21,6 +21,7 @@
 // Python's header asks to stand before all others.
 #include <Python.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <new>
@@ -37,56 +38,114 @@ namespace fragments {
 template <int Number>
 [[gnu::visibility("hidden")]] PyObject* closure(PyObject* module, PyObject* arguments);
 
-/// What the frame tests of an array parameter.
+/// What the frame tests of an array parameter. The first character of the view's format must be
+/// `kind` or `also`; a list's format must be "O" alone.
 struct ArraySpec
 {
     const char* name;
-    char kind;       ///< 'i' for i32, 'l' for i64, 'd' for f64, 'O' for a list of arrays
-    char entry_kind; ///< kind of a list's entries, else 0
     int rank;
+    char kind;
+    char also;
+    Py_ssize_t item_size;
+
+    bool accepts(const Py_buffer& view) const
+    {
+        const char c = view.format[0];
+        return view.ndim == rank && (c == kind || c == also) &&
+               (kind != 'O' || view.format[1] == '\0');
+    }
 };
 
-/// The views of one call, taken left to right and released in reverse.
+/// Sets the exception for an array that its spec doesn't accept.
+void report_refusal(const char* name);
+
+/// Turns the exception in flight, out of a body, into the interpreter's. Returns null.
+PyObject* report_failure(int number);
+
+/// The views of a list's entries, null for None.
+class EntryViews
+{
+public:
+    /// Takes a view of each entry of `list`. On failure sets the exception, with the list's name,
+    /// and returns false; what has been taken is held until release.
+    bool take(const Py_buffer& list, const ArraySpec& entry, const char* name);
+    void release();
+
+    int64_t length() const { return length_; }
+    const Py_buffer* operator[](int64_t k) const
+    {
+        return views_[k] == nullptr ? nullptr : PyMemoryView_GET_BUFFER(views_[k]);
+    }
+
+private:
+    PyObject** views_ = nullptr;
+    int64_t length_ = 0;
+};
+
+/// The views of one call, taken left to right and released in reverse. `List` is the place of the
+/// closure's list of arrays among its `Count` arrays, or `Count`.
+template <size_t Count, size_t List>
 class Views
 {
 public:
-    explicit Views(PyObject** memoryviews) : memoryviews_(memoryviews) {}
+    Views() = default;
     ~Views() { release(); }
     Views(const Views&) = delete;
     Views& operator=(const Views&) = delete;
 
-    /// Takes a view of each object, or none for None. On failure sets the exception, releases all
-    /// and returns false.
-    bool acquire(PyObject* const* objects, const ArraySpec* specs, size_t count);
-    void release();
+    /// Takes a view of the next array, or none for None. On failure sets the exception and returns
+    /// false.
+    [[gnu::always_inline]] bool take(PyObject* object, const ArraySpec& spec)
+    {
+        if (object == Py_None) {
+            memoryviews_[count_++] = nullptr;
+            return true;
+        }
+        PyObject* memoryview = PyMemoryView_FromObject(object);
+        if (memoryview == nullptr) return false;
+        memoryviews_[count_++] = memoryview;
+        const Py_buffer& view = *PyMemoryView_GET_BUFFER(memoryview);
+        if (!spec.accepts(view)) {
+            report_refusal(spec.name);
+            return false;
+        }
+        gaps_ |= view.strides[spec.rank - 1] - spec.item_size;
+        return true;
+    }
+
+    /// The same for the list's entries, once the list itself is taken.
+    bool take_entries(const ArraySpec& entry, const char* name)
+    {
+        const Py_buffer* list = (*this)[List];
+        return list == nullptr || entries_.take(*list, entry, name);
+    }
+
+    [[gnu::always_inline]] void release()
+    {
+        while (count_ > 0) {
+            --count_;
+            if constexpr (List < Count)
+                if (count_ == List) entries_.release();
+            Py_XDECREF(memoryviews_[count_]);
+        }
+    }
 
     /// Null for None.
     const Py_buffer* operator[](size_t k) const
     {
         return memoryviews_[k] == nullptr ? nullptr : PyMemoryView_GET_BUFFER(memoryviews_[k]);
     }
-    bool contiguous() const { return contiguous_; }
+    const EntryViews& entries() const { return entries_; }
 
-    int64_t entry_count() const { return entry_count_; }
-    const Py_buffer* entry(int64_t k) const
-    {
-        return entries_[k] == nullptr ? nullptr : PyMemoryView_GET_BUFFER(entries_[k]);
-    }
+    /// Whether the elements of each array follow each other, in its last dimension.
+    bool contiguous() const { return gaps_ == 0; }
 
 private:
-    bool acquire_entries(const Py_buffer& list, const ArraySpec& spec);
-    void release_entries();
-
-    PyObject** memoryviews_; // owned references, null for None
+    PyObject* memoryviews_[Count + 1]; // owned references; one more, as Count may be 0
     size_t count_ = 0;
-    PyObject** entries_ = nullptr; // the same for the entries of the list parameter
-    int64_t entry_count_ = 0;
-    size_t list_ = 0; // which array the list is, while entries are held
-    bool contiguous_ = true;
+    Py_ssize_t gaps_ = 0; // all distances between neighbouring elements, combined
+    EntryViews entries_;
 };
-
-/// Turns the exception in flight, out of a body, into the interpreter's. Returns null.
-PyObject* report_failure(int number);
 
 /// Names of the parameters in a stringised parameter list, each ended by a null character.
 template <size_t Size>
@@ -120,48 +179,37 @@ constexpr bool precedes(const char* a, const char* b)
     return static_cast<unsigned char>(*a) < static_cast<unsigned char>(*b);
 }
 
-template <class T>
-constexpr char kind_of = std::is_same_v<T, int32_t>   ? 'i'
-                         : std::is_same_v<T, int64_t> ? 'l'
-                                                      : 'd';
-
 /// How a parameter type passes: its format letter, its slot for PyArg_ParseTuple and, for arrays,
 /// its spec and its value made from the view.
 template <class P>
 struct Parameter;
 
-template <class P, char Letter, class SlotType = P>
+template <char Letter, class SlotType>
 struct Scalar
 {
-    static constexpr bool is_array = false;
     static constexpr char letter = Letter;
+    static constexpr bool is_array = false;
+    static constexpr bool is_list = false;
     using Slot = SlotType;
 };
 template <>
-struct Parameter<int> : Scalar<int, 'i'>
+struct Parameter<int> : Scalar<'i', int>
 {
 };
 template <>
-struct Parameter<long long> : Scalar<long long, 'L'>
+struct Parameter<long long> : Scalar<'L', long long>
 {
 };
 template <>
-struct Parameter<double> : Scalar<double, 'd'>
+struct Parameter<double> : Scalar<'d', double>
 {
 };
 template <>
-struct Parameter<bool> : Scalar<bool, 'p', int>
+struct Parameter<bool> : Scalar<'p', int>
 {
 };
 
-struct ArrayParameter
-{
-    static constexpr bool is_array = true;
-    static constexpr char letter = 'O';
-    using Slot = PyObject*;
-};
-
-/// A byte count or stride in elements of type T.
+/// A byte count or stride in elements of type T; the division is unsigned.
 template <class T>
 constexpr int64_t elements(Py_ssize_t bytes)
 {
@@ -169,31 +217,41 @@ constexpr int64_t elements(Py_ssize_t bytes)
     return static_cast<int64_t>(static_cast<uint64_t>(bytes) / sizeof(T));
 }
 
-template <class T, class S>
-Array<T, S> make_array(const Py_buffer* view, const char* name)
+struct ArrayParameter
 {
-    if (view == nullptr) return {nullptr, S{}, 0, name};
-    return {static_cast<T*>(view->buf), S{elements<T>(view->strides[0])}, elements<T>(view->len),
-            name};
-}
+    static constexpr char letter = 'O';
+    static constexpr bool is_array = true;
+    static constexpr bool is_list = false;
+    using Slot = PyObject*;
+
+    template <class T>
+    static constexpr ArraySpec spec_of(const char* name, int rank)
+    {
+        constexpr char kind = std::is_same_v<T, int32_t>   ? 'i'
+                              : std::is_same_v<T, int64_t> ? 'l'
+                                                           : 'd';
+        return {name, rank, kind, kind == 'l' ? 'q' : kind, sizeof(T)};
+    }
+};
 
 template <class T, class S>
 struct Parameter<Array<T, S>> : ArrayParameter
 {
-    static constexpr ArraySpec spec(const char* name) { return {name, kind_of<T>, 0, 1}; }
-    static Array<T, S> make(const Views& views, size_t k, const char* name)
+    static constexpr ArraySpec spec(const char* name) { return spec_of<T>(name, 1); }
+    static Array<T, S> make(const Py_buffer* view, const char* name)
     {
-        return make_array<T, S>(views[k], name);
+        if (view == nullptr) return {nullptr, S{}, 0, name};
+        return {static_cast<T*>(view->buf), S{elements<T>(view->strides[0])},
+                elements<T>(view->len), name};
     }
 };
 
 template <class T, class S>
 struct Parameter<Matrix<T, S>> : ArrayParameter
 {
-    static constexpr ArraySpec spec(const char* name) { return {name, kind_of<T>, 0, 2}; }
-    static Matrix<T, S> make(const Views& views, size_t k, const char* name)
+    static constexpr ArraySpec spec(const char* name) { return spec_of<T>(name, 2); }
+    static Matrix<T, S> make(const Py_buffer* view, const char* name)
     {
-        const Py_buffer* view = views[k];
         if (view == nullptr) return {nullptr, 0, S{}, 0, 0, name};
         return {static_cast<T*>(view->buf),
                 elements<T>(view->strides[0]),
@@ -209,28 +267,32 @@ template <class T>
 class ArrayList
 {
 public:
-    ArrayList(const Views& views, const char* name) : views_(views), name_(name) {}
+    ArrayList(const EntryViews& entries, const char* name) : entries_(entries), name_(name) {}
 
-    int64_t length() const { return views_.entry_count(); }
+    int64_t length() const { return entries_.length(); }
 
     Array<T, Strided> operator[](int64_t i) const
     {
 #ifdef FRAGMENTS_CHECKED
         check(name_, i, length());
 #endif
-        return make_array<T, Strided>(views_.entry(i), name_);
+        return Parameter<Array<T, Strided>>::make(entries_[i], name_);
     }
 
 private:
-    const Views& views_;
+    const EntryViews& entries_;
     const char* name_;
 };
 
 template <class T>
 struct Parameter<ArrayList<T>> : ArrayParameter
 {
-    static constexpr ArraySpec spec(const char* name) { return {name, 'O', kind_of<T>, 1}; }
-    static ArrayList<T> make(const Views& views, size_t, const char* name) { return {views, name}; }
+    static constexpr bool is_list = true;
+    static constexpr ArraySpec entry = spec_of<T>(nullptr, 1);
+    static constexpr ArraySpec spec(const char* name)
+    {
+        return {name, 1, 'O', 'O', sizeof(PyObject*)};
+    }
 };
 
 /// The result form that a CLOSURE declaration names.
@@ -277,53 +339,46 @@ PyObject* build(const std::tuple<R...>& values)
     return nullptr;
 }
 
-template <class Function>
-struct SignatureOf;
-template <class R, class... P>
-struct SignatureOf<R (*)(P...)>
-{
-    using Result = R;
-    using Slots = std::tuple<typename Parameter<P>::Slot...>;
-    static constexpr size_t count = sizeof...(P);
-    static constexpr size_t array_count = (0 + ... + size_t{Parameter<P>::is_array});
-    static constexpr std::array<char, count + 1> format{Parameter<P>::letter..., '\0'};
-    static constexpr std::array<bool, count> is_array{Parameter<P>::is_array...};
-};
-
 /// Runs the call of one closure; `Body<S>::run` is its body for stride S.
-template <int Number, template <class> class Body>
-class Frame
+template <int Number, template <class> class Body, class Signature>
+class Frame;
+
+template <int Number, template <class> class Body, class Result, class... P>
+class Frame<Number, Body, Result (*)(P...)>
 {
-    using Signature = SignatureOf<decltype(&Body<Strided>::run)>;
-    using Slots = typename Signature::Slots;
-    using Result = typename Signature::Result;
-    static constexpr size_t count = Signature::count;
-    static constexpr size_t array_count = Signature::array_count;
-    static constexpr auto indexes = std::make_index_sequence<count>{};
+    using Slots = std::tuple<typename Parameter<P>::Slot...>;
+    using Indexes = std::index_sequence_for<P...>;
+
+    static constexpr char format[] = {Parameter<P>::letter..., '\0'};
 
     /// For the k-th parameter, how many arrays stand before it.
     static constexpr size_t arrays_before(size_t k)
     {
-        size_t n = 0;
-        for (size_t i = 0; i < k; ++i) n += Signature::is_array[i] ? 1 : 0;
-        return n;
+        constexpr bool is_array[] = {Parameter<P>::is_array..., false};
+        return static_cast<size_t>(std::count(is_array, is_array + k, true));
+    }
+    static constexpr size_t array_count = arrays_before(sizeof...(P));
+
+    /// Where the list of arrays stands among the arrays.
+    static constexpr size_t list_place()
+    {
+        constexpr bool is_list[] = {Parameter<P>::is_list..., true};
+        return arrays_before(
+            static_cast<size_t>(std::find(is_list, is_list + sizeof...(P), true) - is_list));
     }
 
-    template <class... P>
-    static constexpr std::array<ArraySpec, array_count> specs_of(Result (*)(P...))
+    template <size_t... K>
+    static constexpr std::array<ArraySpec, array_count> make_specs(std::index_sequence<K...>)
     {
         std::array<ArraySpec, array_count> specs{};
-        size_t k = 0;
-        size_t n = 0;
-        const auto add = [&]<class Q>(std::type_identity<Q>) {
+        const auto add = [&]<class Q>(std::type_identity<Q>, size_t k) {
             if constexpr (Parameter<Q>::is_array)
-                specs[n++] = Parameter<Q>::spec(Body<Strided>::names[k]);
-            ++k;
+                specs[arrays_before(k)] = Parameter<Q>::spec(Body<Strided>::names[k]);
         };
-        (add(std::type_identity<P>{}), ...);
+        (add(std::type_identity<P>{}, K), ...);
         return specs;
     }
-    static constexpr auto specs = specs_of(&Body<Strided>::run);
+    static constexpr std::array<ArraySpec, array_count> specs = make_specs(Indexes{});
 
     static constexpr bool names_ascend()
     {
@@ -333,61 +388,62 @@ class Frame
     }
     static_assert(names_ascend(), "array names must stand in ascending byte order");
 
-    template <class P, size_t K>
-    static P argument(const Slots& slots, const Views& views)
+    using CallViews = Views<array_count, list_place()>;
+
+    /// Takes the view of parameter K, if it is an array.
+    template <class Q, size_t K>
+    static bool take([[maybe_unused]] CallViews& views, [[maybe_unused]] const Slots& slots)
     {
-        if constexpr (Parameter<P>::is_array) {
+        if constexpr (Parameter<Q>::is_array) {
+            constexpr ArraySpec spec = specs[arrays_before(K)];
+            if (!views.take(std::get<K>(slots), spec)) return false;
+            if constexpr (Parameter<Q>::is_list)
+                return views.take_entries(Parameter<Q>::entry, spec.name);
+        }
+        return true;
+    }
+
+    /// Parameter K as the body takes it.
+    template <class Q, size_t K>
+    static Q argument([[maybe_unused]] const CallViews& views, [[maybe_unused]] const Slots& slots)
+    {
+        if constexpr (Parameter<Q>::is_list) {
+            return {views.entries(), specs[arrays_before(K)].name};
+        } else if constexpr (Parameter<Q>::is_array) {
             constexpr size_t n = arrays_before(K);
-            return Parameter<P>::make(views, n, specs[n].name);
+            return Parameter<Q>::make(views[n], specs[n].name);
         } else {
-            return static_cast<P>(std::get<K>(slots));
+            return static_cast<Q>(std::get<K>(slots));
         }
     }
 
-    template <class... P, size_t... K>
-    static Result run(Result (*body)(P...), const Slots& slots, const Views& views,
+    template <class... Q, size_t... K>
+    static Result run(Result (*body)(Q...), const CallViews& views, const Slots& slots,
                       std::index_sequence<K...>)
     {
-        return body(argument<P, K>(slots, views)...);
+        return body(argument<Q, K>(views, slots)...);
+    }
+
+    static Result run(const CallViews& views, const Slots& slots)
+    {
+        return views.contiguous() ? run(&Body<Contiguous>::run, views, slots, Indexes{})
+                                  : run(&Body<Strided>::run, views, slots, Indexes{});
     }
 
     template <size_t... K>
-    static bool acquire(Views& views, const Slots& slots, std::index_sequence<K...>)
-    {
-        PyObject* objects[array_count + 1];
-        size_t n = 0;
-        const auto add = [&](const auto& slot) {
-            if constexpr (std::is_same_v<decltype(slot), PyObject* const&>) objects[n++] = slot;
-        };
-        (add(std::get<K>(slots)), ...);
-        return views.acquire(objects, specs.data(), array_count);
-    }
-
-    static Result run(const Slots& slots, const Views& views)
-    {
-        return views.contiguous() ? run(&Body<Contiguous>::run, slots, views, indexes)
-                                  : run(&Body<Strided>::run, slots, views, indexes);
-    }
-
-public:
-    static PyObject* call(PyObject* arguments)
+    static PyObject* call(PyObject* arguments, std::index_sequence<K...>)
     {
         Slots slots{};
-        const auto parse = [&](auto&... slot) {
-            return PyArg_ParseTuple(arguments, Signature::format.data(), &slot...);
-        };
-        if (!std::apply(parse, slots)) return nullptr;
-
-        PyObject* memoryviews[array_count + 1]; // one more, as a closure may have no array
-        Views views(memoryviews);
-        if (!acquire(views, slots, indexes)) return nullptr;
+        if (!PyArg_ParseTuple(arguments, format, &std::get<K>(slots)...)) return nullptr;
+        CallViews views;
+        if (!(take<P, K>(views, slots) && ...)) return nullptr;
         try {
             if constexpr (std::is_void_v<Result>) {
-                run(slots, views);
+                run(views, slots);
                 views.release();
                 Py_RETURN_NONE;
             } else {
-                const Result result = run(slots, views);
+                const Result result = run(views, slots);
                 views.release();
                 return build(result);
             }
@@ -396,7 +452,16 @@ public:
             return report_failure(Number);
         }
     }
+
+public:
+    static PyObject* call(PyObject* arguments) { return call(arguments, Indexes{}); }
 };
+
+template <int Number, template <class> class Body>
+PyObject* call(PyObject* arguments)
+{
+    return Frame<Number, Body, decltype(&Body<Strided>::run)>::call(arguments);
+}
 
 /// What a body may name without its stride: the array types for the stride that it runs with.
 #define FRAGMENTS_ARRAY_NAMES(Stride)                                                              \
@@ -420,7 +485,7 @@ public:
     template <>                                                                                    \
     PyObject* closure<Number>(PyObject*, PyObject * arguments)                                     \
     {                                                                                              \
-        return ::fragments::Frame<Number, Body##Number>::call(arguments);                          \
+        return ::fragments::call<Number, Body##Number>(arguments);                                 \
     }                                                                                              \
     template <class Stride>                                                                        \
     auto Body##Number<Stride>::run Parameters->::fragments::ResultOf<Declared>::Type

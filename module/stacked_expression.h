@@ -109,6 +109,14 @@ struct Sizes
     int rnelem;
     long long rnnz;
 
+    /// Counts what Result::append writes for element q of `e`.
+    template <class S>
+    void add(const Operand<S>& e, int64_t q, bool coded)
+    {
+        rnnz += e.terms(q);
+        if (coded) rncodeatom += e.atoms(q);
+    }
+
     /// Counts what Result::append_scaled writes for element q of `e`.
     template <class S>
     void add_scaled(const Operand<S>& e, int64_t q, bool coded)
@@ -148,7 +156,7 @@ struct Result : Sections<S>, Written
     /// For an atom whose operand means nothing: its operand slot keeps what it holds.
     void append_opcode(Opcode opcode) { code[codei++] = opcode; }
 
-    void append_atom(Opcode opcode, double operand)
+    void append_atom(int32_t opcode, double operand)
     {
         cconst[codei] = operand;
         code[codei++] = opcode;
@@ -157,45 +165,64 @@ struct Result : Sections<S>, Written
     /// The program of term t of `e`, as it is.
     void append_program(const Operand<S>& e, int64_t t)
     {
-        const int64_t begin = e.codeptr[t];
-        const int64_t n = e.codeptr[t + 1] - begin;
-        if (n <= 0) return;
-        copy_n(e.code.from(begin), n, code.from(codei));
-        copy_n(e.cconst.from(begin), n, cconst.from(codei));
-        codei += static_cast<int>(n);
+        const int64_t end = e.codeptr[t + 1];
+        for (int64_t a = e.codeptr[t]; a < end; ++a) append_atom(e.code[a], e.cconst[a]);
     }
 
     /// Ends the program of the term that is being written, and the term.
     void close_coded_term() { codeptr[++nnzi] = codei; }
 
+    /// The program of term t of `e`, times v.
+    void append_scaled_program(const Operand<S>& e, int64_t t, double v)
+    {
+        append_program(e, t);
+        append_atom(op_const, v);
+        append_opcode(op_mul);
+    }
+
+    /// One term without a program.
+    void append_term(int64_t nidx, double coefficient)
+    {
+        nidxs[nnzi] = nidx;
+        cof[nnzi++] = coefficient;
+    }
+
+    /// Terms from which on the copy of an element repays the set-up of a vectorised loop.
+    static constexpr int64_t vector_run = 8;
+
     /// Scaled term copy: the terms of element q of `e`, each times v.
     void append_scaled(const Operand<S>& e, int64_t q, double v, Code form)
     {
-        const int64_t begin = e.ptr[q];
-        const int64_t end = e.ptr[q + 1];
+        append_scaled(e, Range{e.ptr[q], e.ptr[q + 1]}, v, form);
+    }
+
+    /// The same for a range of terms; `ptr` of `e` is not read.
+    void append_scaled(const Operand<S>& e, Range terms, double v, Code form)
+    {
+        const int64_t n = terms.end - terms.begin;
+        if (form == Code::none && n < vector_run) {
+            for (int64_t t = terms.begin; t < terms.end; ++t) append_term(e.nidxs[t], e.cof[t] * v);
+            return;
+        }
         if (form == Code::none) {
             const auto to_nidxs = nidxs.from(nnzi);
             const auto to_cof = cof.from(nnzi);
-            const auto from_nidxs = e.nidxs.from(begin);
-            const auto from_cof = e.cof.from(begin);
-            const int64_t n = end - begin;
+            const auto from_nidxs = e.nidxs.from(terms.begin);
+            const auto from_cof = e.cof.from(terms.begin);
             for (int64_t t = 0; t < n; ++t) {
                 to_nidxs[t] = from_nidxs[t];
                 to_cof[t] = from_cof[t] * v;
             }
-            nnzi += n > 0 ? static_cast<int>(n) : 0;
+            nnzi += static_cast<int>(n);
             return;
         }
-        for (int64_t t = begin; t < end; ++t) {
+        for (int64_t t = terms.begin; t < terms.end; ++t) {
             nidxs[nnzi] = e.nidxs[t];
             cof[nnzi] = e.cof[t] * v;
-            if (form == Code::constant) {
+            if (form == Code::constant)
                 append_atom(op_const, 0.0);
-            } else {
-                append_program(e, t);
-                append_atom(op_const, v);
-                append_opcode(op_mul);
-            }
+            else
+                append_scaled_program(e, t, v);
             close_coded_term();
         }
     }

@@ -3,13 +3,9 @@
 import itertools
 import unittest
 
+from product_support import triplets
 from support import (MARKER, Model, Sampler, Stack, Term, assert_only_sections_written, call,
                      evaluate, f64, i32, push, read, reserve, strided)
-
-
-def triplets(matrix):
-    entries = [(i, j, v) for i, row in enumerate(matrix) for j, v in enumerate(row) if v is not None]
-    return [i for i, _, _ in entries], [j for _, j, _ in entries], [v for _, _, v in entries]
 
 
 def matrix_times(matrix, values, d1):

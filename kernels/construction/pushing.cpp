@@ -35,14 +35,6 @@ void dense_to_triplets(int dimi, int dimj, I32<S> msubi, I32<S> msubj, F64<S> mv
     }
 }
 
-/// Adds the linear index of each row of subscripts to `sp`.
-template <class S>
-void add_linear_indexes(int n, int nd, I64<S> s, I64<S> sp, Matrix<int32_t, S> sparsity)
-{
-    for (int e = 0; e < n; ++e)
-        for (int j = 0; j < nd; ++j) sp[e] += sparsity(e, j) * s[j];
-}
-
 } // namespace
 
 /// push_expression: the row-wise form goes onto the stack as a dense expression. Each element gets

@@ -71,16 +71,13 @@ struct Operands
     I32<S> wi32;
     I64<S> wi64;
 
-    /// Appends element e of operand k, scaled by its weight. Headers are read only for an element
-    /// that has terms.
-    void append_to(Result<S>& r, int k, int e) const
+    /// Operand k, which has terms: of others only `ptr_base` may be read.
+    Operand<S> operator[](int k) const
     {
-        const auto ptr = wi32.from(ptr_base[k]);
-        if (ptr[e] >= ptr[e + 1]) return;
-        const Code form = code_of_operand(anycode, ncodeatom, k);
         Operand<S> operand(wi32, wi64, wf64, {ptr_base[k], nidxs_base[k], cof_base[k]});
-        if (form == Code::scaled) operand.set_code(wi32, wf64, {codeptr[k], code[k], cconst[k]});
-        r.append_scaled(operand, e, w[k], form);
+        if (code_of_operand(anycode, ncodeatom, k) == Code::scaled)
+            operand.set_code(wi32, wf64, {codeptr[k], code[k], cconst[k]});
+        return operand;
     }
 };
 
@@ -90,35 +87,38 @@ template <class S, class Target>
 void count_elements(bool anycode, I32<S> codeptr, int k, I32<S> ncodeatom, I32<S> nelem,
                     I32<S> ptr_base, I32<S> rptr, I32<S> wi32, I32<S> xcode, Target target)
 {
-    for (int e = 0; e < nelem[k]; ++e) {
-        const int64_t d = target(e);
-        const auto ptr = wi32.from(ptr_base[k]);
-        const int begin = ptr[e];
-        const int end = ptr[e + 1];
-        rptr[d + 1] += end - begin;
-        if (!anycode) continue;
-        const Code form = code_of_operand(anycode, ncodeatom, k);
-        int atoms = 0;
-        if (form == Code::scaled && begin < end) {
-            const auto ends = wi32.from(codeptr[k]);
-            atoms = ends[end] - ends[begin];
-        }
-        xcode[d + 1] += scaled_atoms(form, end - begin, atoms);
+    const int n = nelem[k];
+    if (n < 1) return;
+    const auto ptr = wi32.from(ptr_base[k]);
+    for (int e = 0; e < n; ++e) rptr[target(e) + 1] += ptr[e + 1] - ptr[e];
+    if (!anycode || ptr[0] >= ptr[n]) return;
+    const Code form = code_of_operand(anycode, ncodeatom, k);
+    const auto ends = form == Code::scaled ? wi32.from(codeptr[k]) : I32<S>{};
+    for (int e = 0; e < n; ++e) {
+        const int atoms = form == Code::scaled ? ends[ptr[e + 1]] - ends[ptr[e]] : 0;
+        xcode[target(e) + 1] += scaled_atoms(form, ptr[e + 1] - ptr[e], atoms);
     }
 }
 
-/// Copies operand k to its places: rptr[d] is the next free term of result element d, and xcode[d]
+/// Copies operand k to its places: r.ptr[d] is the next free term of result element d, and xcode[d]
 /// its next free atom. Both are left behind what was written.
 template <class S, class Target>
 void scatter(const Operands<S>& operands, int k, I32<S> nelem, Result<S> r, I32<S> xcode,
              Target target)
 {
-    for (int e = 0; e < nelem[k]; ++e) {
+    const int n = nelem[k];
+    if (n < 1) return;
+    const auto ptr = operands.wi32.from(operands.ptr_base[k]);
+    if (ptr[0] >= ptr[n]) return;
+    const Operand<S> operand = operands[k];
+    const Code form = code_of_operand(operands.anycode, operands.ncodeatom, k);
+    const double weight = operands.w[k];
+    for (int e = 0; e < n; ++e) {
         const int64_t d = target(e);
         r.nnzi = r.ptr[d];
-        if (operands.anycode) r.codei = xcode[d];
-        operands.append_to(r, k, e);
-        if (operands.anycode) xcode[d] = r.codei;
+        if (form != Code::none) r.codei = xcode[d];
+        r.append_scaled(operand, e, weight, form);
+        if (form != Code::none) xcode[d] = r.codei;
         r.ptr[d] = r.nnzi;
     }
 }
@@ -251,7 +251,12 @@ CLOSURE(523, void,
                      {rcodeptr_base, rcode_base, rcconst_base});
     r.sp = ri64.from(rsp_base);
     merge_operands(
-        n, nelem, sp_base, wi64, [&](int k, int e) { operands.append_to(r, k, e); },
+        n, nelem, sp_base, wi64,
+        [&](int k, int e) {
+            const auto ptr = wi32.from(ptr_base[k]);
+            if (ptr[e] < ptr[e + 1])
+                r.append_scaled(operands[k], e, w[k], code_of_operand(anycode, ncodeatom, k));
+        },
         [&](int64_t index) { r.close_element(index); });
 }
 

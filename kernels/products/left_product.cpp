@@ -39,7 +39,7 @@ void walk_sparse(int d1, int mnnz, I32<S> msubi, I32<S> msubj, ColumnGrouping<S>
     for_each_run(0, mnnz, row, [&](int i, Range run) {
         for (int c = 0; c < d1; ++c) {
             bool found = false;
-            for_each_match(
+            for_each_match_in_long(
                 run, [&](int64_t m) { return int64_t{msubj[m]}; }, columns.column(c),
                 [&](int64_t p) { return sp[columns.perm[p]] / d1; },
                 [&](int64_t m, int64_t p) {

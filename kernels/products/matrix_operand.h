@@ -4,6 +4,8 @@
 /// them, ordered strictly by row and then column. There is no row pointer: a row is a run of equal
 /// `msubi`.
 
+#include <tuple>
+
 #include "algorithms.h"
 #include "array.h"
 
@@ -28,6 +30,16 @@ bool has_bad_order(int64_t mnnz, I32<S> msubi, I32<S> msubj)
     return false;
 }
 
+/// The flags (badidx, badorder) once both tests have run, whatever the other finds. A flag that is
+/// set stays set.
+template <class S>
+std::tuple<bool, bool> test_independently(bool badidx, bool badorder, int md0, int md1,
+                                          int64_t mnnz, I32<S> msubi, I32<S> msubj)
+{
+    return {badidx || has_bad_index(md0, md1, mnnz, msubi, msubj),
+            badorder || has_bad_order(mnnz, msubi, msubj)};
+}
+
 /// A matrix's entries or an expression's elements by column: those of column c are perm[p] for p
 /// from ptr[c] up to but not including ptr[c + 1], in ascending row.
 template <class S>
@@ -37,6 +49,19 @@ struct ColumnGrouping
     I32<S> perm;
 
     Range column(int c) const { return {ptr[c], ptr[c + 1]}; }
+};
+
+/// A sparse matrix's entries taken column by column: the p-th one is entry perm[p].
+template <class S>
+struct EntriesByColumn
+{
+    int mnnz;
+    I32<S> msubi;
+    I32<S> msubj;
+    I32<S> perm;
+
+    int row(int64_t p) const { return msubi[perm[p]]; }
+    int column(int64_t p) const { return msubj[perm[p]]; }
 };
 
 } // namespace fragments

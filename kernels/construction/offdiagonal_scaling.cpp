@@ -1,0 +1,102 @@
+// scale_offdiag: the elements off the diagonal of axes `xdim` and `ydim` times a factor, those on
+// it as they are.
+//
+// The extents d0 to d4 of the view around the two axes are 64-bit scalars here. The host has copied
+// the expression to the r stack; 543 scales its coefficients there, and 544 writes its programs.
+
+#include "algorithms.h"
+#include "closure_frame.h"
+#include "five_dimensional_view.h"
+#include "stacked_expression.h"
+
+namespace fragments {
+
+namespace {
+
+/// Calls `visit(e, on_diagonal)` for each stored element.
+template <class S, class Visit>
+void for_each_element(const Extents& d, bool hassp, int nelem, I64<S> sp, Visit visit)
+{
+    if (!hassp) {
+        int64_t e = 0;
+        for_each_position(d, [&](const Position& x) { visit(e++, x.i == x.j); });
+        return;
+    }
+    for (int e = 0; e < nelem; ++e) {
+        const int64_t j = sp[e] / d[4] % d[3];
+        const int64_t i = sp[e] / (d[2] * d[3] * d[4]) % d[1];
+        visit(e, i == j);
+    }
+}
+
+} // namespace
+
+/// d0, d2 and d4 of the view, each times what comes in.
+CLOSURE(540, long long, (long long d0, int shape_base, I32 wi32, int xdim))
+{
+    return product(d0, wi32.from(shape_base), xdim);
+}
+CLOSURE(541, long long, (long long d2, int shape_base, I32 wi32, int xdim, int ydim))
+{
+    return product(d2, wi32.from(shape_base).from(int64_t{xdim} + 1), int64_t{ydim} - xdim - 1);
+}
+CLOSURE(542, long long, (long long d4, int nd, int shape_base, I32 wi32, int ydim))
+{
+    return product(d4, wi32.from(shape_base).from(int64_t{ydim} + 1), int64_t{nd} - ydim - 1);
+}
+
+/// Scales the coefficients off the diagonal in place.
+CLOSURE(543, void,
+        (long long d0, long long d1, long long d2, long long d3, long long d4, bool hassp,
+         int nelem, int rcof_base, F64 rf64, I32 ri32, int rptr_base, double scale, int sp_base,
+         I64 wi64))
+{
+    const auto ptr = ri32.from(rptr_base);
+    const auto cof = rf64.from(rcof_base);
+    for_each_element({d0, d1, d2, d3, d4}, hassp, nelem, wi64.from(sp_base),
+                     [&](int64_t e, bool on_diagonal) {
+                         if (on_diagonal) return;
+                         const int64_t end = ptr[e + 1];
+                         for (int64_t t = ptr[e]; t < end; ++t) cof[t] *= scale;
+                     });
+}
+
+/// Writes the programs, entry 0 of `codeptr` with them: each is the operand's times `scale`, or
+/// times 1.0 on the diagonal, so that every term has two more atoms. Without code nothing is
+/// written.
+CLOSURE(544, void,
+        (int cconst_base, int code_base, int codeptr_base, long long d0, long long d1, long long d2,
+         long long d3, long long d4, bool hassp, int ncodeatom, int nelem, int ptr_base,
+         int rcconst_base, int rcode_base, int rcodeptr_base, F64 rf64, I32 ri32, double scale,
+         int sp_base, F64 wf64, I32 wi32, I64 wi64))
+{
+    if (ncodeatom == 0) return;
+    const Operand<Stride> operand(wi32, {}, wf64, {ptr_base, 0, 0},
+                                  {codeptr_base, code_base, cconst_base});
+    Result<Stride> r(ri32, {}, rf64, {0, 0, 0}, {rcodeptr_base, rcode_base, rcconst_base});
+    r.codeptr[0] = 0;
+    for_each_element({d0, d1, d2, d3, d4}, hassp, nelem, wi64.from(sp_base),
+                     [&](int64_t e, bool on_diagonal) {
+                         const double factor = on_diagonal ? 1.0 : scale;
+                         const int end = operand.ptr[e + 1];
+                         for (r.nnzi = operand.ptr[e]; r.nnzi < end;) {
+                             r.append_program(operand, r.nnzi);
+                             r.append_atom(op_const, factor);
+                             r.append_opcode(op_mul);
+                             r.close_coded_term();
+                         }
+                     });
+}
+
+// A shape without axis `n`, in two parts.
+
+CLOSURE(538, void, (int n, I32 r, I32 shape))
+{
+    copy_n(shape, n, r);
+}
+CLOSURE(539, void, (int n, I32 r, I32 shape))
+{
+    copy_n(shape.from(int64_t{n} + 1), shape.length() - 1 - n, r.from(n));
+}
+
+} // namespace fragments

@@ -1,0 +1,162 @@
+// Reading a solution back in the host's order of elements.
+//
+// The native solution is a set of flat arrays: by scalar variable the levels `xx` and the duals
+// `slx`, `sux`, `yx` (lower bound, upper bound, combined), by linear row likewise `xc`, `slc`,
+// `suc`, `y`; by slot of the conic blocks `accx`, `accy`; by semidefinite element `barx`, `bars`.
+// A block's slots begin at accptr[block]. The sign of an element's native index tells where its
+// value lies: arrays that no index of the list leads to are not touched.
+
+#include "algorithms.h"
+#include "closure_frame.h"
+
+namespace fragments {
+
+namespace {
+
+/// res[pos + i] = value(nativeidxs[i]) for i below `n`.
+template <class T, class S, class Value>
+void read_values(int n, Array<T, S> nativeidxs, int pos, F64<S> res, Value value)
+{
+    const auto section = res.from(pos);
+    for (int64_t i = 0; i < n; ++i) section[i] = value(nativeidxs[i]);
+}
+
+/// Where the conic rows lie in the blocks, by row number, and the factor of each.
+template <class S>
+struct ConicRows
+{
+    I32<S> accptr, accid, ofs;
+    F64<S> scale;
+
+    double value(F64<S> slots, int row) const
+    {
+        return slots[accptr[accid[row]] + ofs[row]] * scale[row];
+    }
+};
+
+/// A row's value from `linear`, or from the slots of the blocks.
+template <class S>
+void read_row_values(const ConicRows<S>& rows, F64<S> slots, int n, I32<S> nativeidxs, int pos,
+                     F64<S> res, F64<S> linear)
+{
+    read_values(n, nativeidxs, pos, res,
+                [&](int code) { return code >= 0 ? linear[code] : rows.value(slots, ~code); });
+}
+
+/// Combined dual: that of the lower bound less that of the upper one.
+template <class S>
+void combine_duals(int n, F64<S> lower, F64<S> upper, F64<S> combined)
+{
+    for (int64_t i = 0; i < n; ++i) combined[i] = lower[i] - upper[i];
+}
+
+/// Zeroes the entries `first` up to but not including `n` of each array.
+template <class... Arrays>
+void zero_tail(int first, int n, Arrays... arrays)
+{
+    (fill_n(arrays.from(first), int64_t{n} - first, 0.0), ...);
+}
+
+} // namespace
+
+/// Levels of a constraint's elements: linear rows from `xc`, conic ones from the blocks.
+CLOSURE(15, void,
+        (I32 accptr, F64 accx, I32 acon_elm_accid, I32 acon_elm_ofs, F64 acon_elm_scale, int n,
+         I32 nativeidxs, int pos, F64 res, F64 xc))
+{
+    const ConicRows<Stride> rows{accptr, acon_elm_accid, acon_elm_ofs, acon_elm_scale};
+    read_row_values(rows, accx, n, nativeidxs, pos, res, xc);
+}
+
+/// Duals of a constraint's elements.
+CLOSURE(16, void,
+        (I32 accptr, F64 accy, I32 acon_elm_accid, I32 acon_elm_ofs, F64 acon_elm_scale, int n,
+         I32 nativeidxs, int pos, F64 res, F64 y))
+{
+    const ConicRows<Stride> rows{accptr, acon_elm_accid, acon_elm_ofs, acon_elm_scale};
+    read_row_values(rows, accy, n, nativeidxs, pos, res, y);
+}
+
+/// Levels of a variable's scalar elements; all others read as 0.0.
+CLOSURE(17, void, (int n, I64 nativeidxs, int pos, F64 res, F64 xx))
+{
+    read_values(n, nativeidxs, pos, res, [&](int64_t c) { return c > 0 ? xx[c] : 0.0; });
+}
+
+/// The same with the sign flipped; what isn't scalar reads as +0.0.
+CLOSURE(18, void, (int n, I64 nativeidxs, int pos, F64 res, F64 xx))
+{
+    read_values(n, nativeidxs, pos, res, [&](int64_t c) { return c > 0 ? -xx[c] : 0.0; });
+}
+
+/// Levels of a variable's elements, scalar and semidefinite.
+CLOSURE(19, void, (F64 barx, int n, I64 nativeidxs, int pos, F64 res, F64 xx))
+{
+    read_values(n, nativeidxs, pos, res, [&](int64_t c) {
+        return c > 0 ? xx[c] : c < 0 ? barx[~c] : 0.0;
+    });
+}
+
+/// Duals of a variable's elements. A scalar variable in a conic block has the dual of its slot.
+CLOSURE(20, void,
+        (I32 accptr, F64 accy, F64 bars, int n, I64 nativeidxs, int pos, F64 res,
+         I32 var_elm_acc_idx, I32 var_elm_acc_ofs, F64 yx))
+{
+    read_values(n, nativeidxs, pos, res, [&](int64_t c) {
+        if (c <= 0) return c < 0 ? bars[~c] : 0.0;
+        const int block = var_elm_acc_idx[c];
+        return block >= 0 ? accy[accptr[block] + var_elm_acc_ofs[c]] : yx[c];
+    });
+}
+
+/// `count` plus the entries that aren't negative.
+CLOSURE(21, int, (I32 nativeidxs, int count))
+{
+    for (int64_t i = 0; i < nativeidxs.length(); ++i) count += nativeidxs[i] >= 0 ? 1 : 0;
+    return count;
+}
+
+/// Keeps the values of the elements whose index isn't negative, with the indexes beside them, from
+/// slot `pos` on. Returns the slot behind the last.
+CLOSURE(22, int, (int pos, I64 nativeidxs, I32 subj, F64 val, F64 values))
+{
+    for (int64_t i = 0; i < nativeidxs.length(); ++i) {
+        const int64_t index = nativeidxs[i];
+        if (index < 0) continue;
+        subj[pos] = static_cast<int32_t>(index);
+        val[pos++] = values[i];
+    }
+    return pos;
+}
+
+CLOSURE(23, void, (int n, F64 slx, F64 sux, F64 yx))
+{
+    combine_duals(n, slx, sux, yx);
+}
+CLOSURE(24, void, (int n, F64 slc, F64 suc, F64 y))
+{
+    combine_duals(n, slc, suc, y);
+}
+
+/// Zeroes the tail of a set of solution arrays, from `first` up to but not including `n`. Those
+/// that have a result return `n` as it is.
+CLOSURE(130, int, (int n, F64 slx, int first, F64 sux, F64 xx, F64 yx))
+{
+    zero_tail(first, n, slx, sux, xx, yx);
+    return n;
+}
+CLOSURE(131, void, (int n, F64 slx, int first, F64 sux, F64 xx))
+{
+    zero_tail(first, n, slx, sux, xx);
+}
+CLOSURE(132, int, (int n, F64 slc, int first, F64 suc, F64 xc, F64 y))
+{
+    zero_tail(first, n, slc, suc, xc, y);
+    return n;
+}
+CLOSURE(133, void, (int n, F64 slc, int first, F64 suc, F64 xc, F64 y))
+{
+    zero_tail(first, n, slc, suc, xc, y);
+}
+
+} // namespace fragments

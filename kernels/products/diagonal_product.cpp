@@ -1,0 +1,282 @@
+// mul_diag: the diagonal of a product of an expression E and a sparse constant matrix M, as a
+// sparse vector, without the rest of the product.
+//
+//   mul_diag_left:  R[i] = sum over j of M[i, j] * E[j, i]
+//   mul_diag_right: R[j] = sum over i of E[j, i] * M[i, j]
+//
+// M is the triplet lists `msubi`, `msubj`, `mval`, ordered strictly by row and then column (453 and
+// 458 test this). E is read as a matrix with `d1` columns, dense or with `sp`. An element of R
+// holds the terms of each element of E that meets an entry of M, scaled by it; none are merged.
+// Places of the diagonal where nothing meets have no element.
+//
+// The sizing closures take the walk of the writing ones.
+
+#include "algorithms.h"
+#include "closure_frame.h"
+#include "matrix_operand.h"
+#include "stacked_expression.h"
+
+namespace fragments {
+
+namespace {
+
+/// Left side, dense E: `pair(m, e)` for entry m of M and the element e that it meets, `element(i)`
+/// behind each row i of M that has an entry. Returns the entry behind the last row.
+template <class S, class Pair, class Element>
+int walk_left_dense(int d1, int mpos, int64_t mnnz, I32<S> msubi, I32<S> msubj, Pair pair,
+                    Element element)
+{
+    const auto row = [&](int64_t k) { return msubi[k]; };
+    return static_cast<int>(for_each_run(mpos, mnnz, row, [&](int i, Range run) {
+        for (int64_t m = run.begin; m < run.end; ++m) pair(m, d1 * msubj[m] + i);
+        element(i);
+    }));
+}
+
+/// Left side, sparse E: a merge on two levels. Where row i of M meets column i of E, their entries
+/// and elements are merged in turn: `pair(m, e)` for each match, and behind them `meeting(i,
+/// matched)`. Moves both cursors: `mpos` over M's entries, `epos` over the places of `perm`.
+template <class S, class Pair, class Meeting>
+void walk_left_sparse(int d1, int& mpos, int64_t mnnz, I32<S> msubi, I32<S> msubj, int& epos,
+                      int nelem, I64<S> sp, I32<S> perm, Pair pair, Meeting meeting)
+{
+    const auto row_of_entry = [&](int64_t m) { return int64_t{msubi[m]}; };
+    const auto column_of_element = [&](int64_t p) { return sp[perm[p]] % d1; };
+    while (mpos < mnnz && epos < nelem) {
+        const int64_t i = row_of_entry(mpos);
+        const int64_t column = column_of_element(epos);
+        if (i < column) {
+            ++mpos;
+            continue;
+        }
+        if (column < i) {
+            ++epos;
+            continue;
+        }
+        const Range entries{mpos, run_end(mpos, mnnz, row_of_entry, i)};
+        const Range elements{epos, run_end(epos, nelem, column_of_element, i)};
+        bool matched = false;
+        for_each_match(
+            entries, [&](int64_t m) { return int64_t{msubj[m]}; }, elements,
+            [&](int64_t p) { return sp[perm[p]] / d1; },
+            [&](int64_t m, int64_t p) {
+                pair(m, perm[p]);
+                matched = true;
+            });
+        meeting(i, matched);
+        mpos = static_cast<int>(entries.end);
+        epos = static_cast<int>(elements.end);
+    }
+}
+
+/// Right side, dense E: `pair(k, e)` as on the left, `element(j)` behind each column j of M that
+/// has an entry.
+template <class S, class Pair, class Element>
+void walk_right_dense(int d1, EntriesByColumn<S> m, Pair pair, Element element)
+{
+    const auto column = [&](int64_t p) { return m.column(p); };
+    for_each_run(0, m.mnnz, column, [&](int j, Range run) {
+        for (int64_t p = run.begin; p < run.end; ++p) pair(m.perm[p], m.row(p) + d1 * j);
+        element(j);
+    });
+}
+
+/// Right side, sparse E: as walk_right_dense, but `element(i)` only where some pair has matched.
+/// Rows of E and columns of M from `md1` on are not reached.
+template <class S, class Pair, class Element>
+void walk_right_sparse(int d1, int md1, int nelem, I64<S> sp, EntriesByColumn<S> m, Pair pair,
+                       Element element)
+{
+    const auto row_of_element = [&](int64_t a) { return sp[a] / d1; };
+    const auto column_of_entry = [&](int64_t p) { return m.column(p); };
+    Range elements{0, 0};
+    Range entries{0, 0};
+    for (int i = 0; i < md1; ++i) {
+        elements = {elements.end, run_end(elements.end, nelem, row_of_element, i)};
+        entries = {entries.end, run_end(entries.end, m.mnnz, column_of_entry, i)};
+        bool matched = false;
+        for_each_match(
+            elements, [&](int64_t a) { return sp[a] % d1; }, entries,
+            [&](int64_t p) { return int64_t{m.row(p)}; },
+            [&](int64_t a, int64_t p) {
+                pair(m.perm[p], a);
+                matched = true;
+            });
+        if (matched) element(i);
+    }
+}
+
+template <class S, class Pair, class Element>
+void walk_right(bool hassp, int d1, int md1, int nelem, I64<S> sp, EntriesByColumn<S> m, Pair pair,
+                Element element)
+{
+    if (hassp)
+        walk_right_sparse(d1, md1, nelem, sp, m, pair, element);
+    else
+        walk_right_dense(d1, m, pair, element);
+}
+
+} // namespace
+
+/// Tests M for mul_diag_left: (whether an index is out of range, whether the order is broken). Each
+/// test runs whatever the other finds; a flag that comes in set stays set.
+CLOSURE(458, results(bool, bool),
+        (bool badidx, bool badorder, int md0, int md1, int mnnz, I32 msubi, I32 msubj))
+{
+    return test_independently(badidx, badorder, md0, md1, mnnz, msubi, msubj);
+}
+
+/// Writes R of mul_diag_left for sparse E grouped by 456, from the cursors `mpos` and `epos` on. An
+/// element is written where some term is copied: fewer than 456 counts if an element of E without
+/// terms meets an entry. Returns (codei, elmi, epos, mpos, nnzi).
+CLOSURE(457, results(int, int, int, int, int),
+        (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d1,
+         int elmi, int epos, int mpos, I32 msubi, I32 msubj, F64 mval, int ncodeatom, int nelem,
+         int nidxs_base, int nnzi, int ptr_base, int rcconst_base, int rcode_base,
+         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
+         int rptr_base, int rsp_base, int sp_base, F64 wf64, I32 wi32, I64 wi64, int xcperm_base,
+         I32 xi32))
+{
+    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
+                            {codeptr_base, code_base, cconst_base});
+    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
+                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, elmi, nnzi});
+    r.sp = ri64.from(rsp_base);
+    const Code form = ncodeatom > 0 ? Code::scaled : Code::none;
+    bool copied = false;
+    walk_left_sparse(
+        d1, mpos, msubi.length(), msubi, msubj, epos, nelem, wi64.from(sp_base),
+        xi32.from(xcperm_base),
+        [&](int64_t m, int q) {
+            if (e.terms(q) <= 0) return;
+            r.append_scaled(e, q, mval[m], form);
+            copied = true;
+        },
+        [&](int64_t i, bool) {
+            if (copied) r.close_element(i);
+            copied = false;
+        });
+    return {r.codei, r.elmi, epos, mpos, r.nnzi};
+}
+
+/// Groups the elements of a sparse E by column, by a stable counting sort, and then sizes R of
+/// mul_diag_left: (rncodeatom, rnelem, rnnz), added to. An element is counted where some entry
+/// meets an element of E, also one without terms.
+CLOSURE(456, results(int, int, int),
+        (int codeptr_base, int d1, I32 msubi, I32 msubj, int ncodeatom, int nelem, int ptr_base,
+         int rncodeatom, int rnelem, int rnnz, int sp_base, I32 wi32, I64 wi64, int xcolptr_base,
+         int xcperm_base, I32 xi32))
+{
+    const auto sp = wi64.from(sp_base);
+    const auto perm = xi32.from(xcperm_base);
+    group_by(
+        nelem, [&](int64_t q) { return sp[q] % d1; }, d1, xi32.from(xcolptr_base), perm);
+    Sizes sizes{rncodeatom, rnelem, rnnz};
+    const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
+    int mpos = 0;
+    int epos = 0;
+    walk_left_sparse(
+        d1, mpos, msubi.length(), msubi, msubj, epos, nelem, sp, perm,
+        [&](int64_t, int q) { sizes.add_scaled(e, q, ncodeatom > 0); },
+        [&](int64_t, bool matched) { sizes.rnelem += matched ? 1 : 0; });
+    return {sizes.rncodeatom, sizes.rnelem, static_cast<int>(sizes.rnnz)};
+}
+
+/// Writes R of mul_diag_left for dense E: its shape (diaglen), entry 0 of `ptr` and of `codeptr`,
+/// and an element for each row of M that has an entry.
+CLOSURE(455, void,
+        (int cconst_base, int code_base, int codeptr_base, int cof_base, int d1, int diaglen,
+         I32 msubi, I32 msubj, F64 mval, int ncodeatom, int nidxs_base, int ptr_base,
+         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32,
+         I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rshape_base, int rsp_base,
+         F64 wf64, I32 wi32, I64 wi64))
+{
+    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
+                            {codeptr_base, code_base, cconst_base});
+    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
+                     {rcodeptr_base, rcode_base, rcconst_base});
+    r.sp = ri64.from(rsp_base);
+    const Code form = rncodeatom > 0 ? Code::scaled : Code::none;
+    ri32[rshape_base] = diaglen;
+    r.ptr[0] = 0;
+    if (ncodeatom > 0) r.codeptr[0] = 0;
+    walk_left_dense(
+        d1, 0, msubi.length(), msubi, msubj,
+        [&](int64_t m, int q) {
+            if (e.terms(q) > 0) r.append_scaled(e, q, mval[m], form);
+        },
+        [&](int i) { r.close_element(i); });
+}
+
+/// Sizes R of mul_diag_left for dense E, from entry `mpos` of M on: (mpos, rncodeatom, rnelem,
+/// rnnz), added to.
+CLOSURE(454, results(int, int, int, int),
+        (int codeptr_base, int d1, int mpos, I32 msubi, I32 msubj, int ncodeatom, int ptr_base,
+         int rncodeatom, int rnelem, int rnnz, I32 wi32))
+{
+    Sizes sizes{rncodeatom, rnelem, rnnz};
+    const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
+    mpos = walk_left_dense(
+        d1, mpos, msubi.length(), msubi, msubj,
+        [&](int64_t, int q) { sizes.add_scaled(e, q, ncodeatom > 0); },
+        [&](int) { ++sizes.rnelem; });
+    return {mpos, sizes.rncodeatom, sizes.rnelem, static_cast<int>(sizes.rnnz)};
+}
+
+/// As 458, for mul_diag_right.
+CLOSURE(453, results(bool, bool),
+        (bool badidx, bool badorder, int md0, int md1, int mnnz, I32 msubi, I32 msubj))
+{
+    return test_independently(badidx, badorder, md0, md1, mnnz, msubi, msubj);
+}
+
+/// Writes R of mul_diag_right with M grouped by 450. A dense E gives an element for each column of
+/// M that has an entry, a sparse one (`hassp`) where an entry meets a stored element.
+/// Returns (codei, elmi, nnzi).
+CLOSURE(452, results(int, int, int),
+        (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d1,
+         int elmi, bool hassp, int md1, int mnnz, I32 msubi, I32 msubj, F64 mval, int ncodeatom,
+         int nelem, int nidxs_base, int nnzi, int ptr_base, int rcconst_base, int rcode_base,
+         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
+         int rptr_base, int rsp_base, int sp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32,
+         int xmperm_base))
+{
+    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
+                            {codeptr_base, code_base, cconst_base});
+    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
+                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, elmi, nnzi});
+    r.sp = ri64.from(rsp_base);
+    const Code form = ncodeatom > 0 ? Code::scaled : Code::none;
+    walk_right<Stride>(
+        hassp, d1, md1, nelem, wi64.from(sp_base), {mnnz, msubi, msubj, xi32.from(xmperm_base)},
+        [&](int k, int64_t q) {
+            if (e.terms(q) > 0) r.append_scaled(e, q, mval[k], form);
+        },
+        [&](int i) { r.close_element(i); });
+    return {r.codei, r.elmi, r.nnzi};
+}
+
+/// Sizes R of mul_diag_right: (rncodeatom, rnelem, rnnz), added to.
+CLOSURE(451, results(int, int, int),
+        (int codeptr_base, int d1, bool hassp, int md1, int mnnz, I32 msubi, I32 msubj,
+         int ncodeatom, int nelem, int ptr_base, int rncodeatom, int rnelem, int rnnz, int sp_base,
+         I32 wi32, I64 wi64, I32 xi32, int xmperm_base))
+{
+    Sizes sizes{rncodeatom, rnelem, rnnz};
+    const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
+    walk_right<Stride>(
+        hassp, d1, md1, nelem, wi64.from(sp_base), {mnnz, msubi, msubj, xi32.from(xmperm_base)},
+        [&](int, int64_t q) { sizes.add_scaled(e, q, ncodeatom > 0); },
+        [&](int) { ++sizes.rnelem; });
+    return {sizes.rncodeatom, sizes.rnelem, static_cast<int>(sizes.rnnz)};
+}
+
+/// Groups the entries of M by column, by a stable counting sort.
+CLOSURE(450, void, (int md1, int mnnz, I32 msubj, I32 xi32, int xmcolptr_base, int xmperm_base))
+{
+    group_by(
+        mnnz, [&](int64_t k) { return msubj[k]; }, md1, xi32.from(xmcolptr_base),
+        xi32.from(xmperm_base));
+}
+
+} // namespace fragments

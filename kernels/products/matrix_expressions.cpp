@@ -1,0 +1,85 @@
+// New expressions from data that the host holds: unit coefficients (500), a sparse matrix (499), a
+// vector of constants (403, 402); and the tests of such data.
+
+#include "algorithms.h"
+#include "closure_frame.h"
+#include "matrix_operand.h"
+#include "stacked_expression.h"
+#include "tensor_operand.h"
+
+namespace fragments {
+
+/// The shape of an expression, from one stack to another.
+CLOSURE(501, void, (I32 ri32, int rnd, int rshape_base, int shape_base, I32 wi32))
+{
+    copy_n(wi32.from(shape_base), rnd, ri32.from(rshape_base));
+}
+
+/// push_unit_terms: one term of coefficient 1.0 in each element. The variable indexes are the
+/// host's to write.
+CLOSURE(500, void,
+        (int cof_base, F64 f64, I32 i32, int nd, int nelem, int nnz, int ptr_base, int rshape_base,
+         I32 shape))
+{
+    copy_n(shape, nd, i32.from(rshape_base));
+    iota_n(i32.from(ptr_base), int64_t{nelem} + 1);
+    fill_n(f64.from(cof_base), nnz, 1.0);
+}
+
+/// push_sparse_matrix: one term for each entry, all with the index `varidx`. The shape is the
+/// host's to write.
+CLOSURE(499, void,
+        (int cof_base, F64 f64, bool hassp, I32 i32, I64 i64, F64 mcof, int md1, I32 msubi,
+         I32 msubj, int nelem, int nidxs_base, int nnz, int ptr_base, int sp_base,
+         long long varidx))
+{
+    copy_n(mcof, nnz, f64.from(cof_base));
+    fill_n(i64.from(nidxs_base), nnz, varidx);
+    const auto sp = i64.from(sp_base);
+    for (int64_t k = 0; hassp && k < nelem; ++k) sp[k] = msubi[k] * md1 + msubj[k];
+    iota_n(i32.from(ptr_base), int64_t{nelem} + 1);
+}
+
+/// Tests of a matrix with as many entries as `msubi` has: whether the order is broken (498), an
+/// index out of range (497), neither of the two (496). A flag that tells of a fault stays.
+CLOSURE(498, bool, (bool badorder, I32 msubi, I32 msubj))
+{
+    return badorder || has_bad_order(msubi.length(), msubi, msubj);
+}
+CLOSURE(497, bool, (bool badidx, int md0, int md1, I32 msubi, I32 msubj))
+{
+    return badidx || has_bad_index(md0, md1, msubi.length(), msubi, msubj);
+}
+CLOSURE(496, bool, (int md0, int md1, I32 msubi, I32 msubj, bool valid))
+{
+    return valid && !has_bad_index(md0, md1, msubi.length(), msubi, msubj) &&
+           !has_bad_order(msubi.length(), msubi, msubj);
+}
+
+/// Whether some linear index lies outside a shape of `total` positions.
+CLOSURE(404, bool, (bool badidx, I64 sparsity, long long total))
+{
+    return badidx || has_bad_index(total, sparsity);
+}
+
+/// Elements of a constant vector: each has one term with index 0, or none if its value is 0 (also
+/// -0). Returns `nnzi`.
+CLOSURE(403, int,
+        (F64 bfix, int nelem, int nnzi, int rcof_base, F64 rf64, I32 ri32, I64 ri64,
+         int rnidxs_base, int rptr_base))
+{
+    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base}, {}, {0, 0, nnzi});
+    for (int64_t i = 0; i < nelem; ++i) {
+        if (bfix[i] != 0.0) r.append_term(0, bfix[i]);
+        r.close_element();
+    }
+    return r.nnzi;
+}
+
+/// Linear indexes of a sparse constant vector.
+CLOSURE(402, void, (bool hassp, int nelem, I64 ri64, int rsp_base, I64 sparsity))
+{
+    if (hassp) copy_n(sparsity, nelem, ri64.from(rsp_base));
+}
+
+} // namespace fragments

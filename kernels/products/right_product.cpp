@@ -1,0 +1,239 @@
+// mul_right: the product R = E M of an expression E read as a matrix and a constant matrix M.
+//
+// E has `d0` rows and `d1` columns, its element (r, j) the linear index r * d1 + j. A dense M is
+// `mval`, row-major, with `md1` columns; a sparse one is the triplet lists `msubi`, `msubj`,
+// `mval`, ordered strictly by row and then column (474 and 475 test this) and grouped by column
+// (466). R's element (r, c) holds the terms of each E(r, j) that meets an entry of M(:, c), scaled
+// by it, in ascending j; none are merged.
+//
+// The sizing closures take the walk of the writing ones, so that the two agree. With a dense M
+// nothing needs sizing: each term goes once into each of the md1 columns.
+
+#include "algorithms.h"
+#include "closure_frame.h"
+#include "matrix_operand.h"
+#include "stacked_expression.h"
+
+namespace fragments {
+
+namespace {
+
+/// Dense E, sparse M: `pair(k, e)` for entry k of M and the element e that it meets, `element(r,
+/// c)` behind the pairs of each element of R, also behind none.
+template <class S, class Pair, class Element>
+void walk_dense(int d0, int d1, int md1, ColumnGrouping<S> columns, I32<S> msubi, Pair pair,
+                Element element)
+{
+    for (int r = 0; r < d0; ++r) {
+        for (int c = 0; c < md1; ++c) {
+            const Range column = columns.column(c);
+            for (int64_t p = column.begin; p < column.end; ++p) {
+                const int k = columns.perm[p];
+                pair(k, msubi[k] + d1 * r);
+            }
+            element(r, c);
+        }
+    }
+}
+
+/// Sparse E, sparse M: as walk_dense, from stored element `epos` on, but `element(r, c)` only where
+/// some pair has been taken. Returns the position behind the last row. Costs for each row of E the
+/// length of M and of the row once for each column of M.
+///
+/// An entry of M is taken only if it is above 0.0: one of 0.0 or below gives no term and makes no
+/// element. The test is part of the walk because the host reserves what 467 counts and 468 then
+/// fills it without looking: a pair that only 468 took would overrun the result. A host that wants
+/// the product with an M of both signs has to split it, for instance into E M = E M+ - E M-.
+template <class S, class Pair, class Element>
+int walk_sparse(int d1, int epos, int nelem, I64<S> sp, EntriesByColumn<S> m, F64<S> mval,
+                Pair pair, Element element)
+{
+    const auto row_of_element = [&](int64_t a) { return sp[a] / d1; };
+    const auto column_of_entry = [&](int64_t p) { return m.column(p); };
+    return static_cast<int>(for_each_run(epos, nelem, row_of_element, [&](int64_t r, Range row) {
+        // The elements of one row give their column by a subtraction in place of a division.
+        const int64_t start = r * d1;
+        for_each_run(0, m.mnnz, column_of_entry, [&](int c, Range column) {
+            bool found = false;
+            for_each_match(
+                row, [&](int64_t a) { return sp[a] - start; }, column,
+                [&](int64_t p) { return int64_t{m.row(p)}; },
+                [&](int64_t a, int64_t p) {
+                    const int k = m.perm[p];
+                    if (!(mval[k] > 0.0)) return;
+                    found = true;
+                    pair(k, a);
+                });
+            if (found) element(r, c);
+        });
+    }));
+}
+
+} // namespace
+
+/// Whether the entries of a sparse M are out of order, or `badorder` came in set.
+CLOSURE(475, bool, (bool badorder, int mnnz, I32 msubi, I32 msubj))
+{
+    return badorder || has_bad_order(mnnz, msubi, msubj);
+}
+
+/// Whether an entry of a sparse M is out of range, or `badidx` came in set.
+CLOSURE(474, bool, (bool badidx, int md0, int md1, int mnnz, I32 msubi, I32 msubj))
+{
+    return badidx || has_bad_index(md0, md1, mnnz, msubi, msubj);
+}
+
+/// Writes R for dense E, dense M: all d0 * md1 elements, without `sp`. Returns (codei, elmi, nnzi).
+CLOSURE(473, results(int, int, int),
+        (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d0, int d1,
+         int elmi, int md1, F64 mval, int ncodeatom, int nidxs_base, int nnzi, int ptr_base,
+         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32,
+         I64 ri64, int rnidxs_base, int rptr_base, F64 wf64, I32 wi32, I64 wi64))
+{
+    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
+                            {codeptr_base, code_base, cconst_base});
+    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
+                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, elmi, nnzi});
+    const Code form = ncodeatom > 0 ? Code::scaled : Code::none;
+    for (int row = 0; row < d0; ++row) {
+        const int64_t start = int64_t{d1} * row;
+        for (int c = 0; c < md1; ++c) {
+            const auto column = mval.from(c);
+            for (int j = 0; j < d1; ++j)
+                if (e.terms(start + j) > 0)
+                    r.append_scaled(e, start + j, column[int64_t{md1} * j], form);
+            r.close_element();
+        }
+    }
+    return {r.codei, r.elmi, r.nnzi};
+}
+
+/// Writes R for sparse E, dense M: all d0 * md1 elements, without `sp`. Leaves the row pointers of
+/// E at `xrowptr_base`, where d0 + 1 zeros are expected (471). Returns (codei, elmi, nnzi).
+CLOSURE(472, results(int, int, int),
+        (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d0, int d1,
+         int elmi, int md1, F64 mval, int ncodeatom, int nelem, int nidxs_base, int nnzi,
+         int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64,
+         I32 ri32, I64 ri64, int rnidxs_base, int rptr_base, int sp_base, F64 wf64, I32 wi32,
+         I64 wi64, I32 xi32, int xrowptr_base))
+{
+    Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
+                      {codeptr_base, code_base, cconst_base});
+    e.sp = wi64.from(sp_base);
+    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
+                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, elmi, nnzi});
+    const Code form = ncodeatom > 0 ? Code::scaled : Code::none;
+    const auto rowptr = xi32.from(xrowptr_base);
+    for (int64_t q = 0; q < nelem; ++q) ++rowptr[e.sp[q] / d1 + 1];
+    running_sum(rowptr, d0);
+    for (int i = 0; i < d0; ++i) {
+        const Range row{rowptr[i], rowptr[i + 1]};
+        for (int c = 0; c < md1; ++c) {
+            const auto column = mval.from(c);
+            for (int64_t q = row.begin; q < row.end; ++q)
+                if (e.terms(q) > 0) r.append_scaled(e, q, column[md1 * (e.sp[q] % d1)], form);
+            r.close_element();
+        }
+    }
+    return {r.codei, r.elmi, r.nnzi};
+}
+
+/// Zeroes the `count` + 1 row pointers that 472 fills.
+CLOSURE(471, void, (int count, I32 xi32, int xrowptr_base))
+{
+    fill_n(xi32.from(xrowptr_base), int64_t{count} + 1, 0);
+}
+
+/// Writes R for dense E, sparse M grouped by 466: all d0 * md1 elements, with `sp`.
+/// Returns (codei, nnzi, relmi).
+CLOSURE(470, results(int, int, int),
+        (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d0, int d1,
+         int mcolptr_base, int md1, int mperm_base, I32 msubi, F64 mval, int nidxs_base, int nnzi,
+         int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base,
+         int relmi, F64 rf64, I32 ri32, I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base,
+         int rsp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32))
+{
+    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
+                            {codeptr_base, code_base, cconst_base});
+    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
+                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, relmi, nnzi});
+    r.sp = ri64.from(rsp_base);
+    // Not `> 0` as in the siblings: a count below 0 means code here.
+    const Code form = rncodeatom != 0 ? Code::scaled : Code::none;
+    walk_dense(
+        d0, d1, md1, {xi32.from(mcolptr_base), xi32.from(mperm_base)}, msubi,
+        [&](int k, int q) {
+            if (e.terms(q) > 0) r.append_scaled(e, q, mval[k], form);
+        },
+        [&](int row, int c) { r.close_element(row * md1 + c); });
+    return {r.codei, r.nnzi, r.elmi};
+}
+
+/// Sizes R for dense E, sparse M grouped by 466: (rncodeatom, rnnz), added to.
+CLOSURE(469, results(int, int),
+        (int codeptr_base, int d0, int d1, int mcolptr_base, int md1, int mperm_base, I32 msubi,
+         int ncodeatom, int ptr_base, int rncodeatom, int rnnz, I32 wi32, I32 xi32))
+{
+    Sizes sizes{rncodeatom, 0, rnnz};
+    const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
+    walk_dense(
+        d0, d1, md1, {xi32.from(mcolptr_base), xi32.from(mperm_base)}, msubi,
+        [&](int, int q) { sizes.add_scaled(e, q, ncodeatom > 0); }, [](int, int) {});
+    return {sizes.rncodeatom, static_cast<int>(sizes.rnnz)};
+}
+
+/// Writes R for sparse E, sparse M grouped by 466, from stored element `epos` of E on: a sparse R
+/// with an element where some entry of M above 0.0 meets a stored element of E.
+/// Returns (codei, elmi, epos, nnzi).
+CLOSURE(468, results(int, int, int, int),
+        (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d1,
+         int elmi, int epos, int md1, int mnnz, int mperm_base, I32 msubi, I32 msubj, F64 mval,
+         int ncodeatom, int nelem, int nidxs_base, int nnzi, int ptr_base, int rcconst_base,
+         int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64,
+         int rnidxs_base, int rptr_base, int rsp_base, int sp_base, F64 wf64, I32 wi32, I64 wi64,
+         I32 xi32))
+{
+    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
+                            {codeptr_base, code_base, cconst_base});
+    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
+                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, elmi, nnzi});
+    r.sp = ri64.from(rsp_base);
+    const Code form = ncodeatom > 0 ? Code::scaled : Code::none;
+    epos = walk_sparse(
+        d1, epos, nelem, wi64.from(sp_base), {mnnz, msubi, msubj, xi32.from(mperm_base)}, mval,
+        [&](int k, int64_t q) {
+            if (e.terms(q) > 0) r.append_scaled(e, q, mval[k], form);
+        },
+        [&](int64_t row, int c) { r.close_element(md1 * row + c); });
+    return {r.codei, r.elmi, epos, r.nnzi};
+}
+
+/// Sizes R for sparse E, sparse M, with the pairs that 468 takes: (rncodeatom, rnelem, rnnz),
+/// added to.
+CLOSURE(467, results(int, int, long long),
+        (int codeptr_base, int d1, int mnnz, int mperm_base, I32 msubi, I32 msubj, F64 mval,
+         int ncodeatom, int nelem, int ptr_base, int rncodeatom, int rnelem, long long rnnz,
+         int sp_base, I32 wi32, I64 wi64, I32 xi32))
+{
+    Sizes sizes{rncodeatom, rnelem, rnnz};
+    const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
+    walk_sparse(
+        d1, 0, nelem, wi64.from(sp_base), {mnnz, msubi, msubj, xi32.from(mperm_base)}, mval,
+        [&](int, int64_t q) { sizes.add_scaled(e, q, ncodeatom > 0); },
+        [&](int64_t, int) { ++sizes.rnelem; });
+    return {sizes.rncodeatom, sizes.rnelem, sizes.rnnz};
+}
+
+/// Groups the entries of a sparse M by column, by a stable counting sort, and zeroes d0 + 1 entries
+/// at `erowptr_base`.
+CLOSURE(466, void,
+        (int d0, int erowptr_base, int mcolptr_base, int md1, int mnnz, int mperm_base, I32 msubj,
+         I32 xi32))
+{
+    group_by(
+        mnnz, [&](int64_t k) { return msubj[k]; }, md1, xi32.from(mcolptr_base),
+        xi32.from(mperm_base));
+    fill_n(xi32.from(erowptr_base), int64_t{d0} + 1, 0);
+}
+
+} // namespace fragments

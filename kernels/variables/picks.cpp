@@ -1,0 +1,191 @@
+// Simple maps of a variable's index list: picks by subscripts, the dense list of a sparse variable,
+// the variable as an expression, and sorted lists of variables.
+//
+// `basevar_nativeidxs` has one native index for each stored element; `sparsity`, of a sparse
+// variable, the linear index of each. A dense list has an entry for each position, and 0, the
+// constant's index, where no element is stored. In a table of subscripts each row is one element.
+
+#include "algorithms.h"
+#include "closure_frame.h"
+
+namespace fragments {
+
+namespace {
+
+bool out_of_range(int subscript, int extent)
+{
+    return subscript < 0 || subscript >= extent;
+}
+
+/// target[places[i]] = source[i] for i below `n`.
+template <class T, class S>
+void scatter_n(Array<T, S> source, int64_t n, I64<S> places, Array<T, S> target)
+{
+    for (int64_t i = 0; i < n; ++i) target[places[i]] = source[i];
+}
+
+/// Calls `value(v)` for each distinct value but the first, in the ascending order of `perm`.
+template <class S, class Value>
+void for_each_further_value(int n, I64<S> perm, I64<S> varidxs, Value value)
+{
+    for (int64_t i = 0; i < int64_t{n} - 1; ++i) {
+        const int64_t next = varidxs[perm[i + 1]];
+        if (varidxs[perm[i]] < next) value(next);
+    }
+}
+
+} // namespace
+
+/// The variable goes onto the stack as an expression: one term of coefficient 1.0 in each of its
+/// `nnz` elements. Entry 0 of `ptr` is written too, `sp` only with `hassp`, the shape not.
+CLOSURE(146, void,
+        (I64 basevar_nativeidxs, int cof_base, bool hassp, int nidxs_base, int nnz, int ptr_base,
+         F64 rf64, I32 ri32, I64 ri64, int sp_base, I64 sparsity))
+{
+    iota_n(ri32.from(ptr_base), int64_t{nnz} + 1);
+    copy_n(basevar_nativeidxs, nnz, ri64.from(nidxs_base));
+    fill_n(rf64.from(cof_base), nnz, 1.0);
+    if (hassp) copy_n(sparsity, nnz, ri64.from(sp_base));
+}
+
+/// Values in list order to their dense positions; the other positions stay.
+CLOSURE(168, void, (I64 basevar_nativeidxs, F64 res, I64 sparsity, F64 spread_res))
+{
+    scatter_n(res, basevar_nativeidxs.length(), sparsity, spread_res);
+}
+CLOSURE(169, void, (I64 basevar_nativeidxs, F64 res, I64 sparsity, F64 spread_res))
+{
+    scatter_n(res, basevar_nativeidxs.length(), sparsity, spread_res);
+}
+
+// A table of subscripts from one list for each dimension; the first list's length counts.
+
+CLOSURE(171, void, (I32 index, I32Matrix midx))
+{
+    for (int64_t i = 0; i < index.length(); ++i) midx(i, 0) = index[i];
+}
+CLOSURE(172, void, (I32 i0, I32 i1, I32 i2, I32Matrix midxs))
+{
+    for (int64_t i = 0; i < i0.length(); ++i) {
+        midxs(i, 0) = i0[i];
+        midxs(i, 1) = i1[i];
+        midxs(i, 2) = i2[i];
+    }
+}
+CLOSURE(173, void, (I32 i0, I32 i1, I32Matrix midxs))
+{
+    for (int64_t i = 0; i < i0.length(); ++i) {
+        midxs(i, 0) = i0[i];
+        midxs(i, 1) = i1[i];
+    }
+}
+
+/// Whether `bad`, or some subscript of the table is outside its dimension.
+CLOSURE(174, bool, (bool bad, I32Matrix midxs, I32 shape))
+{
+    for (int i = 0; !bad && i < midxs.rows(); ++i)
+        for (int k = 0; !bad && k < midxs.columns(); ++k) bad = out_of_range(midxs(i, k), shape[k]);
+    return bad;
+}
+
+/// The same for plain indexes, all of dimension 0.
+CLOSURE(179, bool, (I32 idxs, bool bad, I32 shape))
+{
+    for (int64_t i = 0; !bad && i < idxs.length(); ++i) bad = out_of_range(idxs[i], shape[0]);
+    return bad;
+}
+
+/// The native index at each row of subscripts, of which the first `nd` columns count.
+CLOSURE(176, void, (I64 basevar_nativeidxs, I64 idxs, I32Matrix midxs, int nd, I64 strides))
+{
+    for (int i = 0; i < midxs.rows(); ++i) {
+        int64_t linear = 0;
+        for (int k = 0; k < nd; ++k) linear += midxs(i, k) * strides[k];
+        idxs[i] = basevar_nativeidxs[linear];
+    }
+}
+
+/// Appends a dense part to a list pair: its native indexes from slot `pos` on, and the pattern 0,
+/// 1, 2 and so on from `sppos` on.
+CLOSURE(188, void, (I64 basevar_nativeidxs, int pos, I64 sparsity, int sppos, I64 thisnidxs))
+{
+    copy_n(thisnidxs, thisnidxs.length(), basevar_nativeidxs.from(pos));
+    iota_n(sparsity.from(sppos), thisnidxs.length());
+}
+
+// A dense list for a stack of variables, each with its offset `pos`: a dense variable is copied
+// (189), a sparse one scattered (192) into its zero-filled part (191).
+
+CLOSURE(189, void, (I64 basevar_nativeidxs, I64 nindex, int pos))
+{
+    copy_n(basevar_nativeidxs, basevar_nativeidxs.length(), nindex.from(pos));
+}
+CLOSURE(191, void, (int n, I64 nindex, int pos))
+{
+    fill_n(nindex.from(pos), n, 0);
+}
+CLOSURE(192, void, (I64 basevar_nativeidxs, I64 nindex, int pos, I64 sparsity))
+{
+    scatter_n(basevar_nativeidxs, sparsity.length(), sparsity, nindex.from(pos));
+}
+
+/// The dense list of a sparse variable. Positions without an element stay as they are. The length
+/// of the index list counts in 194, that of the pattern in 195 and 196.
+CLOSURE(194, void, (I64 basevar_nativeidxs, I64 idxs, I64 sparsity))
+{
+    scatter_n(basevar_nativeidxs, basevar_nativeidxs.length(), sparsity, idxs);
+}
+CLOSURE(195, void, (I64 basevar_nativeidxs, I64 idxs, I64 sparsity))
+{
+    scatter_n(basevar_nativeidxs, sparsity.length(), sparsity, idxs);
+}
+CLOSURE(196, void, (I64 basevar_nativeidxs, I64 idxs, I64 sparsity))
+{
+    scatter_n(basevar_nativeidxs, sparsity.length(), sparsity, idxs);
+}
+
+/// Widens a list.
+CLOSURE(197, void, (I32 nativeidxs, I64 r))
+{
+    convert_n(nativeidxs, nativeidxs.length(), r);
+}
+CLOSURE(202, void, (I32 nativeidxs, I64 r))
+{
+    convert_n(nativeidxs, nativeidxs.length(), r);
+}
+CLOSURE(203, void, (I32 nativeidxs, I64 r))
+{
+    convert_n(nativeidxs, nativeidxs.length(), r);
+}
+
+// Strictly ascending list of the variables in `varidxs`: copied if that ascends already (245, 246),
+// otherwise taken in the order of a sorting permutation, without repeats (247, 248).
+
+/// Whether `sorted`, and the first `n` entries ascend strictly.
+CLOSURE(245, bool, (bool sorted, int n, I64 varidxs))
+{
+    return strictly_ascending(sorted, varidxs, n);
+}
+
+/// Narrows the list; slot 0 of the target stays.
+CLOSURE(246, void, (int n, I64 varidxs, I32 varidxs32))
+{
+    convert_n(varidxs, n, varidxs32.from(1));
+}
+
+/// `count` plus the distinct variables but the first.
+CLOSURE(247, int, (int n, int count, I64 perm, I64 varidxs))
+{
+    for_each_further_value(n, perm, varidxs, [&](int64_t) { ++count; });
+    return count;
+}
+
+/// Writes what 247 counts, from slot `pos` on. Returns the slot behind the last.
+CLOSURE(248, int, (int pos, int n, I64 perm, I64 varidxs, I32 varidxs32))
+{
+    for_each_further_value(n, perm, varidxs,
+                           [&](int64_t v) { varidxs32[pos++] = static_cast<int32_t>(v); });
+    return pos;
+}
+
+} // namespace fragments

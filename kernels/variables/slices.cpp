@@ -1,0 +1,155 @@
+// Slices of variables and constraints: the index list of a box or a line of positions.
+//
+// A view of a variable has an index list, one native index for each stored element, and if it is
+// sparse a pattern of strictly ascending row-major linear indexes beside it. Constraints have i32
+// lists of row codes and are always dense. A box has, in dimension k, the subscripts first[k] up
+// to but not including last[k].
+
+#include <algorithm>
+
+#include "algorithms.h"
+#include "closure_frame.h"
+#include "scratch.h"
+
+namespace fragments {
+
+namespace {
+
+/// `initial` times the extents of the box, in 32 bits.
+template <class S>
+int box_size(int initial, I32<S> first, I32<S> last, int nd)
+{
+    for (int k = 0; k < nd; ++k) initial *= last[k] - first[k];
+    return initial;
+}
+
+/// Copies `n` entries of the row-major `list` from the box on, in row-major order of the box: an
+/// odometer that moves a run of the innermost dimension at a time and never divides. Dimension 0
+/// has no carry, so the walk ends by the count. `nd` is at least 1.
+template <class T, class S>
+void slice_dense(Array<T, S> list, I32<S> first, I32<S> last, int nd, I32<S> shape,
+                 Array<T, S> slice, int n)
+{
+    if (n < 1) return;
+    const Scratch<int32_t> stride(nd);
+    const Scratch<int32_t> at(nd); // linear position of the current run at each level
+    const Scratch<int32_t> subscript(nd);
+    const int inner = nd - 1;
+    stride[inner] = 1;
+    row_major_strides(shape, nd, stride.data());
+    const int32_t start = dot_n(int32_t{0}, first, stride.data(), nd);
+    for (int k = 0; k < nd; ++k) {
+        at[k] = start;
+        subscript[k] = first[k];
+    }
+    const int run = nd == 1 ? n : std::max(last[inner] - first[inner], 1);
+    for (int64_t t = 0; t < n; t += run) {
+        copy_n(list.from(at[inner]), std::min<int64_t>(run, n - t), slice.from(t));
+        subscript[inner] += run;
+        int k = inner;
+        for (; k > 0 && subscript[k] >= last[k]; --k) {
+            subscript[k] = first[k];
+            ++subscript[k - 1];
+            at[k - 1] += stride[k - 1];
+        }
+        for (int m = k + 1; m < nd; ++m) at[m] = at[k];
+    }
+}
+
+/// Calls `entry(t)` for each entry t of the pattern that lies in the box. `key` holds the entry's
+/// subscripts then, and those of the last entry at the end.
+template <class S, class Entry>
+void for_each_in_box(I32<S> first, I32<S> key, I32<S> last, int nd, I32<S> shape, I64<S> sparsity,
+                     Entry entry)
+{
+    const auto inside = [&] {
+        for (int k = 0; k < nd; ++k)
+            if (key[k] < first[k] || key[k] >= last[k]) return false;
+        return true;
+    };
+    for (int64_t t = 0; t < sparsity.length(); ++t) {
+        int64_t rest = sparsity[t];
+        for (int k = nd - 1; k > 0; --k) {
+            key[k] = static_cast<int32_t>(rest % shape[k]);
+            rest /= shape[k];
+        }
+        key[0] = static_cast<int32_t>(rest);
+        if (inside()) entry(t);
+    }
+}
+
+} // namespace
+
+/// Linear index of the subscripts `firstidx`, added to `init`. The length of `step` counts.
+CLOSURE(181, long long, (I32 firstidx, long long init, I32 step, I64 strides))
+{
+    return dot_n(init, firstidx, strides, step.length());
+}
+
+/// Linear distance of one step, added to `init`.
+CLOSURE(182, long long, (I32 step, long long init, I64 strides))
+{
+    return dot_n(init, step, strides, step.length());
+}
+
+/// The `n` entries of a line through a variable, from linear position `first` on.
+CLOSURE(183, void, (I64 basevar_nativeidxs, int n, I64 residxs, long long first, long long step))
+{
+    for (int64_t i = 0; i < n; ++i) residxs[i] = basevar_nativeidxs[first + i * step];
+}
+
+/// Number of positions of a box, times `init`.
+CLOSURE(184, int, (I32 first, I32 last, int nd, int init))
+{
+    return box_size(init, first, last, nd);
+}
+CLOSURE(259, int, (I32 firsta, I32 lasta, int nd, int init))
+{
+    return box_size(init, firsta, lasta, nd);
+}
+
+/// Sizes the slice of a sparse variable: `count` plus the entries of the pattern in the box.
+CLOSURE(185, int, (I32 first, I32 key, I32 last, int nd, int count, I32 shape, I64 sparsity))
+{
+    for_each_in_box(first, key, last, nd, shape, sparsity, [&](int64_t) { ++count; });
+    return count;
+}
+
+/// Writes the slice of a sparse variable from slot `pos` on: the native index of each entry in the
+/// box, and its linear index within the box, of `sliceshape`, in 32 bits. The entries keep their
+/// order, so `sp` ascends strictly as `sparsity` does. Returns the slot behind the last.
+CLOSURE(186, int,
+        (I64 basevar_nativeidxs, I32 first, int pos, I64 idxs, I32 key, I32 last, int nd, I32 shape,
+         I32 sliceshape, I64 sp, I64 sparsity))
+{
+    for_each_in_box(first, key, last, nd, shape, sparsity, [&](int64_t t) {
+        idxs[pos] = basevar_nativeidxs[t];
+        int32_t linear = 0;
+        for (int k = 0; k < nd; ++k) linear = linear * sliceshape[k] + key[k] - first[k];
+        sp[pos] = linear;
+        ++pos;
+    });
+    return pos;
+}
+
+/// Slice of a dense variable; `n` is the size of the box.
+CLOSURE(187, void,
+        (I64 basevar_nativeidxs, I32 first, I32 last, int nd, I32 shape, I64 sliceidxs, int n))
+{
+    slice_dense(basevar_nativeidxs, first, last, nd, shape, sliceidxs, n);
+}
+
+/// Linear position of the subscripts `idxa`, added to `init`, in 32 bits.
+CLOSURE(258, int, (I32 idxa, int init, int nd, I64 strides))
+{
+    return dot_n(init, idxa, strides, nd);
+}
+
+/// Slice of a constraint's row codes; `n` is the size of the box.
+CLOSURE(260, void,
+        (I32 con_nativeidxs, I32 firsta, I32 lasta, int nd, I32 shape, I32 sliceidxs, int n))
+{
+    slice_dense(con_nativeidxs, firsta, lasta, nd, shape, sliceidxs, n);
+}
+
+} // namespace fragments
