@@ -19,7 +19,7 @@ bool EntryViews::take(const Py_buffer& list, const ArraySpec& entry, const char*
         return false;
     }
     length_ = length;
-    PyObject* const* objects = static_cast<PyObject* const*>(list.buf);
+    const auto* objects = static_cast<PyObject* const*>(list.buf);
     const int64_t stride = elements<PyObject*>(list.strides[0]);
     for (int64_t k = 0; k < length; ++k) {
         PyObject* object = objects[k * stride];

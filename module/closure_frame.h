@@ -33,9 +33,10 @@
 
 namespace fragments {
 
-/// Entry of the method table for the closure with this number; defined by CLOSURE.
+/// Entry of the method table for the closure with this number; defined by CLOSURE. Hidden by its
+/// declaration as well, so that the linker looks for it in the module alone.
 template <int Number>
-PyObject* closure(PyObject* module, PyObject* arguments);
+[[gnu::visibility("hidden")]] PyObject* closure(PyObject* module, PyObject* arguments);
 
 /// What the frame tests of an array parameter. The first character of the view's format must be
 /// `kind` or `also`; a list's format must be "O" alone.
@@ -212,6 +213,7 @@ struct Parameter<bool> : Scalar<'p', int>
 template <class T>
 constexpr int64_t elements(Py_ssize_t bytes)
 {
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): T may be a pointer, in a list of objects.
     return static_cast<int64_t>(static_cast<uint64_t>(bytes) / sizeof(T));
 }
 
@@ -481,7 +483,7 @@ PyObject* call(PyObject* arguments)
     };                                                                                             \
     }                                                                                              \
     template <>                                                                                    \
-    PyObject* ::fragments::closure<Number>(PyObject*, PyObject * arguments)                        \
+    PyObject* closure<Number>(PyObject*, PyObject * arguments)                                     \
     {                                                                                              \
         return ::fragments::call<Number, Body##Number>(arguments);                                 \
     }                                                                                              \

@@ -56,7 +56,8 @@ void set_dense(Sizes& sizes, int d1, int md0, int ncodeatom, int nnz)
 {
     sizes.rnnz = static_cast<long long>(nnz) * md0;
     sizes.rnelem = d1 * md0;
-    if (ncodeatom > 0) sizes.rncodeatom = static_cast<int>(ncodeatom * md0 + 2 * sizes.rnnz);
+    if (ncodeatom > 0)
+        sizes.rncodeatom = static_cast<int>(int64_t{ncodeatom} * md0 + 2 * sizes.rnnz);
 }
 
 } // namespace

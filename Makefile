@@ -1,0 +1,31 @@
+# `make test` and `make demo` set up all they need, build the module and run it. See scripts/.
+
+.PHONY: test checked sanitize test311 demo bench lint clean
+
+# Where a test runs: as shipped, with each array access tested, under the sanitizers, for 3.11.
+test:     preset = release
+checked:  preset = checked
+sanitize: preset = sanitizers
+test311:  preset = python311
+test checked sanitize test311:
+	@scripts/build.sh $(preset)
+	@ctest --preset $(preset) --parallel $$(nproc)
+
+# make demo [MODEL=FILE.mps] [PARAMETER=1.1]
+demo: export MODEL := $(MODEL)
+demo: export PARAMETER := $(PARAMETER)
+demo:
+	@scripts/build.sh release
+	@scripts/demo.sh
+
+bench:
+	@scripts/build.sh benchmarks
+	@build/benchmarks/python benchmarks/run.py
+
+# make lint [FILES="kernels/products/left_product.cpp ..."]
+lint:
+	@scripts/build.sh release
+	@scripts/lint.sh $(FILES)
+
+clean:
+	rm -rf build
