@@ -12,9 +12,11 @@ namespace fragments {
 
 namespace {
 
-bool out_of_range(int subscript, int extent)
+/// Whether a subscript lies outside dimension k; a negative one does in any shape.
+template <class S>
+bool out_of_range(int subscript, I32<S> shape, int k)
 {
-    return subscript < 0 || subscript >= extent;
+    return subscript < 0 || subscript >= shape[k];
 }
 
 /// target[places[i]] = source[i] for i below `n`.
@@ -84,14 +86,14 @@ CLOSURE(173, void, (I32 i0, I32 i1, I32Matrix midxs))
 CLOSURE(174, bool, (bool bad, I32Matrix midxs, I32 shape))
 {
     for (int i = 0; !bad && i < midxs.rows(); ++i)
-        for (int k = 0; !bad && k < midxs.columns(); ++k) bad = out_of_range(midxs(i, k), shape[k]);
+        for (int k = 0; !bad && k < midxs.columns(); ++k) bad = out_of_range(midxs(i, k), shape, k);
     return bad;
 }
 
 /// The same for plain indexes, all of dimension 0.
 CLOSURE(179, bool, (I32 idxs, bool bad, I32 shape))
 {
-    for (int64_t i = 0; !bad && i < idxs.length(); ++i) bad = out_of_range(idxs[i], shape[0]);
+    for (int64_t i = 0; !bad && i < idxs.length(); ++i) bad = out_of_range(idxs[i], shape, 0);
     return bad;
 }
 
