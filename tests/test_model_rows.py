@@ -206,7 +206,7 @@ class Solution(unittest.TestCase):
     def test_linear_values(self):
         for lay in LAYOUTS:
             native = [3, -1, 0, -7, 5]
-            self.assertEqual(call(21, lay(i32(native)), 4), 7)
+            self.assertEqual(call(21, lay(i64(native)), 4), 7)
             subj, val = lay(blank(i32, "i", 6)), lay(blank(f64, "d", 6))
             self.assertEqual(call(22, 2, lay(i64(native)), subj, val,
                                   lay(f64([0.5, 1.5, 2.5, 3.5, 4.5]))), 5)

@@ -110,7 +110,7 @@ CLOSURE(20, void,
 }
 
 /// `count` plus the entries that aren't negative.
-CLOSURE(21, int, (I32 nativeidxs, int count))
+CLOSURE(21, int, (I64 nativeidxs, int count))
 {
     for (int64_t i = 0; i < nativeidxs.length(); ++i) count += nativeidxs[i] >= 0 ? 1 : 0;
     return count;
