@@ -18,9 +18,10 @@ demo:
 	@scripts/build.sh release
 	@scripts/demo.sh
 
+# make bench [OPTIONS="--most 1000000 PATTERN"]
 bench:
 	@scripts/build.sh benchmarks
-	@build/benchmarks/python benchmarks/run.py
+	@build/benchmarks/python benchmarks/run.py $(OPTIONS)
 
 # make lint [FILES="kernels/products/left_product.cpp ..."]
 lint:

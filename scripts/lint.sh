@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# clang-format and clang-tidy over the named files, by default over all C++ of the repository.
+# clang-format and clang-tidy over the named files, by default over all C++ of the module,
+# its kernels and tests.
 # Expects build/release to be configured.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -13,7 +14,7 @@ if [[ ${#missing[@]} -gt 0 ]]; then install "${missing[*]}" "${missing[@]}"; fi
 
 files=("$@")
 if [[ ${#files[@]} -eq 0 ]]; then
-    mapfile -t files < <(git ls-files '*.h' '*.cpp')
+    mapfile -t files < <(git ls-files '*.h' '*.cpp' ':!benchmarks')
 fi
 clang-format --dry-run -Werror "${files[@]}"
 

@@ -123,8 +123,8 @@ def for_each_closure(**form):
 
 
 # For calls that succeed: with all counts 0 as well, hardly a loop runs, but all of the frame. The
-# margin is for closures that look at the last of 0 entries.
-ZEROS = dict(extent=64, fill=b"\0", margin=8)
+# margin is for closures that loop over an array's length, or look at the last of 0 entries.
+ZEROS = dict(extent=8, fill=b"\0", margin=256)
 
 
 class FrameTest(unittest.TestCase):
