@@ -174,7 +174,7 @@ PLAIN(481, results(int, int, int, int),
        I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base, F64 wf64, I32 wi32,
        I64 wi64))
 {
-    PlainCopy copy = PLAIN_COPY(rncodeatom > 0);
+    auto copy = PLAIN_COPY(rncodeatom > 0);
     int k = mpos;
     while (k < mnnz) {
         const int i = msubi[k];
@@ -198,7 +198,7 @@ PLAIN(473, results(int, int, int),
        int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32,
        I64 ri64, int rnidxs_base, int rptr_base, F64 wf64, I32 wi32, I64 wi64))
 {
-    PlainCopy copy = PLAIN_COPY(ncodeatom > 0);
+    auto copy = PLAIN_COPY(ncodeatom > 0);
     for (int r = 0; r < d0; ++r) {
         for (int c = 0; c < md1; ++c) {
             for (int j = 0; j < d1; ++j) copy.append(d1 * r + j, mval[md1 * j + c]);
@@ -219,7 +219,7 @@ PLAIN(472, results(int, int, int),
 {
     for (int q = 0; q < nelem; ++q) ++xi32[xrowptr_base + wi64[sp_base + q] / d1 + 1];
     for (int r = 0; r < d0; ++r) xi32[xrowptr_base + r + 1] += xi32[xrowptr_base + r];
-    PlainCopy copy = PLAIN_COPY(ncodeatom > 0);
+    auto copy = PLAIN_COPY(ncodeatom > 0);
     for (int r = 0; r < d0; ++r) {
         for (int c = 0; c < md1; ++c) {
             for (int q = xi32[xrowptr_base + r]; q < xi32[xrowptr_base + r + 1]; ++q)
@@ -239,7 +239,7 @@ PLAIN(470, results(int, int, int),
        F64 rf64, I32 ri32, I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base,
        F64 wf64, I32 wi32, I64 wi64, I32 xi32))
 {
-    PlainCopy copy = PLAIN_COPY(rncodeatom != 0);
+    auto copy = PLAIN_COPY(rncodeatom != 0);
     for (int r = 0; r < d0; ++r) {
         for (int c = 0; c < md1; ++c) {
             for (int p = xi32[mcolptr_base + c]; p < xi32[mcolptr_base + c + 1]; ++p) {
@@ -262,7 +262,7 @@ PLAIN(468, results(int, int, int, int),
        int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
        int rptr_base, int rsp_base, int sp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32))
 {
-    PlainCopy copy = PLAIN_COPY(ncodeatom > 0);
+    auto copy = PLAIN_COPY(ncodeatom > 0);
     for (int first = epos; first < nelem; first = epos) {
         const int64_t row = wi64[sp_base + first] / d1;
         for (epos = first; epos < nelem && wi64[sp_base + epos] / d1 == row;) ++epos;
@@ -311,7 +311,7 @@ PLAIN(462, void,
     for (int i = 0; i < rnd; ++i) ri32[rshape_base + i] = wi32[shape_base + i];
     const int codei = 0;
     const int nnzi = 0;
-    PlainCopy copy = PLAIN_COPY(ncodeatom > 0);
+    auto copy = PLAIN_COPY(ncodeatom > 0);
     int out = 0;
     const auto close = [&](int64_t linear) {
         ri32[rptr_base + out + 1] = copy.nnzi;

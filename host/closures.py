@@ -1,0 +1,54 @@
+"""The closures by number, counted and timed in one place."""
+
+import importlib
+import pathlib
+import sys
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+BUILDS = (ROOT / "build" / "release", ROOT / "build")
+
+
+def load():
+    """The module `fragments`, from the path or from a build below the project's root.
+
+    Raises ImportError, with one line that says what to do, where there is none for this
+    interpreter.
+    """
+    path = list(sys.path)
+    sys.path.extend(str(directory) for directory in BUILDS)
+    try:
+        return importlib.import_module("fragments")
+    except ImportError as error:
+        raise ImportError(
+            "the module fragments can't be imported (%s): build it with `make demo` or put its "
+            "directory on PYTHONPATH" % error
+        ) from None
+    finally:
+        sys.path[:] = path
+
+
+class Closures:
+    """`closure(601, ...)` calls the closure with that number; the arguments stand in the order of
+    its declaration. `calls` and `seconds` add up over all calls."""
+
+    def __init__(self):
+        self.calls = 0
+        self.seconds = 0.0
+        self._methods = {}
+
+    def __call__(self, number, *arguments):
+        method = self._methods.get(number) or self._find(number)
+        start = time.perf_counter()
+        result = method(*arguments)
+        self.seconds += time.perf_counter() - start
+        self.calls += 1
+        return result
+
+    def _find(self, number):
+        method = getattr(load(), "_c_closure_%d" % number)
+        self._methods[number] = method
+        return method
+
+
+closure = Closures()

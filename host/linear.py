@@ -1,0 +1,96 @@
+"""The linear model of an MPS file, built by closures with a parameter on its constant side."""
+
+import math
+from dataclasses import dataclass
+
+from .matrices import DenseMatrix
+from .model import Constraint, Model, Parameter
+from .variables import Variable
+
+BLOCKS = 2  # The columns are taken in that many groups, as the variables of a model would be.
+
+
+@dataclass
+class ScaledModel:
+    """`lower` <= A x <= `upper` with both sides multiplied by the parameter `scale`: what is
+    infinite stays so, and bounds of columns and the objective are not touched. A scale of 1 gives
+    the problem as it was read. Integer columns are taken as continuous ones."""
+
+    model: Model
+    x: Variable
+    rows: Constraint
+    scale: Parameter
+
+
+def build(problem, native):
+    """The ScaledModel of a problem (as `glpk` reads it), in the empty problem `native`.
+
+    Rows become elements of A x - p b, at least or at most 0 or both. A range has two sides: b is
+    the upper one, and the other stands in a second expression for the same rows.
+    """
+    model = Model(native)
+    e, p = model.evaluator, model.parameter(1.0)
+    x = model.variable([problem.columns], *problem.column_bounds())
+    with e.w.scratch():
+        blocks = [(c, d, e.push_variable(x.slice([c], [d]))) for c, d in cuts(problem.columns)]
+
+        constant, *costs = problem.objective()
+        parts = [e.mul_left(DenseMatrix(1, d - c, costs[c:d]), xk) for c, d, xk in blocks]
+        parts.append(e.push_expression([1], [constant]))
+        optimize = model.maximize if problem.maximize else model.minimize
+        optimize(e.weighted_sum(parts, [1.0] * len(parts)))
+
+        parts = [e.mul_left(problem.matrix(c, d), xk) for c, d, xk in blocks]
+        ax = e.weighted_sum(parts, [1.0] * len(parts))
+
+        def body(b):
+            """A x - p b"""
+            pb = e.mul_param_scalar(p.index, e.push_expression([problem.rows], b))
+            return e.weighted_sum([ax, pb], [1.0, -1.0])
+
+        lower, upper = problem.row_bounds()
+        ranged = any(-math.inf < l < u < math.inf for l, u in zip(lower, upper))
+        rows = model.constrain(
+            body([first_finite(u, l) for l, u in zip(lower, upper)]),
+            [l if l == -math.inf else 0.0 for l in lower],
+            [u if u == math.inf else 0.0 for u in upper],
+            floor=body([first_finite(l, u) for l, u in zip(lower, upper)]) if ranged else None,
+        )
+    return ScaledModel(model, x, rows, p)
+
+
+class Reference:
+    """The same problem without this layer: a copy of what was read, changed and solved by GLPK
+    alone."""
+
+    def __init__(self, problem):
+        self.problem = problem.copy()
+        self._row_bounds = list(zip(*problem.row_bounds()))
+        for j, bounds in enumerate(zip(*problem.column_bounds()), 1):
+            self.problem.set_column_bounds(j, *bounds)
+
+    def solve(self, scale):
+        """Solves for that scale (see ScaledModel); "optimal", "infeasible" or "unbounded"."""
+        for i, bounds in enumerate(self._row_bounds, 1):
+            self.problem.set_row_bounds(i, *(scaled(b, scale) for b in bounds))
+        return self.problem.solve()
+
+
+def scaled(bound, scale):
+    """A bound times the scale; an infinite one stays as it is."""
+    if math.isinf(bound):
+        return bound
+    if math.isinf(bound * scale):
+        raise OverflowError("%g times the parameter is not finite" % bound)
+    return bound * scale
+
+
+def cuts(count):
+    """Begin and end of each block."""
+    edges = [count * k // BLOCKS for k in range(BLOCKS + 1)]
+    return list(zip(edges, edges[1:]))
+
+
+def first_finite(*bounds):
+    """The first of the bounds that is not infinite, or 0.0."""
+    return next(filter(math.isfinite, bounds), 0.0)

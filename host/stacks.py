@@ -1,0 +1,130 @@
+"""Work stacks, and the header of an expression that stands on one."""
+
+import contextlib
+import math
+from array import array
+from dataclasses import dataclass
+from typing import Tuple
+
+TYPECODES = {"i32": "i", "i64": "q", "f64": "d"}
+LARGEST = 2 ** 31 - 1  # positions are 32-bit
+
+
+def zeros(kind, count):
+    """An array of `count` zeros; `kind` is "i32", "i64" or "f64"."""
+    result = array(TYPECODES[kind])
+    result.frombytes(bytes(result.itemsize * count))
+    return result
+
+
+def as_array(kind, values):
+    """The values as an array of that kind; one that already is such an array comes back itself."""
+    if isinstance(values, array) and values.typecode == TYPECODES[kind]:
+        return values
+    return array(TYPECODES[kind], values)
+
+
+def size(shape):
+    """The number of positions of a shape."""
+    return math.prod(shape)
+
+
+@dataclass(frozen=True)
+class Expression:
+    """The header of a stacked expression: sizes and the positions of its sections on the stack.
+
+    `shape` repeats the section of that name. `nelem` elements are stored, with `nnz` terms and
+    `ncodeatom` atoms of parameter code (0: it has none). `finished` tells that the code is in the
+    form that enters a model and can't be an operand any more.
+    """
+
+    shape: Tuple[int, ...]
+    nelem: int
+    nnz: int
+    ncodeatom: int
+    hassp: bool
+    finished: bool
+    shape_base: int
+    ptr_base: int
+    sp_base: int
+    nidxs_base: int
+    cof_base: int
+    codeptr_base: int
+    code_base: int
+    cconst_base: int
+
+    @property
+    def nd(self):
+        return len(self.shape)
+
+
+class Stack:
+    """Three arrays `i32`, `i64`, `f64` that grow by doubling, with a free position in each.
+
+    An array keeps its identity when it grows. It can't grow while a memoryview of it lives, so a
+    view taken by `section` has to be released before the next reservation.
+    """
+
+    def __init__(self, capacity=1024):
+        self.i32, self.i64, self.f64 = (zeros(kind, capacity) for kind in TYPECODES)
+        self._top = dict.fromkeys(TYPECODES, 0)
+
+    def reserve(self, kind, count):
+        """The position of `count` entries that were free, in the array of that kind.
+
+        Raises MemoryError if a position would not fit 32 bits.
+        """
+        base = self._top[kind]
+        top = base + count
+        if top > LARGEST:
+            raise MemoryError("a work stack can't hold more than %d entries" % LARGEST)
+        held = getattr(self, kind)
+        if top > len(held):
+            held.extend(zeros(kind, max(top, 2 * len(held)) - len(held)))
+        self._top[kind] = top
+        return base
+
+    def reserve_expression(self, shape, nelem, nnz, ncodeatom=0, hassp=False, finished=False):
+        """Room for an expression of these sizes. Entry 0 of `ptr` and of `codeptr` is set to 0, as
+        the closures leave that to the host; nothing else is written."""
+        coded = ncodeatom > 0
+        header = Expression(
+            shape=tuple(shape),
+            nelem=nelem,
+            nnz=nnz,
+            ncodeatom=ncodeatom,
+            hassp=hassp,
+            finished=finished,
+            shape_base=self.reserve("i32", len(shape)),
+            ptr_base=self.reserve("i32", nelem + 1),
+            sp_base=self.reserve("i64", nelem if hassp else 0),
+            nidxs_base=self.reserve("i64", nnz),
+            cof_base=self.reserve("f64", nnz),
+            codeptr_base=self.reserve("i32", nnz + 1 if coded else 0),
+            code_base=self.reserve("i32", ncodeatom if coded else 0),
+            cconst_base=self.reserve("f64", ncodeatom if coded else 0),
+        )
+        self.i32[header.ptr_base] = 0
+        if coded:
+            self.i32[header.codeptr_base] = 0
+        return header
+
+    def section(self, kind, base, count):
+        """A memoryview of `count` entries from `base` on, for use in a `with` statement."""
+        return memoryview(getattr(self, kind))[base : base + count]
+
+    def mark(self):
+        """What `release` needs to free all that is reserved from now on."""
+        return dict(self._top)
+
+    def release(self, mark):
+        self._top = dict(mark)
+
+    @contextlib.contextmanager
+    def scratch(self):
+        """Frees at the end of the `with` block, on every path, what was reserved inside."""
+        mark = self.mark()
+        try:
+            yield
+        finally:
+            self.release(mark)

@@ -1,0 +1,369 @@
+"""The host: its operations by meaning, its models, and the demo command on tiny problems."""
+
+import os
+import re
+import subprocess
+import sys
+import tempfile
+import textwrap
+import unittest
+from math import inf
+
+import host
+from host.expressions import Evaluator
+from host.glpk import Problem, SolverError
+from host.matrices import DenseMatrix, SparseMatrix
+from host.model import Model
+from host.stacks import Stack
+from host.variables import Variable
+from support import Sampler, evaluate, product, read
+
+try:
+    Problem()
+    needs_glpk = lambda test: test
+except SolverError as missing:
+    needs_glpk = unittest.skip(str(missing))
+
+
+def times(rows, values, d1=1):
+    """The plain product of a matrix, given by its rows, and row-major values of `d1` columns."""
+    return [sum(a * values[j * d1 + c] for j, a in enumerate(row)) for row in rows
+            for c in range(d1)]
+
+
+def matrix_of(rows, columns, sparse):
+    if not sparse:
+        return DenseMatrix(len(rows), columns, [a for row in rows for a in row])
+    entries = [(i, j, a) for i, row in enumerate(rows) for j, a in enumerate(row) if a != 0.0]
+    return SparseMatrix(len(rows), columns, *([e[k] for e in entries] for k in range(3)))
+
+
+class GuardedStack(Stack):
+    """Has a marker behind each section, which nothing may write."""
+
+    def __init__(self):
+        super().__init__(capacity=1)  # so that it grows, too
+        self.guards = []
+
+    def reserve(self, kind, count):
+        base = super().reserve(kind, count + 1)
+        getattr(self, kind)[base + count] = 77777
+        self.guards.append((kind, base + count))
+        return base
+
+    def release(self, mark):
+        assert self.intact()
+        self.guards = [(kind, place) for kind, place in self.guards if place < mark[kind]]
+        super().release(mark)
+
+    def intact(self):
+        return all(getattr(self, kind)[place] == 77777 for kind, place in self.guards)
+
+
+def guarded(evaluator):
+    evaluator.r = evaluator.w = GuardedStack()
+    evaluator.x = GuardedStack()
+    return evaluator
+
+
+class Operations(unittest.TestCase):
+    def variable(self, s, shape, sparse):
+        """A variable and its values by position."""
+        pattern = s.pattern(product(shape)) if sparse else range(product(shape))
+        idxs = [s.rng.randrange(1, s.variable_count + 1) for _ in pattern]
+        values = [0.0] * product(shape)
+        for position, idx in zip(pattern, idxs):
+            values[position] = s.variables[idx]
+        return Variable(shape, idxs, list(pattern) if sparse else None), values
+
+    def value(self, s, e, h):
+        return evaluate(read(e.w, h), s.variables, s.parameters)
+
+    def test_formula(self):
+        """M (A x[:k] + 2 B x[k:]) - q (p b + y), stage by stage and finished."""
+        for seed in range(150):
+            s, e = Sampler(seed), guarded(Evaluator())
+            s.variable_count = 4  # so that terms meet
+            n, m, d1 = (s.rng.randrange(4) for _ in range(3))
+            k, (p, q) = s.rng.randrange(n + 1), (s.rng.randrange(s.parameter_count),) * 2
+            sparse_x, sparse_a, sparse_m = (s.rng.random() < 0.5 for _ in range(3))
+            x, xs = self.variable(s, [n, d1], sparse_x)
+            y, ys = self.variable(s, [m, d1], s.rng.random() < 0.5)
+            a, c, outer = ([[s.number() for _ in range(w)] for _ in range(m)]
+                           for w in (k, n - k, m))
+            b = [s.number() for _ in range(m * d1)]
+            with self.subTest(seed=seed):
+                parts = [e.mul_left(matrix_of(rows, j - i, sparse_a),
+                                    e.push_variable(x.slice([i, 0], [j, d1])))
+                         for rows, i, j in ((a, 0, k), (c, k, n))]
+                ax = e.weighted_sum(parts, [1.0, 2.0])
+                axs = [f + 2.0 * g for f, g in zip(times(a, xs[: k * d1], d1),
+                                                   times(c, xs[k * d1 :], d1))]
+                self.assertEqual(ax.hassp, all(h.hassp for h in parts))
+                self.assertEqual(self.value(s, e, ax), axs)
+                max_ = e.mul_left(matrix_of(outer, m, sparse_m), ax)
+                pb = e.mul_param_scalar(p, e.push_expression([m, d1], b))
+                side = e.mul_param_scalar(q, e.weighted_sum([pb, e.push_variable(y)], [1, 1]))
+                result = e.weighted_sum([max_, side], [1.0, -1.0])
+                sides = [s.parameters[q] * (s.parameters[p] * f + g) for f, g in zip(b, ys)]
+                expected = [f - g for f, g in zip(times(outer, axs, d1), sides)]
+                self.assertEqual(self.value(s, e, result), expected)
+
+                finished = e.finish(result)
+                self.assertEqual(self.value(s, e, finished), expected)
+                for element in read(e.w, finished).elements:
+                    idxs = [t.nidx for t in element]
+                    self.assertEqual(idxs, sorted(set(idxs)))
+                self.assertEqual(self.value(s, e, result), expected)  # operands stay
+                self.assertIs(e.finish(finished), finished)
+                self.assertTrue(e.w.intact())
+
+    def test_pushed_rows(self):
+        e = Evaluator()
+        h = e.push_expression([2], [0.5, 0.0], [0, 2, 2], [3, 1], [2.0, -1.0])
+        self.assertEqual(evaluate(read(e.w, h), [1.0, 10.0, 0.0, 100.0], []), [190.5, 0.0])
+
+    def test_without_zeros(self):
+        e = Evaluator()
+        x = e.push_variable(Variable([2], [1, 2]))
+        h = e.finish(e.mul_left(DenseMatrix(1, 2, [0.0, 3.0]), x))
+        self.assertEqual([(t.nidx, t.cof) for t in read(e.w, h).elements[0]], [(2, 3.0)])
+        nothing = e.mul_param_scalar(0, e.push_expression([2], [0.0, 4.0]))
+        self.assertEqual(read(e.w, e.finish(nothing)).sp, [1])
+
+    def test_program_that_grows(self):
+        """Simplification can't shorten p * 2 x * 3, but appends the number in front of x."""
+        s, e = Sampler(0), guarded(Evaluator())
+        x = e.weighted_sum([e.push_variable(Variable([1], [1]))], [2.0])
+        merged = e.merge_terms(e.weighted_sum([x, e.mul_param_scalar(0, x)], [3.0, 3.0]))
+        for h in e.finish(merged), merged:
+            self.assertEqual(self.value(s, e, h), [6.0 * s.variables[1] * (1.0 + s.parameters[0])])
+
+    def test_refusals_leave_all_as_it_was(self):
+        e = Evaluator()
+        x = e.push_variable(Variable([2, 2], [1, 2, 3, 4]))
+        done = e.finish(e.mul_param_scalar(0, x))
+        wrong = lambda *entries: SparseMatrix(2, 2, *entries)
+        cases = [
+            ("outside", lambda: e.mul_left(wrong([0, 2], [0, 1], [1, 1]), x)),
+            ("outside", lambda: e.mul_left(wrong([0, 1], [0, -1], [1, 1]), x)),
+            ("ascend", lambda: e.mul_left(wrong([1, 0], [0, 1], [1, 1]), x)),
+            ("ascend", lambda: e.mul_left(wrong([1, 1], [1, 1], [1, 1]), x)),
+            ("as many", lambda: wrong([0, 1], [1], [1, 1])),
+            ("can't have", lambda: DenseMatrix(2, 2, [1.0])),
+            ("multiplied", lambda: e.mul_left(DenseMatrix(1, 3, [1, 1, 1]), x)),
+            ("equal shapes", lambda: e.weighted_sum([x, e.push_variable(Variable([1], [1]))],
+                                                    [1, 1])),
+            ("weight for each", lambda: e.weighted_sum([x], [1, 1])),
+            ("operand any more", lambda: e.mul_param_scalar(0, done)),
+            ("shape", lambda: e.push_expression([3], [1.0, 2.0])),
+            ("row starts", lambda: e.push_expression([2], [0, 0], [0, 2, 1], [1, 2], [1, 1])),
+            ("row starts", lambda: e.push_expression([1], [0], [0, 2], [1], [1])),
+            ("doesn't lie", lambda: Variable([3], [1, 2, 3]).slice([1], [4])),
+            ("native indexes", lambda: Variable([3], [1, 2])),
+        ]
+        e.push_variable(Variable([1], [1]))
+        for text, refused in cases:
+            with self.subTest(text), e.w.scratch():
+                mark, held = e.w.mark(), [list(a) for a in (e.w.i32, e.w.i64, e.w.f64)]
+                with self.assertRaisesRegex(ValueError, text):
+                    refused()
+                if text != "equal shapes":  # that one pushes its own operand
+                    self.assertEqual(e.w.mark(), mark)
+                    self.assertEqual([list(a) for a in (e.w.i32, e.w.i64, e.w.f64)], held)
+
+    def test_slices(self):
+        dense = Variable([3, 4], range(10, 22)).slice([1, 1], [3, 3])
+        self.assertEqual((list(dense.shape), list(dense.nativeidxs)), ([2, 2], [15, 16, 19, 20]))
+        sparse = Variable([3, 4], [7, 8, 9, 6], [1, 5, 6, 11]).slice([1, 1], [3, 3])
+        self.assertEqual((list(sparse.nativeidxs), list(sparse.sparsity)), ([8, 9], [0, 1]))
+
+
+@needs_glpk
+class Models(unittest.TestCase):
+    def test_example_of_the_package(self):
+        names = {}
+        example = host.__doc__[host.__doc__.index("    from math") :]
+        exec(textwrap.dedent(example), names)
+        self.assertEqual([[list(part) for part in names[stage]] for stage in ("first", "second")],
+                         [[[0.0, 3.0], [0.25]], [[0.0, 6.0], [0.25]]])
+
+    def test_parameters_everywhere(self):
+        """max p x + y + q with p x + y <= 4 p, y <= q as a row, 0 <= x <= 5."""
+        model = Model(Problem())
+        guarded(model.evaluator)
+        x, y = model.variable([1], 0.0, 5.0), model.variable([1])
+        p, q, e = model.parameter(2.0), model.parameter(1.0), model.evaluator
+        one = lambda: e.push_expression([1], [1.0])
+        times_p = lambda h: e.mul_param_scalar(p.index, h)
+        gain = e.weighted_sum([times_p(e.push_variable(x)), e.push_variable(y)], [1, 1])
+        model.minimize(one())
+        model.maximize(e.weighted_sum([gain, e.mul_param_scalar(q.index, one())], [1, 1]))
+        upper = model.constrain(e.weighted_sum([gain, times_p(one())], [1, -4]), -inf, 0.0)
+        bound = model.constrain(e.weighted_sum([e.push_variable(y), e.mul_param_scalar(
+            q.index, one())], [1, -1]), -inf, [0.0])
+        with self.assertRaisesRegex(ValueError, "no solution"):
+            model.levels(x)
+        for p.value, q.value in ((2.0, 1.0), (4.0, 9.0), (0.5, 1.0)):
+            self.assertEqual(model.solve(), "optimal")
+            self.assertAlmostEqual(model.objective(), 4 * p.value + q.value)
+            self.assertAlmostEqual(model.row_levels(upper)[0], 4 * p.value)
+            self.assertAlmostEqual(model.row_duals(upper)[0], 1.0)
+            self.assertLessEqual(model.row_levels(bound)[0], q.value)
+        model.minimize(one())
+        self.assertEqual((model.solve(), model.objective()), ("optimal", 1.0))
+        model.minimize(times_p(one()))
+        model.minimize(times_p(e.push_expression([1], [0.0])))
+        self.assertEqual((model.solve(), model.objective()), ("optimal", 0.0))
+
+    def test_refusals_add_no_rows(self):
+        model = Model(Problem())
+        e = model.evaluator
+        model.variable([1])
+        h = e.push_expression([1], [0.0], [0, 1], [-1], [1.0])
+        for expression, bounds in ((h, (0.0, 0.0)), (e.push_expression([1], [inf]), (0.0, 0.0)),
+                                   (e.push_expression([1], [1.0]), ([0.0, 0.0], 0.0))):
+            self.assertRaises(ValueError, model.constrain, expression, *bounds)
+        self.assertEqual(model.native.rows, 0)
+
+
+# min x + 2 y + 3 z - 10 with x + y = 4, 1 <= y + z <= 3, -x <= -1, a free row, x <= 3, z >= -1.
+# With the first four sides times p and x = 4 p - y that is min 4 p + y + 3 z - 10, so from p = 1 on
+# z = -1 and y = p + 1.
+MIXED = """\
+NAME MIXED
+ROWS
+ N COST
+ E SUM
+ G RANGE
+ L NEG
+ N WATCH
+COLUMNS
+ X COST 1 SUM 1
+ X NEG -1 WATCH 1
+ Y COST 2 SUM 1
+ Y RANGE 1
+ Z COST 3 RANGE 1
+ Z WATCH 1
+RHS
+ B COST -10 SUM 4
+ B RANGE 1 NEG -1
+RANGES
+ R RANGE 2
+BOUNDS
+ UP BND X 3
+ LO BND Z -1
+ENDATA
+"""
+# max 2 x with 2 x <= 1; an integer column without bounds is binary.
+FIXED_FORMAT = """\
+NAME          TINY
+ROWS
+ N  COST
+ L  LIM 1
+COLUMNS
+    MARK1     'MARKER'                 'INTORG'
+    X 1       COST             -2.0    LIM 1            2.0
+    MARK2     'MARKER'                 'INTEND'
+RHS
+    RHS       LIM 1             1.0
+ENDATA
+"""
+
+
+def lp(columns, rhs="", rows=" G LOW\n L HIGH\n", end=""):
+    return "NAME T\nROWS\n N COST\n%sCOLUMNS\n%s\nRHS\n%s%sENDATA\n" % (
+        rows, columns, rhs + "\n" if rhs else "", end)
+
+
+@needs_glpk
+class Demo(unittest.TestCase):
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        self.path = os.path.join(directory.name, "model.mps")
+
+    def run_host(self, *arguments, change=None):
+        """Status, output and errors of the command, or of one where Python text changed things."""
+        command = ["-m", "host"] if change is None else [
+            "-c", change + "\nfrom host.__main__ import main\nsys.exit(main())"]
+        result = subprocess.run([sys.executable, *command, *arguments], universal_newlines=True,
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        return result.returncode, result.stdout, result.stderr
+
+    def solve(self, text, *arguments, **how):
+        with open(self.path, "w") as file:
+            file.write(text)
+        return self.run_host(self.path, *arguments, **how)
+
+    def row(self, output, label):
+        (line,) = (line for line in output.splitlines() if line.startswith(label))
+        return line[len(label) :].split()
+
+    def test_objectives(self):
+        empty = lp(" X LOW 1 HIGH 1", " B LOW 1 HIGH 5")
+        negative = lp(" X COST 1 LOW 1", " B LOW -3", end="BOUNDS\n FR BND X\n")
+        no_rows = lp(" X COST -1", rows="", end="BOUNDS\n UP BND X 4\n")
+        both_sides = lp(" X COST 1 LOW 1", " B LOW 2", end="RANGES\n R LOW 0\n")
+        for text, arguments, objectives in (
+            (MIXED, [], [-7, -6.5]),
+            (MIXED, ["--maximize"], [1, 1.5]),  # z = 3 p - y and y = 4 p - 3
+            (MIXED, ["--parameter", "0"], [-7, -10]),
+            (MIXED, ["--parameter", "-1"], [-7, "infeasible"]),
+            (FIXED_FORMAT, ["--parameter", "2"], [-1, -2]),
+            (empty, [], [0, 0]),
+            (empty, ["--maximize"], [0, 0]),
+            (negative, ["--parameter", "-2e0"], [-3, 6]),
+            (no_rows, [], [-4, -4]),
+            (both_sides, ["--parameter", "3"], [2, 6]),
+        ):
+            with self.subTest(text=text, arguments=arguments):
+                status, output, errors = self.solve(text, *arguments)
+                self.assertEqual((status, errors), (0, ""))
+                for road in ("objective by closures", "objective by GLPK alone"):
+                    found = [v if v.isalpha() else float(v) for v in self.row(output, road)]
+                    for value, expected in zip(found, objectives):
+                        self.assertAlmostEqual(value, expected)
+                for numbers in ("levels", "duals"):
+                    for value in self.row(output, "largest difference of " + numbers):
+                        self.assertTrue(value == "-" or float(value) <= 1e-6)
+        self.assertIn("1 integer column taken", self.solve(FIXED_FORMAT)[1])
+
+    def test_roads_that_differ(self):
+        change = ("import sys, host.linear as l\nsolve = l.Reference.solve\n"
+                  "l.Reference.solve = lambda self, p: solve(self, p * %s)")
+        for factor, status in (("1.0000000001", 0), ("1.0001", 1), ("-1.0", 1)):
+            found, output, errors = self.solve(MIXED, change=change % factor)
+            self.assertEqual((found, errors.count("\n")), (status, status), output)
+
+    def test_bad_input(self):
+        infeasible = lp(" X LOW 1 HIGH 1", " B LOW 2 HIGH 1")
+        hopeless = lp(" X COST 1 HIGH 1e308")
+        no_module = "import sys, host.closures as c\nc.BUILDS = ()\nsys.modules['fragments'] = None"
+        no_glpk = "import sys, host.glpk as g\ng.LIBRARY = 'libnone.so.1'"
+        for expected, answer in (
+            ("FILE.mps", self.run_host()),
+            ("No such file", self.run_host(self.path)),
+            ("directory", self.run_host(os.path.dirname(self.path))),
+            ("not an MPS file: line 1", self.solve("hello\n")),
+            ("not an MPS file: line 1", self.solve("")),
+            ("not an MPS file: line 11", self.solve(MIXED.replace("Y COST 2", "Y COST two"))),
+            ("infeasible", self.solve(infeasible)),
+            ("unbounded", self.solve(lp(" X COST 1 LOW 1"), "--maximize")),
+            ("GLPK", self.solve(hopeless)),
+            ("'x' is not a finite number", self.solve(MIXED, "--parameter", "x")),
+            ("finite", self.solve(MIXED, "--parameter", "nan")),
+            ("finite", self.solve(MIXED, "--parameter", "1e999")),
+            ("not finite", self.solve(lp(" X COST 1 LOW 1", " B LOW 4e9"), "--parameter", "1e300")),
+            ("unrecognized", self.solve(MIXED, "--param-eter", "1")),
+            ("module fragments", self.solve(MIXED, change=no_module)),
+            ("libnone.so.1", self.solve(MIXED, change=no_glpk)),
+        ):
+            with self.subTest(expected=expected):
+                status, output, errors = answer
+                self.assertEqual((status, output), (2, ""))
+                self.assertRegex(errors, r"\Ahost: .*%s.*\n\Z" % re.escape(expected))
+
+
+if __name__ == "__main__":
+    unittest.main()
