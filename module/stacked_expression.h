@@ -227,22 +227,38 @@ struct Result : Sections<S>, Written
         }
     }
 
-    /// Plain term copy: the terms of element q of `e`, with their programs if there is code.
-    void append(const Operand<S>& e, int64_t q, bool coded)
+    /// Plain term copy: the terms of `count` elements of `e` from element q on, with their programs
+    /// if there is code. Neighbours' terms and atoms follow each other, so each list is one block.
+    void append(const Operand<S>& e, int64_t q, bool coded, int64_t count = 1)
     {
-        const int64_t begin = e.ptr[q];
-        const int64_t end = e.ptr[q + 1];
-        if (begin >= end) return;
-        copy_n(e.nidxs.from(begin), end - begin, nidxs.from(nnzi));
-        copy_n(e.cof.from(begin), end - begin, cof.from(nnzi));
-        if (!coded) {
-            nnzi += static_cast<int>(end - begin);
+        const Range terms{e.ptr[q], e.ptr[q + count]};
+        const int64_t n = terms.end - terms.begin;
+        if (n <= 0) return;
+        if (coded) append_programs(e, terms);
+        if (n < vector_run) {
+            for (int64_t t = terms.begin; t < terms.end; ++t) append_term(e.nidxs[t], e.cof[t]);
             return;
         }
-        for (int64_t t = begin; t < end; ++t) {
-            append_program(e, t);
-            close_coded_term();
+        copy_n(e.nidxs.from(terms.begin), n, nidxs.from(nnzi));
+        copy_n(e.cof.from(terms.begin), n, cof.from(nnzi));
+        nnzi += static_cast<int>(n);
+    }
+
+    /// The programs of terms of `e` that are still to be appended.
+    void append_programs(const Operand<S>& e, Range terms)
+    {
+        const Range atoms{e.codeptr[terms.begin], e.codeptr[terms.end]};
+        const int moved = codei - static_cast<int>(atoms.begin);
+        const auto ends = codeptr.from(nnzi - terms.begin);
+        for (int64_t t = terms.begin; t < terms.end; ++t) ends[t + 1] = e.codeptr[t + 1] + moved;
+        const int64_t n = atoms.end - atoms.begin;
+        if (n < vector_run) {
+            for (int64_t a = atoms.begin; a < atoms.end; ++a) append_atom(e.code[a], e.cconst[a]);
+            return;
         }
+        copy_n(e.code.from(atoms.begin), n, code.from(codei));
+        copy_n(e.cconst.from(atoms.begin), n, cconst.from(codei));
+        codei += static_cast<int>(n);
     }
 
     /// Ends the element that is being written.
