@@ -8,7 +8,10 @@ stacks, the choice of a path, the zero at the head of `ptr`. Copy from it what y
     stacks        growing work stacks, and the header of an expression that stands on one
     matrices      constant matrices, dense and sparse, as operands
     variables     a variable as a list of native indexes, and views of it
-    expressions   one method per operation, each running its chain of closures
+    construction  expressions from data of the host, and outer products with a constant vector
+    sums          sums of expressions and along an axis, symmetric and triangular part
+    products      products with constant matrices, tensors and numbers
+    expressions   the evaluator: all operations, one method each, running its chain of closures
     row_store     the terms whose coefficients depend on parameters, by model row
     model         rows, objective and parameters over a native solver, and the solution read back
     glpk          that native solver: GLPK's shared library

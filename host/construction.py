@@ -1,9 +1,9 @@
 """Expressions from data of the host: unit terms, matrices, vectors of constants, outer products."""
 
 from .closures import closure
-from .matrices import DenseMatrix
+from .matrices import DenseMatrix, require_order
 from .stacks import as_array, size, zeros
-from .sums import require_positions
+from .sums import require_room
 from .variables import Variable
 
 
@@ -74,15 +74,12 @@ class Construction:
         r, m, varidx = self.r, matrix, as_array("i64", [varidx])[0]
         if m.rows < 0 or m.columns < 0:
             raise ValueError("%s is no shape" % [m.rows, m.columns])
-        require_positions(m.rows * m.columns)
+        require_room(m.rows * m.columns)
         hassp = not isinstance(m, DenseMatrix)
         msubi, msubj = (m.msubi, m.msubj) if hassp else (None, None)
         if not closure(496, m.rows, m.columns, msubi, msubj, True):
-            if closure(497, False, m.rows, m.columns, msubi, msubj):
-                raise ValueError("a matrix entry lies outside of %d x %d" % (m.rows, m.columns))
-            if closure(498, False, msubi, msubj):
-                raise ValueError("matrix entries must ascend by row and then by column, without "
-                                 "repeats")
+            badidx = closure(497, False, m.rows, m.columns, msubi, msubj)
+            require_order((m.rows, m.columns), badidx, closure(498, False, msubi, msubj))
         count = len(m.mval)
         e = r.reserve_expression((m.rows, m.columns), count, count, hassp=hassp)
         self._write_shape(e)
@@ -128,14 +125,14 @@ class Construction:
         if closure(581, forms.shape, 0) > 1:
             raise ValueError("an outer product needs a vector, not the shape %s"
                              % list(forms.shape))
-        require_positions(count * dim)
+        require_room(count * dim)
         shape = (dim, count) if transposed else (count, dim)
         return self._push_rows(RowWise(shape, *multiply(vector, forms, transposed)))
 
     def _push_rows(self, rows):
         r, nelem = self.r, rows.nelem
         nnz = len(rows.subj) + nelem
-        require_positions(nnz)
+        require_room(nnz)
         e = r.reserve_expression(rows.shape, nelem, nnz, hassp=rows.inst is not None)
         closure(601, rows.bfix, e.cof_base, rows.cof, r.f64, r.i32, r.i64, e.nd, nelem,
                 e.nidxs_base, e.ptr_base, rows.ptrb, rows.shape, e.shape_base, rows.subj)

@@ -9,11 +9,14 @@ nothing.
 from dataclasses import replace
 
 from .closures import closure
+from .construction import Construction
 from .matrices import DenseMatrix, SparseMatrix
-from .stacks import LARGEST, Stack, as_array, size, zeros
+from .products import Products
+from .stacks import LARGEST, Stack, as_array, operand, size, zeros
+from .sums import Sums
 
 
-class Evaluator:
+class Evaluator(Construction, Sums, Products):
     """Builds expressions. A result stands on the r stack and operands are taken from the w stack;
     the two are the same arrays here, so that a result is the next operand where it stands. The x
     stack is scratch between the closures of one operation.
@@ -314,9 +317,3 @@ class OperandList:
                      "nidxs_base", "cof_base", "codeptr_base", "code_base", "cconst_base"):
             setattr(self, name, as_array("i32", [getattr(e, name) for e in operands]))
 
-
-def operand(e):
-    """`e`, if it can be an operand; else ValueError."""
-    if e.finished:
-        raise ValueError("an expression that is ready for a model can't be an operand any more")
-    return e

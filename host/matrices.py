@@ -4,6 +4,14 @@ from .closures import closure
 from .stacks import as_array, zeros
 
 
+def require_order(shape, badidx, badorder):
+    """Raises ValueError if the test of a matrix or tensor of that shape found something."""
+    if badidx:
+        raise ValueError("an entry lies outside of the shape %s" % list(shape))
+    if badorder:
+        raise ValueError("entries must ascend in row-major order, without repeats")
+
+
 class SparseMatrix:
     """A `rows` x `columns` matrix by its entries: parallel lists of row `msubi` (i32), column
     `msubj` (i32) and value `mval` (f64), in ascending order of row and, within a row, of column,
@@ -18,15 +26,12 @@ class SparseMatrix:
             raise ValueError("a sparse matrix needs as many rows and columns as values: %d, %d, %d"
                              % (len(self.msubi), len(self.msubj), self.mnnz))
 
-    def test(self):
-        """Raises ValueError if an entry lies outside of the matrix or the order is broken."""
-        badidx, badorder = closure(482, False, False, self.rows, self.columns, self.mnnz,
-                                   self.msubi, self.msubj)
-        if badidx:
-            raise ValueError("a matrix entry lies outside of %d x %d" % (self.rows, self.columns))
-        if badorder:
-            raise ValueError("matrix entries must ascend by row and then by column, without "
-                             "repeats")
+    def test(self, number=482):
+        """Raises ValueError if an entry lies outside of the matrix or the order is broken. `number`
+        is the closure with the operation's own test."""
+        require_order((self.rows, self.columns),
+                      *closure(number, False, False, self.rows, self.columns, self.mnnz,
+                               self.msubi, self.msubj))
 
 
 class DenseMatrix:

@@ -10,9 +10,8 @@ from array import array
 from dataclasses import replace
 
 from .closures import closure
-from .expressions import operand
-from .matrices import DenseMatrix
-from .stacks import LARGEST, as_array, size, zeros
+from .matrices import DenseMatrix, require_order
+from .stacks import LARGEST, as_array, operand, size, zeros
 
 
 class SparseTensor:
@@ -82,7 +81,7 @@ class Products:
         if e.hassp:
             require_extents(shape)
         else:
-            require_positions(shape)
+            require_shape(shape)
         badorder = closure(475, False, m.mnnz, m.msubi, m.msubj)
         badidx = closure(474, False, m.rows, m.columns, m.mnnz, m.msubi, m.msubj)
         require_order((m.rows, m.columns), badidx, badorder)
@@ -99,7 +98,7 @@ class Products:
     def _right_dense(self, e, m, shape, d0):
         r, w, x = self.r, self.w, self.x
         ncodeatom, nelem, nnz = scaled_atoms(e) * m.columns, size(shape), e.nnz * m.columns
-        require_positions(shape)
+        require_shape(shape)
         require_room(ncodeatom, nnz)
         with x.scratch():
             xrowptr = x.reserve("i32", d0 + 1)
@@ -169,7 +168,7 @@ class Products:
             raise ValueError("a %d x %d matrix and the shape %s have no square product"
                              % (matrix.rows, matrix.columns, list(e.shape)))
         m, d1, diaglen = sparse(matrix), matrix.rows, (matrix.rows,)
-        test_matrix(m, 458)
+        m.test(458)
         require_room(scaled_atoms(e), e.nnz)
         if not e.hassp:
             _, ncodeatom, nelem, nnz = closure(454, e.codeptr_base, d1, 0, m.msubi, m.msubj,
@@ -208,7 +207,7 @@ class Products:
             raise ValueError("the shape %s and a %d x %d matrix have no square product"
                              % (list(e.shape), matrix.rows, matrix.columns))
         m, d1 = sparse(matrix), matrix.rows
-        test_matrix(m, 453)
+        m.test(453)
         require_room(scaled_atoms(e), e.nnz)
         with x.scratch():
             xmcolptr, xmperm = x.reserve("i32", m.columns + 1), x.reserve("i32", m.mnnz)
@@ -241,8 +240,8 @@ class Products:
                              % (m.rows, m.columns, list(given)))
         shape, vd1 = (m.rows,) + given[1:], size(given[1:])
         if variable.sparsity is None:
-            require_positions(shape)
-            test_matrix(m, 482)
+            require_shape(shape)
+            m.test()
             require_room(m.mnnz * vd1)
             with x.scratch():
                 nidxs, _ = self._put_plain(variable)
@@ -251,7 +250,7 @@ class Products:
                         x.i64)
             return h
         require_extents(shape)
-        test_matrix(m, 482)
+        m.test()
         self._require_copies(len(variable), m.rows, m.columns, m.msubj)
         with x.scratch():
             nidxs, sp = self._put_plain(variable)
@@ -286,8 +285,8 @@ class Products:
 
     def _plain_right_dense(self, variable, m, shape, xd0):
         x = self.x
-        require_positions(shape)
-        test_matrix(m, 482)
+        require_shape(shape)
+        m.test()
         require_room(m.mnnz * xd0)
         with x.scratch():
             nidxs, _ = self._put_plain(variable)
@@ -310,7 +309,7 @@ class Products:
 
     def _plain_right_sparse(self, variable, m, shape, xd0):
         x, nelem = self.x, len(variable)
-        test_matrix(m, 482)
+        m.test()
         self._require_copies(nelem, m.columns, m.rows, m.msubi)
         with x.scratch():
             nidxs, sp = self._put_plain(variable)
@@ -375,8 +374,8 @@ class Products:
             raise ValueError("a scalar is needed, not the shape %s" % list(e.shape))
         m = sparse(matrix)
         shape = (m.rows, m.columns)
-        require_positions(shape)
-        test_matrix(m, 465)
+        require_shape(shape)
+        m.test(465)
         ncodeatom, nnz = scaled_atoms(e) * m.mnnz, e.nnz * m.mnnz
         require_room(ncodeatom, nnz)
         h = r.reserve_expression(shape, m.mnnz, nnz, ncodeatom, hassp=True)
@@ -466,7 +465,7 @@ def require_extents(shape):
         raise ValueError("a product can't have the shape %s" % list(shape))
 
 
-def require_positions(shape):
+def require_shape(shape):
     """Raises ValueError if the positions of a shape need more than 32 bits."""
     require_extents(shape)
     if size(shape) > LARGEST:
@@ -479,17 +478,3 @@ def require_room(*counts):
     if max(counts) > LARGEST:
         raise ValueError("a product with up to %d terms or atoms of code has more than %d"
                          % (max(counts), LARGEST))
-
-
-def test_matrix(m, number):
-    """Raises ValueError if that closure finds a matrix entry out of place."""
-    require_order((m.rows, m.columns), *closure(number, False, False, m.rows, m.columns, m.mnnz,
-                                                m.msubi, m.msubj))
-
-
-def require_order(shape, badidx, badorder):
-    """Raises ValueError if the test of a matrix or tensor of that shape found something."""
-    if badidx:
-        raise ValueError("an entry lies outside of the shape %s" % list(shape))
-    if badorder:
-        raise ValueError("entries must ascend in row-major order, without repeats")

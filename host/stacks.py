@@ -58,6 +58,13 @@ class Expression:
         return len(self.shape)
 
 
+def operand(e):
+    """`e`, if it can be an operand; else ValueError."""
+    if e.finished:
+        raise ValueError("an expression that is ready for a model can't be an operand any more")
+    return e
+
+
 class Stack:
     """Three arrays `i32`, `i64`, `f64` that grow by doubling, with a free position in each.
 

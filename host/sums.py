@@ -7,8 +7,7 @@ both subscripts are equal.
 """
 
 from .closures import closure
-from .expressions import operand
-from .stacks import LARGEST, as_array, size, zeros
+from .stacks import LARGEST, as_array, operand, size, zeros
 
 
 class Sums:
@@ -28,7 +27,7 @@ class Sums:
         # A program grows by the weight and the product; a term without one gets an atom.
         ncodeatom = sum(e.ncodeatom + 2 * e.nnz if e.ncodeatom > 0 else e.nnz
                         for e in (e1, e2)) if coded else 0
-        require_positions(nnz, ncodeatom)
+        require_room(nnz, ncodeatom)
         if e1.hassp:
             nelem = closure(506, e1.nelem, e2.nelem, 0, e1.sp_base, e2.sp_base, w.i64)
         else:
@@ -67,7 +66,7 @@ class Sums:
         if not 0 <= dim < e.nd:
             raise ValueError("the shape %s has no axis %d" % (list(e.shape), dim))
         shape = e.shape[:dim] + e.shape[dim + 1:]
-        require_positions(size(e.shape[:dim]), size(e.shape[dim:]), size(e.shape[dim + 1:]),
+        require_room(size(e.shape[:dim]), size(e.shape[dim:]), size(e.shape[dim + 1:]),
                           0 if e.hassp else size(shape))
         return (self._sum_sparse if e.hassp else self._sum_dense)(e, dim, shape)
 
@@ -116,7 +115,7 @@ class Sums:
         w, (before, n, between, behind) = self.w, axis_pair(e, dim1, dim2)
         # The result with all terms twice is the largest; a halved term has two atoms more.
         ncodeatom = 2 * e.ncodeatom + 4 * e.nnz if e.ncodeatom > 0 else 0
-        require_positions(before, between, behind, 2 * e.nelem, 2 * e.nnz, ncodeatom)
+        require_room(before, between, behind, 2 * e.nelem, 2 * e.nnz, ncodeatom)
         dim, stride = as_array("i32", [1, n, 1, n, 1]), as_array("i64", [0, 0, 0, 0, 1])
         closure(557, dim, dim1, e.shape_base, w.i32)
         closure(558, dim, dim1, dim2, e.shape_base, w.i32)
@@ -167,7 +166,7 @@ class Sums:
         triangle listed. Raises ValueError if that is no pair of axes of equal extent, or if the
         shape has more than 2^31 - 1 positions."""
         r, w, (before, n, between, behind) = self.r, self.w, axis_pair(e, xdim, ydim)
-        require_positions(before, between, behind, size(e.shape))
+        require_room(before, between, behind, size(e.shape))
         dim, stride = as_array("i32", [1, n, 1, n, 1]), as_array("i32", [0, 0, 0, 0, 1])
         closure(545, dim, e.shape_base, w.i32, xdim)
         closure(546, dim, e.shape_base, w.i32, xdim, ydim)
@@ -191,7 +190,7 @@ class Sums:
         r, w, scale = self.r, self.w, float(scale)
         _, n, _, _ = axis_pair(e, xdim, ydim)
         ncodeatom = e.ncodeatom + 2 * e.nnz if e.ncodeatom > 0 else 0
-        require_positions(ncodeatom)
+        require_room(ncodeatom)
         h = r.reserve_expression(e.shape, e.nelem, e.nnz, ncodeatom, e.hassp)
         # Copied as if there were no code: 544 writes all of it.
         closure(395, e.cconst_base, e.code_base, e.codeptr_base, e.cof_base, e.hassp, 0, e.nd,
@@ -214,7 +213,7 @@ class Sums:
         """`e` with every element stored. Raises ValueError if these are more than 2^31 - 1."""
         r, w = self.r, self.w
         operand(e)
-        require_positions(size(e.shape))
+        require_room(size(e.shape))
         hassp, nelem = closure(554, e.nd, e.hassp, 1, e.shape_base, w.i32)
         h = r.reserve_expression(e.shape, nelem, e.nnz, e.ncodeatom)
         closure(555, e.cconst_base, e.code_base, e.codeptr_base, e.cof_base, hassp, e.ncodeatom,
@@ -235,7 +234,7 @@ def axis_pair(e, first, second):
     return size(before), shape[first], size(between), size(behind)
 
 
-def require_positions(*counts):
+def require_room(*counts):
     """ValueError if a count of positions, elements, terms or atoms doesn't fit 32 bits."""
     if max(counts) > LARGEST:
         raise ValueError("an expression can't have %d positions, terms or atoms: the most is %d"

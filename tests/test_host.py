@@ -14,8 +14,8 @@ from host.expressions import Evaluator
 from host.glpk import Problem, SolverError
 from host.matrices import DenseMatrix, SparseMatrix
 from host.model import Model
-from host.stacks import Stack
 from host.variables import Variable
+from host_support import Evaluator as GuardedEvaluator
 from support import Sampler, evaluate, product, read
 
 try:
@@ -38,34 +38,6 @@ def matrix_of(rows, columns, sparse):
     return SparseMatrix(len(rows), columns, *([e[k] for e in entries] for k in range(3)))
 
 
-class GuardedStack(Stack):
-    """Has a marker behind each section, which nothing may write."""
-
-    def __init__(self):
-        super().__init__(capacity=1)  # so that it grows, too
-        self.guards = []
-
-    def reserve(self, kind, count):
-        base = super().reserve(kind, count + 1)
-        getattr(self, kind)[base + count] = 77777
-        self.guards.append((kind, base + count))
-        return base
-
-    def release(self, mark):
-        assert self.intact()
-        self.guards = [(kind, place) for kind, place in self.guards if place < mark[kind]]
-        super().release(mark)
-
-    def intact(self):
-        return all(getattr(self, kind)[place] == 77777 for kind, place in self.guards)
-
-
-def guarded(evaluator):
-    evaluator.r = evaluator.w = GuardedStack()
-    evaluator.x = GuardedStack()
-    return evaluator
-
-
 class Operations(unittest.TestCase):
     def variable(self, s, shape, sparse):
         """A variable and its values by position."""
@@ -82,7 +54,7 @@ class Operations(unittest.TestCase):
     def test_formula(self):
         """M (A x[:k] + 2 B x[k:]) - q (p b + y), stage by stage and finished."""
         for seed in range(150):
-            s, e = Sampler(seed), guarded(Evaluator())
+            s, e = Sampler(seed), GuardedEvaluator()
             s.variable_count = 4  # so that terms meet
             n, m, d1 = (s.rng.randrange(4) for _ in range(3))
             k, (p, q) = s.rng.randrange(n + 1), (s.rng.randrange(s.parameter_count),) * 2
@@ -133,7 +105,7 @@ class Operations(unittest.TestCase):
 
     def test_program_that_grows(self):
         """Simplification can't shorten p * 2 x * 3, but appends the number in front of x."""
-        s, e = Sampler(0), guarded(Evaluator())
+        s, e = Sampler(0), GuardedEvaluator()
         x = e.weighted_sum([e.push_variable(Variable([1], [1]))], [2.0])
         merged = e.merge_terms(e.weighted_sum([x, e.mul_param_scalar(0, x)], [3.0, 3.0]))
         for h in e.finish(merged), merged:
@@ -191,7 +163,7 @@ class Models(unittest.TestCase):
     def test_parameters_everywhere(self):
         """max p x + y + q with p x + y <= 4 p, y <= q as a row, 0 <= x <= 5."""
         model = Model(Problem())
-        guarded(model.evaluator)
+        model.evaluator = GuardedEvaluator()
         x, y = model.variable([1], 0.0, 5.0), model.variable([1])
         p, q, e = model.parameter(2.0), model.parameter(1.0), model.evaluator
         one = lambda: e.push_expression([1], [1.0])

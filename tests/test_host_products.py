@@ -1,59 +1,15 @@
 """The host's products with constant matrices, tensors and numbers."""
 
 import unittest
-from array import array
 from unittest import mock
 
-from host import expressions, products
+from host import products
 from host.matrices import DenseMatrix, SparseMatrix
 from host.products import SparseTensor
-from host.stacks import Expression, Stack
 from host.variables import Variable
+from host_support import Evaluator
 from product_support import random_matrix, triplets
-from support import MARKER, Sampler, evaluate, product, push, read
-
-KINDS = {"i": "i32", "q": "i64", "d": "f64"}
-
-
-class MarkedStack(Stack):
-    """A stack full of markers that knows how far it was reserved at most."""
-
-    def __init__(self):
-        super().__init__(0)
-        self.peak = dict.fromkeys(KINDS.values(), 0)
-        for kind, name in KINDS.items():
-            setattr(self, name, array(kind, [MARKER[kind]]) * 4096)
-
-    def reserve(self, name, count):
-        base = super().reserve(name, count)
-        self.peak[name] = max(self.peak[name], base + count)
-        return base
-
-    def put(self, kind, values):
-        base = self.reserve(KINDS[kind], len(values))
-        getattr(self, KINDS[kind])[base : base + len(values)] = array(kind, values)
-        return base
-
-    def below(self):
-        """All that is reserved."""
-        return [getattr(self, name)[:top] for name, top in self.mark().items()]
-
-    def untouched(self):
-        """Whether nothing is written that was never reserved."""
-        fresh = lambda kind, name: getattr(self, name)[self.peak[name] :].tobytes()
-        return all(fresh(kind, name).replace(array(kind, [MARKER[kind]]).tobytes(), b"") == b""
-                   for kind, name in KINDS.items())
-
-
-class Evaluator(products.Products, expressions.Evaluator):
-    def __init__(self):
-        self.r = self.w = MarkedStack()
-        self.x = MarkedStack()
-
-    def push(self, model):
-        header = vars(push(self.w, model))
-        header.pop("nd")
-        return Expression(shape=tuple(model.shape), finished=False, **header)
+from support import Sampler, evaluate, product, read
 
 
 def values(matrix, columns):
@@ -105,7 +61,7 @@ class Products(unittest.TestCase):
     def check(self, s, ev, run, shape, expected, sparse):
         """`run()` gives that value and form, changes nothing that stood on the stack, writes
         nothing outside of what it reserves, and frees the x stack."""
-        before, free = ev.w.below(), ev.x.mark()
+        before, free = ev.w.reserved(), ev.x.mark()
         h = run()
         model = read(ev.w, h)
         self.assertEqual((model.shape, h.shape, h.hassp), (shape, tuple(shape), sparse))
@@ -115,17 +71,18 @@ class Products(unittest.TestCase):
         self.assertTrue(all(a < b for a, b in zip(linear, linear[1:])))
         if not sparse:
             self.assertEqual(h.nelem, product(shape))
-        self.assertEqual([kept[: len(old)] for kept, old in zip(ev.w.below(), before)], before)
+        after = {kind: kept[: len(before[kind])] for kind, kept in ev.w.reserved().items()}
+        self.assertEqual(after, before)
         self.assertEqual(ev.x.mark(), free)
-        self.assertTrue(ev.w.untouched() and ev.x.untouched())
+        self.assertTrue(ev.w.intact() and ev.x.intact())
         return model
 
     def refuse(self, ev, text, method, *arguments):
-        before = ev.w.below(), dict(ev.w.peak), ev.x.mark()
+        before = ev.w.reserved(), ev.x.mark()
         with self.assertRaisesRegex(ValueError, text):
             method(*arguments)
-        self.assertEqual((ev.w.below(), ev.w.peak, ev.x.mark()), before)
-        self.assertTrue(ev.w.untouched())
+        self.assertEqual((ev.w.reserved(), ev.x.mark()), before)
+        self.assertTrue(ev.w.intact())
 
     def test_right(self):
         for s, (d0, d1, n), sparse, coded, sparse_m in self.cases(300):

@@ -2,58 +2,12 @@
 
 import itertools
 import unittest
-from array import array
 
-from host import expressions
-from host.construction import Construction, RowWise
+from host.construction import RowWise
 from host.matrices import DenseMatrix, SparseMatrix
-from host.stacks import Expression, Stack
-from host.sums import Sums
 from host.variables import Variable
-from support import OP_CONST, Model, Sampler, Term, evaluate, product, push, read
-
-KINDS = {"i": "i32", "q": "i64", "d": "f64"}
-
-
-class GuardedStack(Stack):
-    """Has a marker behind each section, which nothing may write, and grows at each turn."""
-
-    def __init__(self):
-        super().__init__(capacity=1)
-        self.guards = []
-
-    def reserve(self, kind, count):
-        base = super().reserve(kind, count + 1)
-        getattr(self, kind)[base + count] = 77777
-        self.guards.append((kind, base + count))
-        return base
-
-    def release(self, mark):
-        assert self.intact()
-        self.guards = [(kind, place) for kind, place in self.guards if place < mark[kind]]
-        super().release(mark)
-
-    def intact(self):
-        return all(getattr(self, kind)[place] == 77777 for kind, place in self.guards)
-
-    def put(self, kind, values):
-        base = self.reserve(KINDS[kind], len(values))
-        getattr(self, KINDS[kind])[base : base + len(values)] = array(kind, values)
-        return base
-
-    def reserved(self):
-        return {kind: list(getattr(self, kind)[:top]) for kind, top in self.mark().items()}
-
-
-class Evaluator(Sums, Construction, expressions.Evaluator):
-    def __init__(self):
-        self.r = self.w = GuardedStack()
-        self.x = GuardedStack()
-
-    def push(self, model):
-        header = vars(push(self.w, model))
-        header.pop("nd")
-        return Expression(shape=tuple(model.shape), finished=False, **header)
+from host_support import Evaluator
+from support import OP_CONST, Model, Sampler, Term, evaluate, product, read
 
 
 def positions(shape):
@@ -284,7 +238,7 @@ class Data(HostCase):
             for sp in ([1, 0], [1, 1]):
                 self.refuse(ev, "must ascend", method, [3], values, sp)
         for subs in (([0, 2], [0, 0]), ([0, 1], [0, -1])):
-            self.refuse(ev, "outside of 2 x 3", ev.push_sparse_matrix,
+            self.refuse(ev, "outside of the shape", ev.push_sparse_matrix,
                         SparseMatrix(2, 3, *subs, [1.0, 1.0]))
         for subs in (([1, 0], [0, 0]), ([0, 0], [1, 1])):
             self.refuse(ev, "must ascend", ev.push_sparse_matrix,
@@ -300,7 +254,7 @@ class Data(HostCase):
                                                 subj=[1], cof=[1.0]), **other})
         outer = ev.outer_product
         self.refuse(ev, "one row", outer, DenseMatrix(2, 1, [1.0, 1.0]), row())
-        self.refuse(ev, "outside of 1 x 3", outer, SparseMatrix(1, 3, [0], [3], [1.0]), row())
+        self.refuse(ev, "outside of the shape", outer, SparseMatrix(1, 3, [0], [3], [1.0]), row())
         self.refuse(ev, "ascend", outer, SparseMatrix(1, 3, [0, 0], [1, 0], [1.0, 1.0]), row())
         self.refuse(ev, "not the shape", outer, one, Variable([2, 2], [1, 2, 3, 4]))
         self.refuse(ev, "4900000000", outer, SparseMatrix(1, 70000, [], [], []),
