@@ -69,7 +69,7 @@ extern "C" [[gnu::visibility("default")]] PyObject* PyInit_fragments()
 #ifndef FRAGMENTS_COMPLETE
     const auto end = std::remove_if(FragmentsMethods.begin(), FragmentsMethods.end() - 1,
                                     [](const PyMethodDef& m) { return m.ml_meth == nullptr; });
-    *end = {nullptr, nullptr, 0, nullptr};
+    std::fill(end, FragmentsMethods.end(), PyMethodDef{});
 #endif
     return PyModule_Create2(&FragmentsModule, PYTHON_API_VERSION);
 }
