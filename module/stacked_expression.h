@@ -272,4 +272,16 @@ struct Result : Sections<S>, Written
     }
 };
 
+/// Copies all `nnz` terms and, if there are atoms, all programs, entry 0 of `codeptr` included.
+template <class S>
+void copy_all_terms(const Operand<S>& e, int nnz, int ncodeatom, const Result<S>& r)
+{
+    copy_n(e.nidxs, nnz, r.nidxs);
+    copy_n(e.cof, nnz, r.cof);
+    if (ncodeatom <= 0) return;
+    copy_n(e.code, ncodeatom, r.code);
+    copy_n(e.cconst, ncodeatom, r.cconst);
+    copy_n(e.codeptr, int64_t{nnz} + 1, r.codeptr);
+}
+
 } // namespace fragments

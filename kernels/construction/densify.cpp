@@ -20,13 +20,7 @@ CLOSURE(555, void,
     const Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
                            {rcodeptr_base, rcode_base, rcconst_base});
     copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base));
-    copy_n(operand.nidxs, nnz, r.nidxs);
-    copy_n(operand.cof, nnz, r.cof);
-    if (ncodeatom > 0) {
-        copy_n(operand.codeptr, int64_t{nnz} + 1, r.codeptr);
-        copy_n(operand.code, ncodeatom, r.code);
-        copy_n(operand.cconst, ncodeatom, r.cconst);
-    }
+    copy_all_terms(operand, nnz, ncodeatom, r);
     if (!hassp) {
         copy_n(operand.ptr, int64_t{rnelem} + 1, r.ptr);
         return;

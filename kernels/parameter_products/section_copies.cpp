@@ -21,13 +21,8 @@ CLOSURE(395, void,
                            {rcodeptr_base, rcode_base, rcconst_base});
     copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base));
     copy_n(e.ptr, int64_t{nelem} + 1, r.ptr);
-    copy_n(e.nidxs, nnz, r.nidxs);
-    copy_n(e.cof, nnz, r.cof);
+    copy_all_terms(e, nnz, ncodeatom, r);
     if (hassp) copy_n(wi64.from(sp_base), nelem, ri64.from(rsp_base));
-    if (ncodeatom <= 0) return;
-    copy_n(e.code, ncodeatom, r.code);
-    copy_n(e.cconst, ncodeatom, r.cconst);
-    copy_n(e.codeptr, int64_t{nnz} + 1, r.codeptr);
 }
 
 /// The same without code for an expression whose `ptr` and `sp` stand on the r stack already and
