@@ -92,6 +92,29 @@ Product product(Product initial, Array<T, S> extents, int64_t n)
     return initial;
 }
 
+/// `initial` times the extents behind dimension `k`, up to but not including dimension `end`.
+template <class Product, class T, class S>
+Product product_behind(Product initial, Array<T, S> extents, int64_t k, int64_t end)
+{
+    return product(initial, extents.from(k + 1), end - 1 - k);
+}
+
+/// `initial` plus the first `n` entries of `list`, in the type of `initial`.
+template <class Sum, class T, class S>
+Sum sum_n(Sum initial, Array<T, S> list, int64_t n)
+{
+    for (int64_t i = 0; i < n; ++i) initial += static_cast<Sum>(list[i]);
+    return initial;
+}
+
+/// The greatest of `initial` and the first `n` entries of `list`.
+template <class T, class S>
+T greatest(T initial, Array<T, S> list, int64_t n)
+{
+    for (int64_t i = 0; i < n; ++i) initial = std::max(initial, list[i]);
+    return initial;
+}
+
 /// Row-major strides but for the last, which the caller has set:
 /// strides[i] = extents[i + 1] * strides[i + 1] for i from `nd` - 2 down to 0, in the type of the
 /// strides.
@@ -128,15 +151,49 @@ bool strictly_ascending(bool flag, Array<T, S> list, int64_t n)
     return flag;
 }
 
+// Counting sorts, in three steps: count_keys, running_sum, place_by_key. A count stands one entry
+// above its key, so that the running sum leaves each group's start at its key; placing advances
+// that to the group's end, which is the start of the next group. Where counts stand two entries
+// above their keys, the start stands one above, and after placing the array is an ordinary pointer
+// array: the steps then take ptr.from(1) for `ptr`.
+
+/// ptr[key(i) + 1] += 1.
+template <class P, class S, class Key>
+void count_keys(int64_t n, Key key, Array<P, S> ptr)
+{
+    for (int64_t i = 0; i < n; ++i) ++ptr[key(i) + 1];
+}
+
+/// The items item(0) to item(n - 1), in this order, each to the next free place of its group:
+/// target[next[key(item)]++] = item. Stable.
+template <class P, class T, class S, class Item, class Key>
+void place_by_key(int64_t n, Item item, Key key, Array<P, S> next, Array<T, S> target)
+{
+    for (int64_t i = 0; i < n; ++i) {
+        const auto p = item(i);
+        target[next[key(p)]++] = static_cast<T>(p);
+    }
+}
+
+/// The positions themselves as items.
+constexpr auto each_position = [](int64_t i) { return i; };
+
+/// All three steps over `ptr`, of `keys` + 1 entries, which it fills with 0 first.
+template <class P, class T, class S, class Item, class Key>
+void counting_sort(int64_t n, Item item, Key key, int64_t keys, Array<P, S> ptr, Array<T, S> target)
+{
+    fill_n(ptr, keys + 1, 0);
+    count_keys(n, key, ptr);
+    running_sum(ptr, keys);
+    place_by_key(n, item, key, ptr, target);
+}
+
 /// Counting sort of 0 to `n` - 1 by `key`, stable: the positions with key c go to `perm` from
 /// ptr[c] up to but not including ptr[c + 1]. All `keys` + 1 entries of `ptr` are written.
 template <class S, class Key>
 void group_by(int64_t n, Key key, int keys, I32<S> ptr, I32<S> perm)
 {
-    fill_n(ptr, int64_t{keys} + 1, 0);
-    for (int64_t q = 0; q < n; ++q) ++ptr[key(q) + 1];
-    running_sum(ptr, keys);
-    for (int64_t q = 0; q < n; ++q) perm[ptr[key(q)]++] = static_cast<int32_t>(q);
+    counting_sort(n, each_position, key, keys, ptr, perm);
     shift_up(ptr, keys);
     ptr[0] = 0;
 }
@@ -146,13 +203,8 @@ void group_by(int64_t n, Key key, int keys, I32<S> ptr, I32<S> perm)
 template <class S, class Digit>
 void radix_pass(I32<S> perm, int64_t n, Digit digit, int64_t digits, I32<S> counter, I32<S> sorted)
 {
-    fill_n(counter, digits + 1, 0);
-    for (int64_t p = 0; p < n; ++p) ++counter[digit(p) + 1];
-    running_sum(counter, digits);
-    for (int64_t t = 0; t < n; ++t) {
-        const int32_t p = perm[t];
-        sorted[counter[digit(p)]++] = p;
-    }
+    counting_sort(
+        n, [&](int64_t t) { return perm[t]; }, digit, digits, counter, sorted);
 }
 
 /// Places `begin` up to but not including `end` of a list.

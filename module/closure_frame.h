@@ -490,4 +490,13 @@ PyObject* call(PyObject* arguments)
     template <class Stride>                                                                        \
     auto Body##Number<Stride>::run Parameters->::fragments::ResultOf<Declared>::Type
 
+/// A closure whose body is one expression, which is its result:
+///
+///     CLOSURE_AS(193, int, (I32 shape, int init), product(init, shape, shape.length()))
+#define CLOSURE_AS(Number, Declared, Parameters, ...)                                              \
+    CLOSURE(Number, Declared, Parameters)                                                          \
+    {                                                                                              \
+        return __VA_ARGS__;                                                                        \
+    }
+
 } // namespace fragments

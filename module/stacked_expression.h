@@ -196,6 +196,13 @@ struct Result : Sections<S>, Written
         append_scaled(e, Range{e.ptr[q], e.ptr[q + 1]}, v, form);
     }
 
+    /// The same, each times factors[k], which is not read for an element without terms.
+    void append_scaled(const Operand<S>& e, int64_t q, F64<S> factors, int64_t k, Code form)
+    {
+        const Range terms{e.ptr[q], e.ptr[q + 1]};
+        if (terms.begin < terms.end) append_scaled(e, terms, factors[k], form);
+    }
+
     /// The same for a range of terms; `ptr` of `e` is not read.
     void append_scaled(const Operand<S>& e, Range terms, double v, Code form)
     {
@@ -271,6 +278,25 @@ struct Result : Sections<S>, Written
         close_element();
     }
 };
+
+/// In the body of a closure whose positions have the usual names: the operand on the w stack, the
+/// result on the r stack, and both with `sp`. A result starts from the numbers of atoms, elements
+/// and terms that are told, or from 0.
+#define STACKED_OPERAND()                                                                          \
+    ::fragments::Operand<Stride>(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},               \
+                                 {codeptr_base, code_base, cconst_base})
+#define STACKED_RESULT(...)                                                                        \
+    ::fragments::Result<Stride>(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},             \
+                                {rcodeptr_base, rcode_base, rcconst_base}, {__VA_ARGS__})
+#define SPARSE_OPERAND() ::fragments::with_sp(STACKED_OPERAND(), wi64.from(sp_base))
+#define SPARSE_RESULT(...) ::fragments::with_sp(STACKED_RESULT(__VA_ARGS__), ri64.from(rsp_base))
+
+template <class Expression, class S>
+Expression with_sp(Expression e, I64<S> sp)
+{
+    e.sp = sp;
+    return e;
+}
 
 /// Copies all `nnz` terms and, if there are atoms, all programs, entry 0 of `codeptr` included.
 template <class S>

@@ -8,7 +8,7 @@ from typing import List, Optional, Tuple
 SOURCES = pathlib.Path(__file__).resolve().parent.parent / "kernels"
 COMMENT = re.compile(r"//[^\n]*|/\*.*?\*/", re.DOTALL)
 DECLARATION = re.compile(
-    r"\bCLOSURE\(\s*(\d+)\s*,\s*(results\([^)]*\)|[\w ]+?)\s*,\s*\(([^)]*)\)\s*\)"
+    r"\bCLOSURE(?:_AS)?\(\s*(\d+)\s*,\s*(results\([^)]*\)|[\w ]+?)\s*,\s*\(([^)]*)\)\s*[,)]"
 )
 ARRAY = re.compile(r"(I32|I64|F64)(Matrix|List)?")
 RESULT = {"void": None, "int": int, "long long": int, "bool": bool}

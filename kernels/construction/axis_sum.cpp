@@ -9,7 +9,6 @@
 // of (a, b) and then c by an LSD radix sort of their places (525, 526); each run of equal (a, b) is
 // then a result element, counted by 529 and written by 532.
 
-#include <algorithm>
 #include <utility>
 
 #include "algorithms.h"
@@ -46,20 +45,6 @@ struct Targets
     }
 };
 
-/// `d0` times the extents before `dim`.
-template <class S>
-int extents_before(int d0, int dim, I32<S> shape)
-{
-    return product(d0, shape, dim);
-}
-
-/// `d2` times the extents behind `dim`.
-template <class S>
-int extents_behind(int d2, int dim, int nd, I32<S> shape)
-{
-    return product(d2, shape.from(dim + 1), nd - 1 - dim);
-}
-
 /// The extents behind `dim`, one place down.
 template <class S>
 void copy_shape_behind(int dim, int nd, I32<S> rshape, I32<S> shape)
@@ -77,10 +62,8 @@ CLOSURE(537, results(int, int, int),
          int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rncodeatom,
          int rnidxs_base, int rptr_base, int st0, int st1, F64 wf64, I32 wi32, I64 wi64))
 {
-    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
-                            {codeptr_base, code_base, cconst_base});
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, j, m});
+    const auto e = STACKED_OPERAND();
+    auto r = STACKED_RESULT(codei, j, m);
     // Neighbours along the last dimension are copied as one block.
     const int64_t block = st1 == 1 ? d1 : 1;
     for (int64_t a = 0; a < d0; ++a) {
@@ -93,25 +76,17 @@ CLOSURE(537, results(int, int, int),
     return {r.codei, r.elmi, r.nnzi};
 }
 
-CLOSURE(536, void, (int dim, int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32))
-{
-    copy_shape_behind(dim, nd, ri32.from(rshape_base), wi32.from(shape_base));
-}
+CLOSURE_AS(536, void, (int dim, int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+           copy_shape_behind(dim, nd, ri32.from(rshape_base), wi32.from(shape_base)))
 
-CLOSURE(535, void, (int dim, I32 ri32, int rshape_base, int shape_base, I32 wi32))
-{
-    copy_n(wi32.from(shape_base), dim, ri32.from(rshape_base));
-}
+CLOSURE_AS(535, void, (int dim, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+           copy_n(wi32.from(shape_base), dim, ri32.from(rshape_base)))
 
-CLOSURE(534, int, (int d2, int dim, int nd, int shape_base, I32 wi32))
-{
-    return extents_behind(d2, dim, nd, wi32.from(shape_base));
-}
+CLOSURE_AS(534, int, (int d2, int dim, int nd, int shape_base, I32 wi32),
+           product_behind(d2, wi32.from(shape_base), dim, nd))
 
-CLOSURE(533, int, (int d0, int dim, int shape_base, I32 wi32))
-{
-    return extents_before(d0, dim, wi32.from(shape_base));
-}
+CLOSURE_AS(533, int, (int d0, int dim, int shape_base, I32 wi32),
+           product(d0, wi32.from(shape_base), dim))
 
 /// Writes the sum of a sparse operand from the sorted places, from place `i` on, `sp` included. `j`
 /// elements and `m` terms stand in the result already. Returns (codei, i, j, m).
@@ -122,11 +97,8 @@ CLOSURE(532, results(int, int, int, int),
          I32 ri32, I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base, int slab,
          int sp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32))
 {
-    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
-                            {codeptr_base, code_base, cconst_base});
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, j, m});
-    r.sp = ri64.from(rsp_base);
+    const auto e = STACKED_OPERAND();
+    auto r = SPARSE_RESULT(codei, j, m);
     const auto perm = xi32.from(curperm_base);
     const Targets<Stride> targets{wi64.from(sp_base), perm, slab, d0, d2};
     const int64_t end = for_each_run(
@@ -142,15 +114,11 @@ CLOSURE(532, results(int, int, int, int),
     return {r.codei, static_cast<int>(end), r.elmi, r.nnzi};
 }
 
-CLOSURE(531, void, (int dim, int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32))
-{
-    copy_shape_behind(dim, nd, ri32.from(rshape_base), wi32.from(shape_base));
-}
+CLOSURE_AS(531, void, (int dim, int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+           copy_shape_behind(dim, nd, ri32.from(rshape_base), wi32.from(shape_base)))
 
-CLOSURE(530, void, (int dim, I32 ri32, int rshape_base, int shape_base, I32 wi32))
-{
-    copy_n(wi32.from(shape_base), dim, ri32.from(rshape_base));
-}
+CLOSURE_AS(530, void, (int dim, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+           copy_n(wi32.from(shape_base), dim, ri32.from(rshape_base)))
 
 /// Counts the result elements of the sorted places: each change of target adds 1 to `rnelem`, from
 /// the target (prev0, prev2) on. Returns (prev0, prev2, rnelem), with the last target.
@@ -168,15 +136,11 @@ CLOSURE(529, results(long long, long long, int),
     return {previous.a, previous.b, rnelem};
 }
 
-CLOSURE(528, int, (int d2, int dim, int nd, int shape_base, I32 wi32))
-{
-    return extents_behind(d2, dim, nd, wi32.from(shape_base));
-}
+CLOSURE_AS(528, int, (int d2, int dim, int nd, int shape_base, I32 wi32),
+           product_behind(d2, wi32.from(shape_base), dim, nd))
 
-CLOSURE(527, int, (int d0, int dim, int shape_base, I32 wi32))
-{
-    return extents_before(d0, dim, wi32.from(shape_base));
-}
+CLOSURE_AS(527, int, (int d0, int dim, int shape_base, I32 wi32),
+           product(d0, wi32.from(shape_base), dim))
 
 /// Sorts the places of the elements by all subscripts but that of `dim`, row-major: a stable
 /// counting pass for each dimension, last one first, from one permutation to the other. `counter`
@@ -205,17 +169,11 @@ CLOSURE(526, results(int, int),
     return {curperm_base, tmpperm_base};
 }
 
-CLOSURE(525, void, (int curperm_base, int nelem, I32 xi32))
-{
-    iota_n(xi32.from(curperm_base), nelem);
-}
+CLOSURE_AS(525, void, (int curperm_base, int nelem, I32 xi32),
+           iota_n(xi32.from(curperm_base), nelem))
 
 /// Largest of `maxd` and the extents.
-CLOSURE(524, int, (int maxd, int nd, int shape_base, I32 wi32))
-{
-    const auto shape = wi32.from(shape_base);
-    for (int i = 0; i < nd; ++i) maxd = std::max(maxd, shape[i]);
-    return maxd;
-}
+CLOSURE_AS(524, int, (int maxd, int nd, int shape_base, I32 wi32),
+           greatest(maxd, wi32.from(shape_base), nd))
 
 } // namespace fragments

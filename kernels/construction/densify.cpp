@@ -15,10 +15,8 @@ CLOSURE(555, void,
          int rnidxs_base, int rptr_base, int rshape_base, int shape_base, int sp_base, F64 wf64,
          I32 wi32, I64 wi64))
 {
-    const Operand<Stride> operand(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
-                                  {codeptr_base, code_base, cconst_base});
-    const Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                           {rcodeptr_base, rcode_base, rcconst_base});
+    const auto operand = STACKED_OPERAND();
+    const auto r = STACKED_RESULT();
     copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base));
     copy_all_terms(operand, nnz, ncodeatom, r);
     if (!hassp) {

@@ -70,7 +70,7 @@ void for_each_position(const Extents& dim, Visit visit)
 
 /// Subscript, on the axis with this stride and extent, of a linear index. All values count as
 /// unsigned.
-inline int64_t subscript(int64_t linear, int64_t stride, int64_t extent)
+inline int64_t unsigned_subscript(int64_t linear, int64_t stride, int64_t extent)
 {
     return static_cast<int64_t>(static_cast<uint64_t>(linear) / static_cast<uint64_t>(stride) %
                                 static_cast<uint64_t>(extent));

@@ -38,11 +38,11 @@ CLOSURE(540, long long, (long long d0, int shape_base, I32 wi32, int xdim))
 }
 CLOSURE(541, long long, (long long d2, int shape_base, I32 wi32, int xdim, int ydim))
 {
-    return product(d2, wi32.from(shape_base).from(int64_t{xdim} + 1), int64_t{ydim} - xdim - 1);
+    return product_behind(d2, wi32.from(shape_base), xdim, ydim);
 }
 CLOSURE(542, long long, (long long d4, int nd, int shape_base, I32 wi32, int ydim))
 {
-    return product(d4, wi32.from(shape_base).from(int64_t{ydim} + 1), int64_t{nd} - ydim - 1);
+    return product_behind(d4, wi32.from(shape_base), ydim, nd);
 }
 
 /// Scales the coefficients off the diagonal in place.

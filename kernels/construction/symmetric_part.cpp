@@ -88,9 +88,7 @@ void with_code(int rncodeatom, Write write)
 
 CLOSURE(556, int, (int maxd, int nd, int shape_base, I32 wi32))
 {
-    const auto shape = wi32.from(shape_base);
-    for (int k = 0; k < nd; ++k) maxd = std::max(maxd, shape[k]);
-    return maxd;
+    return greatest(maxd, wi32.from(shape_base), nd);
 }
 
 /// dim[0], dim[2] and dim[4] of the view around axes `dim1` and `dim2`, each times what it holds.
@@ -132,7 +130,7 @@ CLOSURE(562, results(int, int),
         if (extent < 2) continue;
         radix_pass(
             xi32.from(curperm_base), nelem,
-            [&](int64_t t) { return subscript(sp[t], stride[q], extent); }, extent,
+            [&](int64_t t) { return unsigned_subscript(sp[t], stride[q], extent); }, extent,
             xi32.from(xradix_base), xi32.from(tmpperm_base));
         std::swap(curperm_base, tmpperm_base);
     }
@@ -146,7 +144,7 @@ CLOSURE(563, void, (I32 dim, int nelem, int sp_base, I64 stride, I64 wi64, I64 x
     const auto mirrored = xi64.from(xsp_base);
     for (int t = 0; t < nelem; ++t) {
         const int64_t v = sp[t];
-        const auto x = [&](int q) { return subscript(v, stride[q], dim[q]); };
+        const auto x = [&](int q) { return unsigned_subscript(v, stride[q], dim[q]); };
         mirrored[t] = x(0) * stride[0] + x(1) * stride[3] + x(2) * stride[2] + x(3) * stride[1] +
                       x(4) * stride[4];
     }
@@ -184,11 +182,8 @@ CLOSURE(566, results(int, int, int, int, int),
          I32 ri32, I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base,
          int sp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64, int xsp_base))
 {
-    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
-                            {codeptr_base, code_base, cconst_base});
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, eli, nnzi});
-    r.sp = ri64.from(rsp_base);
+    const auto e = STACKED_OPERAND();
+    auto r = SPARSE_RESULT(codei, eli, nnzi);
     const MirroredOrder<Stride> order{nelem, wi64.from(sp_base), xi64.from(xsp_base),
                                       xi32.from(curperm_base)};
     with_code(rncodeatom, [&](auto coded) {
@@ -233,10 +228,8 @@ CLOSURE(569, results(int, int, int, int),
          int rcodeptr_base, int rcof_base, int relemi, F64 rf64, I32 ri32, I64 ri64, int rncodeatom,
          int rnidxs_base, int rptr_base, I64 stride, F64 wf64, I32 wi32, I64 wi64))
 {
-    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
-                            {codeptr_base, code_base, cconst_base});
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, relemi, nnzi});
+    const auto e = STACKED_OPERAND();
+    auto r = STACKED_RESULT(codei, relemi, nnzi);
     with_code(rncodeatom, [&](auto coded) {
         const Code form = coded ? Code::scaled : Code::none;
         for_each_position(extents(dim), [&](const Position& x) {

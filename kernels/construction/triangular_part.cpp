@@ -68,8 +68,8 @@ CLOSURE(549, results(int, int),
     if (hassp) {
         const auto sp = wi64.from(sp_base);
         for (int e = 0; e < nelem; ++e) {
-            const int64_t i = subscript(sp[e], stride[1], dim[1]);
-            const int64_t j = subscript(sp[e], stride[3], dim[3]);
+            const int64_t i = unsigned_subscript(sp[e], stride[1], dim[1]);
+            const int64_t j = unsigned_subscript(sp[e], stride[3], dim[3]);
             if (tril ? j <= i : i <= j) add(e);
         }
     } else {
@@ -103,10 +103,8 @@ CLOSURE(553, results(int, int),
          int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base, int sp_base, F64 wf64,
          I32 wi32, I64 wi64))
 {
-    const Operand<Stride> operand(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
-                                  {codeptr_base, code_base, cconst_base});
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, 0, nnzi});
+    const auto operand = STACKED_OPERAND();
+    auto r = STACKED_RESULT(codei, 0, nnzi);
     const auto positions = ri64.from(rsp_base);
     const bool coded = rncodeatom > 0;
     if (!hassp) {

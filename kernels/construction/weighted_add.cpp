@@ -56,9 +56,7 @@ CLOSURE(508, void,
                              {codeptr2_base, code2_base, cconst2_base});
     const Code form1 = form_of(ncodeatom1, rncodeatom);
     const Code form2 = form_of(ncodeatom2, rncodeatom);
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base});
-    r.sp = ri64.from(rsp_base);
+    auto r = SPARSE_RESULT();
     r.ptr[0] = 0;
     if (rncodeatom > 0) r.codeptr[0] = 0;
     const auto sp1 = wi64.from(sp1_base);
@@ -115,8 +113,7 @@ CLOSURE(504, results(int, int, int, int, int),
                              {codeptr2_base, code2_base, cconst2_base});
     const Code form1 = form_of(ncodeatom1, rncodeatom);
     const Code form2 = form_of(ncodeatom2, rncodeatom);
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, eli, nnzi});
+    auto r = STACKED_RESULT(codei, eli, nnzi);
     const auto sp2 = wi64.from(sp2_base);
     Range list1{i1, nelem1};
     Range list2{i2, nelem2};
@@ -150,8 +147,7 @@ CLOSURE(502, results(int, int),
                              {codeptr2_base, code2_base, cconst2_base});
     const Code form1 = form_of(ncodeatom1, rncodeatom);
     const Code form2 = form_of(ncodeatom2, rncodeatom);
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, 0, cofi});
+    auto r = STACKED_RESULT(codei, 0, cofi);
     for (int e = 0; e < rnelem; ++e) {
         r.append_scaled(e1, e, mul1, form1);
         r.append_scaled(e2, e, mul2, form2);

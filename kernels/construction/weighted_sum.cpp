@@ -213,8 +213,7 @@ CLOSURE(520, void,
 {
     const Operands<Stride> operands{anycode,    cconst,   code, codeptr, cof_base, ncodeatom,
                                     nidxs_base, ptr_base, w,    wf64,    wi32,     wi64};
-    const Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                           {rcodeptr_base, rcode_base, rcconst_base});
+    const auto r = STACKED_RESULT();
     scatter(operands, k, nelem, r, xi32.from(xcode_base),
             [&](int e) { return wi64[sp_base[k] + e]; });
 }
@@ -228,8 +227,7 @@ CLOSURE(521, void,
 {
     const Operands<Stride> operands{anycode,    cconst,   code, codeptr, cof_base, ncodeatom,
                                     nidxs_base, ptr_base, w,    wf64,    wi32,     wi64};
-    const Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                           {rcodeptr_base, rcode_base, rcconst_base});
+    const auto r = STACKED_RESULT();
     scatter(operands, k, nelem, r, xi32.from(xcode_base), [](int e) { return e; });
 }
 
@@ -247,9 +245,7 @@ CLOSURE(523, void,
 {
     const Operands<Stride> operands{anycode,    cconst,   code, codeptr, cof_base, ncodeatom,
                                     nidxs_base, ptr_base, w,    wf64,    wi32,     wi64};
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base});
-    r.sp = ri64.from(rsp_base);
+    auto r = SPARSE_RESULT();
     merge_operands(
         n, nelem, sp_base, wi64,
         [&](int k, int e) {

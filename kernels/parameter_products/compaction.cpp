@@ -51,9 +51,7 @@ CLOSURE(389, results(int, int, int),
     Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base});
     e.sp = wi64.from(sp_base);
     e.set_code(xi32, xf64, {xcodeptr_base, xcode_base, xcconst_base});
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base}, {code_pos, elem_pos, nnz_pos});
-    r.sp = ri64.from(rsp_base);
+    auto r = SPARSE_RESULT(code_pos, elem_pos, nnz_pos);
     walk_kept(
         nelem, e,
         [&](int64_t t) {

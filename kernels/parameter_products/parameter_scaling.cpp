@@ -31,8 +31,7 @@ CLOSURE(337, void,
 {
     const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
                             {ptrcode_base, code_base, cconst_base});
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base});
+    auto r = STACKED_RESULT();
     fill_n(r.cof, rnnz, 0.0);
     copy_n(e.ptr, int64_t{rnelem} + 1, r.ptr);
     copy_n(wi32.from(shape_base), rnd, ri32.from(rshape_base));

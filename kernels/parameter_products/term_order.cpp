@@ -49,18 +49,6 @@ I32<S> merge_sort(I64<S> key, int64_t n, I32<S> from, I32<S> to)
     return from;
 }
 
-/// Stable counting sort of `first` + 0 to `first` + n - 1 by key, for keys from `lowest` to
-/// `lowest` + span. The span + 2 entries of `next` are scratch.
-template <class S>
-void counting_sort(I64<S> key, int64_t n, int64_t lowest, int64_t span, int64_t first, I32<S> perm,
-                   I32<S> next)
-{
-    fill_n(next, span + 2, 0);
-    for (int64_t t = 0; t < n; ++t) ++next[key[t] - lowest + 1];
-    running_sum(next, span + 1);
-    for (int64_t t = 0; t < n; ++t) perm[next[key[t] - lowest]++] = static_cast<int32_t>(first + t);
-}
-
 /// Sorts the n terms of an element by key, stable: `perm` gets their positions, counted from
 /// `first` on. `work` is scratch of 2n entries.
 template <class S>
@@ -82,7 +70,10 @@ void sort_element(I64<S> key, int64_t n, int64_t first, I32<S> perm, I32<S> work
     }
     const uint64_t span = static_cast<uint64_t>(highest) - static_cast<uint64_t>(lowest);
     if (span < static_cast<uint64_t>(n)) {
-        counting_sort(key, n, lowest, static_cast<int64_t>(span), first, perm, work);
+        counting_sort(
+            n, each_position, [&](int64_t t) { return key[t] - lowest; },
+            static_cast<int64_t>(span) + 1, work, perm);
+        for (int64_t k = 0; k < n; ++k) perm[k] += begin;
         return;
     }
     iota_n(work, n);
@@ -123,10 +114,8 @@ CLOSURE(399, results(int, int),
          I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, F64 wf64, I32 wi32, I64 wi64,
          I32 xi32))
 {
-    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
-                            {codeptr_base, code_base, cconst_base});
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base}, {code_pos, 0, nnz_pos});
+    const auto e = STACKED_OPERAND();
+    auto r = STACKED_RESULT(code_pos, 0, nnz_pos);
     const auto perm = xi32.from(perm_base);
     const auto set_term = [&](int64_t nidx, Range places) {
         double sum = 0.0;

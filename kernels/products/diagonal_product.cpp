@@ -137,11 +137,8 @@ CLOSURE(457, results(int, int, int, int, int),
          int rptr_base, int rsp_base, int sp_base, F64 wf64, I32 wi32, I64 wi64, int xcperm_base,
          I32 xi32))
 {
-    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
-                            {codeptr_base, code_base, cconst_base});
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, elmi, nnzi});
-    r.sp = ri64.from(rsp_base);
+    const auto e = STACKED_OPERAND();
+    auto r = SPARSE_RESULT(codei, elmi, nnzi);
     const Code form = ncodeatom > 0 ? Code::scaled : Code::none;
     bool copied = false;
     walk_left_sparse(
@@ -191,20 +188,15 @@ CLOSURE(455, void,
          I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rshape_base, int rsp_base,
          F64 wf64, I32 wi32, I64 wi64))
 {
-    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
-                            {codeptr_base, code_base, cconst_base});
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base});
-    r.sp = ri64.from(rsp_base);
+    const auto e = STACKED_OPERAND();
+    auto r = SPARSE_RESULT();
     const Code form = rncodeatom > 0 ? Code::scaled : Code::none;
     ri32[rshape_base] = diaglen;
     r.ptr[0] = 0;
     if (ncodeatom > 0) r.codeptr[0] = 0;
     walk_left_dense(
         d1, 0, msubi.length(), msubi, msubj,
-        [&](int64_t m, int q) {
-            if (e.terms(q) > 0) r.append_scaled(e, q, mval[m], form);
-        },
+        [&](int64_t m, int q) { r.append_scaled(e, q, mval, m, form); },
         [&](int i) { r.close_element(i); });
 }
 
@@ -241,17 +233,12 @@ CLOSURE(452, results(int, int, int),
          int rptr_base, int rsp_base, int sp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32,
          int xmperm_base))
 {
-    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
-                            {codeptr_base, code_base, cconst_base});
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, elmi, nnzi});
-    r.sp = ri64.from(rsp_base);
+    const auto e = STACKED_OPERAND();
+    auto r = SPARSE_RESULT(codei, elmi, nnzi);
     const Code form = ncodeatom > 0 ? Code::scaled : Code::none;
     walk_right<Stride>(
         hassp, d1, md1, nelem, wi64.from(sp_base), {mnnz, msubi, msubj, xi32.from(xmperm_base)},
-        [&](int k, int64_t q) {
-            if (e.terms(q) > 0) r.append_scaled(e, q, mval[k], form);
-        },
+        [&](int k, int64_t q) { r.append_scaled(e, q, mval, k, form); },
         [&](int i) { r.close_element(i); });
     return {r.codei, r.elmi, r.nnzi};
 }

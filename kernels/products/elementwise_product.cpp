@@ -31,9 +31,7 @@ CLOSURE(464, results(int, int),
 {
     const Operand<Stride> e(wi32, wi64, wf64, {0, nidxs_base, cof_base},
                             {codeptr_base, code_base, cconst_base});
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, 0, nnzi});
-    r.sp = ri64.from(rsp_base);
+    auto r = SPARSE_RESULT(codei, 0, nnzi);
     const bool coded = ncodeatom > 0;
     const Code form = coded ? Code::scaled : Code::none;
     if (coded) r.codeptr[0] = 0;
@@ -53,10 +51,8 @@ CLOSURE(463, void,
          int rnidxs_base, int rptr_base, int rshape_base, int rsp_base, int shape_base, int sp_base,
          F64 wf64, I32 wi32, I64 wi64))
 {
-    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
-                            {codeptr_base, code_base, cconst_base});
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base});
+    const auto e = STACKED_OPERAND();
+    auto r = STACKED_RESULT();
     copy_n(e.ptr, int64_t{nelem} + 1, r.ptr);
     r.append_scaled(e, Range{0, nnz}, a, Code::none);
     if (hassp) copy_n(wi64.from(sp_base), nelem, ri64.from(rsp_base));
@@ -78,17 +74,14 @@ CLOSURE(462, void,
          int rncodeatom, int rnd, int rnidxs_base, int rptr_base, int rshape_base, int rsp_base,
          int shape_base, int sp_base, F64 wf64, I32 wi32, I64 wi64))
 {
-    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
-                            {codeptr_base, code_base, cconst_base});
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base});
-    r.sp = ri64.from(rsp_base);
+    const auto e = STACKED_OPERAND();
+    auto r = SPARSE_RESULT();
     r.ptr[0] = 0;
     if (rncodeatom > 0) r.codeptr[0] = 0;
     copy_n(wi32.from(shape_base), rnd, ri32.from(rshape_base));
     const Code form = ncodeatom > 0 ? Code::scaled : Code::none;
     for_each_met_element(msp, hassp, nelem, wi64.from(sp_base), [&](int64_t k, int64_t q) {
-        if (e.terms(q) > 0) r.append_scaled(e, q, mcof[k], form);
+        r.append_scaled(e, q, mcof, k, form);
         r.close_element(msp[k]);
     });
 }

@@ -29,14 +29,12 @@ CLOSURE(447, results(int, int),
          int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rncodeatom,
          int rnidxs_base, int sp_base, F64 vcof, I64 vsub, F64 wf64, I32 wi32, I64 wi64))
 {
-    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
-                            {codeptr_base, code_base, cconst_base});
+    const auto e = STACKED_OPERAND();
     Result<Stride> r(ri32, ri64, rf64, {0, rnidxs_base, rcof_base},
                      {rcodeptr_base, rcode_base, rcconst_base}, {codei, 0, iterm});
     const Code form = rncodeatom > 0 ? Code::scaled : Code::none;
-    for_each_met_element(vsub, hassp, nelem, wi64.from(sp_base), [&](int64_t k, int64_t q) {
-        if (e.terms(q) > 0) r.append_scaled(e, q, vcof[k], form);
-    });
+    for_each_met_element(vsub, hassp, nelem, wi64.from(sp_base),
+                         [&](int64_t k, int64_t q) { r.append_scaled(e, q, vcof, k, form); });
     return {r.codei, r.nnzi};
 }
 

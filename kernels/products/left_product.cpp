@@ -81,17 +81,12 @@ CLOSURE(481, results(int, int, int, int),
          I32 ri32, I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base, F64 wf64,
          I32 wi32, I64 wi64))
 {
-    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
-                            {codeptr_base, code_base, cconst_base});
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, elmi, nnzi});
-    r.sp = ri64.from(rsp_base);
+    const auto e = STACKED_OPERAND();
+    auto r = SPARSE_RESULT(codei, elmi, nnzi);
     const Code form = rncodeatom > 0 ? Code::scaled : Code::none;
     mpos = walk_dense(
         d1, mpos, mnnz, msubi, msubj,
-        [&](int64_t m, int q) {
-            if (e.terms(q) > 0) r.append_scaled(e, q, mval[m], form);
-        },
+        [&](int64_t m, int q) { r.append_scaled(e, q, mval, m, form); },
         [&](int i, int c) { r.close_element(d1 * i + c); });
     return {r.codei, r.elmi, mpos, r.nnzi};
 }
@@ -105,11 +100,8 @@ CLOSURE(480, results(int, int, int),
          F64 rf64, I32 ri32, I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int sp_base,
          F64 wf64, I32 wi32, I64 wi64, I32 xi32))
 {
-    Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
-                      {codeptr_base, code_base, cconst_base});
-    e.sp = wi64.from(sp_base);
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, elmi, nnzi});
+    const auto e = SPARSE_OPERAND();
+    auto r = STACKED_RESULT(codei, elmi, nnzi);
     const Code form = rncodeatom > 0 ? Code::scaled : Code::none;
     const ColumnGrouping<Stride> columns{xi32.from(eptr_base), xi32.from(eperm_base)};
     for (int i = 0; i < md0; ++i) {
@@ -118,7 +110,7 @@ CLOSURE(480, results(int, int, int),
             const Range column = columns.column(c);
             for (int64_t p = column.begin; p < column.end; ++p) {
                 const int q = columns.perm[p];
-                if (e.terms(q) > 0) r.append_scaled(e, q, row[e.sp[q] / d1], form);
+                r.append_scaled(e, q, row, e.sp[q] / d1, form);
             }
             r.close_element();
         }
@@ -135,18 +127,12 @@ CLOSURE(479, void,
          I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base, int sp_base,
          F64 wf64, I32 wi32, I64 wi64, I32 xi32))
 {
-    Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
-                      {codeptr_base, code_base, cconst_base});
-    e.sp = wi64.from(sp_base);
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base});
-    r.sp = ri64.from(rsp_base);
+    const auto e = SPARSE_OPERAND();
+    auto r = SPARSE_RESULT();
     const Code form = rncodeatom > 0 ? Code::scaled : Code::none;
     walk_sparse(
         d1, mnnz, msubi, msubj, {xi32.from(eptr_base), xi32.from(eperm_base)}, e.sp,
-        [&](int64_t m, int q) {
-            if (e.terms(q) > 0) r.append_scaled(e, q, mval[m], form);
-        },
+        [&](int64_t m, int q) { r.append_scaled(e, q, mval, m, form); },
         [&](int i, int c) { r.close_element(d1 * i + c); });
 }
 

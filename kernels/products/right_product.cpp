@@ -90,18 +90,15 @@ CLOSURE(473, results(int, int, int),
          int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32,
          I64 ri64, int rnidxs_base, int rptr_base, F64 wf64, I32 wi32, I64 wi64))
 {
-    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
-                            {codeptr_base, code_base, cconst_base});
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, elmi, nnzi});
+    const auto e = STACKED_OPERAND();
+    auto r = STACKED_RESULT(codei, elmi, nnzi);
     const Code form = ncodeatom > 0 ? Code::scaled : Code::none;
     for (int row = 0; row < d0; ++row) {
         const int64_t start = int64_t{d1} * row;
         for (int c = 0; c < md1; ++c) {
             const auto column = mval.from(c);
             for (int j = 0; j < d1; ++j)
-                if (e.terms(start + j) > 0)
-                    r.append_scaled(e, start + j, column[int64_t{md1} * j], form);
+                r.append_scaled(e, start + j, column, int64_t{md1} * j, form);
             r.close_element();
         }
     }
@@ -117,11 +114,8 @@ CLOSURE(472, results(int, int, int),
          I32 ri32, I64 ri64, int rnidxs_base, int rptr_base, int sp_base, F64 wf64, I32 wi32,
          I64 wi64, I32 xi32, int xrowptr_base))
 {
-    Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
-                      {codeptr_base, code_base, cconst_base});
-    e.sp = wi64.from(sp_base);
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, elmi, nnzi});
+    const auto e = SPARSE_OPERAND();
+    auto r = STACKED_RESULT(codei, elmi, nnzi);
     const Code form = ncodeatom > 0 ? Code::scaled : Code::none;
     const auto rowptr = xi32.from(xrowptr_base);
     for (int64_t q = 0; q < nelem; ++q) ++rowptr[e.sp[q] / d1 + 1];
@@ -131,7 +125,7 @@ CLOSURE(472, results(int, int, int),
         for (int c = 0; c < md1; ++c) {
             const auto column = mval.from(c);
             for (int64_t q = row.begin; q < row.end; ++q)
-                if (e.terms(q) > 0) r.append_scaled(e, q, column[md1 * (e.sp[q] % d1)], form);
+                r.append_scaled(e, q, column, md1 * (e.sp[q] % d1), form);
             r.close_element();
         }
     }
@@ -153,18 +147,13 @@ CLOSURE(470, results(int, int, int),
          int relmi, F64 rf64, I32 ri32, I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base,
          int rsp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32))
 {
-    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
-                            {codeptr_base, code_base, cconst_base});
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, relmi, nnzi});
-    r.sp = ri64.from(rsp_base);
+    const auto e = STACKED_OPERAND();
+    auto r = SPARSE_RESULT(codei, relmi, nnzi);
     // Not `> 0` as in the siblings: a count below 0 means code here.
     const Code form = rncodeatom != 0 ? Code::scaled : Code::none;
     walk_dense(
         d0, d1, md1, {xi32.from(mcolptr_base), xi32.from(mperm_base)}, msubi,
-        [&](int k, int q) {
-            if (e.terms(q) > 0) r.append_scaled(e, q, mval[k], form);
-        },
+        [&](int k, int q) { r.append_scaled(e, q, mval, k, form); },
         [&](int row, int c) { r.close_element(row * md1 + c); });
     return {r.codei, r.nnzi, r.elmi};
 }
@@ -193,17 +182,12 @@ CLOSURE(468, results(int, int, int, int),
          int rnidxs_base, int rptr_base, int rsp_base, int sp_base, F64 wf64, I32 wi32, I64 wi64,
          I32 xi32))
 {
-    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},
-                            {codeptr_base, code_base, cconst_base});
-    Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},
-                     {rcodeptr_base, rcode_base, rcconst_base}, {codei, elmi, nnzi});
-    r.sp = ri64.from(rsp_base);
+    const auto e = STACKED_OPERAND();
+    auto r = SPARSE_RESULT(codei, elmi, nnzi);
     const Code form = ncodeatom > 0 ? Code::scaled : Code::none;
     epos = walk_sparse(
         d1, epos, nelem, wi64.from(sp_base), {mnnz, msubi, msubj, xi32.from(mperm_base)}, mval,
-        [&](int k, int64_t q) {
-            if (e.terms(q) > 0) r.append_scaled(e, q, mval[k], form);
-        },
+        [&](int k, int64_t q) { r.append_scaled(e, q, mval, k, form); },
         [&](int64_t row, int c) { r.close_element(md1 * row + c); });
     return {r.codei, r.elmi, epos, r.nnzi};
 }

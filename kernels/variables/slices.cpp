@@ -10,6 +10,7 @@
 #include "algorithms.h"
 #include "closure_frame.h"
 #include "scratch.h"
+#include "subscripts.h"
 
 namespace fragments {
 
@@ -62,19 +63,9 @@ template <class S, class Entry>
 void for_each_in_box(I32<S> first, I32<S> key, I32<S> last, int nd, I32<S> shape, I64<S> sparsity,
                      Entry entry)
 {
-    const auto inside = [&] {
-        for (int k = 0; k < nd; ++k)
-            if (key[k] < first[k] || key[k] >= last[k]) return false;
-        return true;
-    };
     for (int64_t t = 0; t < sparsity.length(); ++t) {
-        int64_t rest = sparsity[t];
-        for (int k = nd - 1; k > 0; --k) {
-            key[k] = static_cast<int32_t>(rest % shape[k]);
-            rest /= shape[k];
-        }
-        key[0] = static_cast<int32_t>(rest);
-        if (inside()) entry(t);
+        key[0] = static_cast<int32_t>(unravel(sparsity[t], shape, nd, key));
+        if (in_box(key, first, last, nd)) entry(t);
     }
 }
 

@@ -1,0 +1,57 @@
+#pragma once
+
+/// Linear indexes and subscripts of row-major arrays, and boxes of subscripts. The last dimension
+/// is the fastest. Divisions are the machine's, signed and in 64 bits.
+
+#include <cstdint>
+
+#include "array.h"
+
+namespace fragments {
+
+/// The subscript, in a dimension of this stride and extent, of a linear index.
+inline int64_t subscript(int64_t linear, int64_t stride, int64_t extent)
+{
+    return linear / stride % extent;
+}
+
+/// The subscripts of a linear index in all `nd` dimensions, each by its own stride and extent.
+template <class S, class Subscripts>
+void split_linear(int64_t linear, I64<S> strides, I32<S> shape, int64_t nd, Subscripts subscripts)
+{
+    for (int64_t k = 0; k < nd; ++k)
+        subscripts[k] = static_cast<int32_t>(subscript(linear, strides[k], shape[k]));
+}
+
+/// The subscripts of a linear index in dimensions `n` - 1 down to 1, by dividing by one extent
+/// after the other. Returns what is left, the subscript in dimension 0.
+template <class S, class Subscripts>
+int64_t unravel(int64_t linear, I32<S> shape, int64_t n, Subscripts subscripts)
+{
+    for (int64_t k = n - 1; k > 0; --k) {
+        subscripts[k] = static_cast<int32_t>(linear % shape[k]);
+        linear /= shape[k];
+    }
+    return linear;
+}
+
+/// Whether first[k] <= subscripts[k] < last[k] in all `nd` dimensions, in ascending order up to the
+/// first that says no.
+template <class S, class Subscripts>
+bool in_box(Subscripts subscripts, I32<S> first, I32<S> last, int64_t nd)
+{
+    for (int64_t k = 0; k < nd; ++k)
+        if (subscripts[k] < first[k] || subscripts[k] >= last[k]) return false;
+    return true;
+}
+
+/// The linear index, by the strides of a box, of a position in it: counted from `first`.
+template <class S, class Subscripts>
+int64_t linear_in_box(Subscripts subscripts, I32<S> first, I64<S> strides, int64_t nd)
+{
+    int64_t linear = 0;
+    for (int64_t k = 0; k < nd; ++k) linear += (int64_t{subscripts[k]} - first[k]) * strides[k];
+    return linear;
+}
+
+} // namespace fragments
