@@ -35,6 +35,23 @@ int64_t unravel(int64_t linear, I32<S> shape, int64_t n, Subscripts subscripts)
     return linear;
 }
 
+/// Whether a subscript lies outside dimension k; a negative one does in any shape.
+template <class S>
+bool out_of_range(int subscript, I32<S> shape, int64_t k)
+{
+    return subscript < 0 || subscript >= shape[k];
+}
+
+/// `flag`, or whether some subscript of the table, a row for each element, is out of range.
+template <class S>
+bool any_out_of_range(bool flag, Matrix<int32_t, S> table, I32<S> shape)
+{
+    for (int i = 0; !flag && i < table.rows(); ++i)
+        for (int k = 0; !flag && k < table.columns(); ++k)
+            flag = out_of_range(table(i, k), shape, k);
+    return flag;
+}
+
 /// Whether first[k] <= subscripts[k] < last[k] in all `nd` dimensions, in ascending order up to the
 /// first that says no.
 template <class S, class Subscripts>
