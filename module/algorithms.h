@@ -199,6 +199,14 @@ int64_t dense_to_triplets(int rows, int columns, Matrix<double, S> matrix, I32<S
     return k;
 }
 
+/// A matrix row by row: target[i * columns + j] = matrix(i, j).
+template <class T, class S>
+void flatten(Matrix<T, S> matrix, int64_t rows, int64_t columns, Array<T, S> target)
+{
+    for (int64_t i = 0; i < rows; ++i)
+        for (int64_t j = 0; j < columns; ++j) target[i * columns + j] = matrix(i, j);
+}
+
 /// Triplets into a row-major matrix of `columns` columns: matrix[subi[t] * columns + subj[t]] =
 /// val[t] for the first `n`. Of several entries for one place the last stays.
 template <class S>
