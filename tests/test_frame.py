@@ -83,11 +83,17 @@ def refused(parameter):
             yield Exporter(format, ITEMSIZE[element], parameter.rank, extent=2)
 
 
+# Closures that divide by scalars for each element of an array.
+DIVIDING = {103, 163, 164}
+
+
 class Call:
-    """Arguments of one closure: 0 for each scalar, an exporter for each array."""
+    """Arguments of one closure: 0 for each scalar, 1 where it divides, an exporter for each
+    array."""
 
     def __init__(self, declaration, **form):
         self.declaration = declaration
+        self.scalar = int(declaration.number in DIVIDING)
         self.exporters = {k: accepted(p, **form) for k, p in declaration.arrays}
 
     def arguments(self, replaced=()):
@@ -95,7 +101,8 @@ class Call:
         replaced = dict(replaced)
         values = []
         for k, p in enumerate(self.declaration.parameters):
-            value = replaced.get(k, self.exporters.get(k, False if p.type == "bool" else 0))
+            scalar = False if p.type == "bool" else self.scalar
+            value = replaced.get(k, self.exporters.get(k, scalar))
             values.append(value.buffer if isinstance(value, (Exporter, ListExporter)) else value)
         return values
 
