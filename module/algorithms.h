@@ -149,6 +149,16 @@ Sum dot_n(Sum initial, Subscripts subscripts, Strides strides, int64_t n)
     return initial;
 }
 
+/// A row of a matrix as a list.
+template <class T, class S>
+struct MatrixRow
+{
+    Matrix<T, S> matrix;
+    int64_t row;
+
+    T& operator[](int64_t k) const { return matrix(row, k); }
+};
+
 /// Adds the linear index of each of the first `n` rows of subscripts to its entry of `sp`.
 template <class S>
 void add_linear_indexes(int n, int nd, I64<S> strides, I64<S> sp, Matrix<int32_t, S> subscripts)
@@ -189,6 +199,14 @@ int64_t dense_to_triplets(int rows, int columns, Matrix<double, S> matrix, I32<S
     return k;
 }
 
+/// A matrix row by row: target[i * columns + j] = matrix(i, j).
+template <class T, class S>
+void flatten(Matrix<T, S> matrix, int64_t rows, int64_t columns, Array<T, S> target)
+{
+    for (int64_t i = 0; i < rows; ++i)
+        for (int64_t j = 0; j < columns; ++j) target[i * columns + j] = matrix(i, j);
+}
+
 /// Triplets into a row-major matrix of `columns` columns: matrix[subi[t] * columns + subj[t]] =
 /// val[t] for the first `n`. Of several entries for one place the last stays.
 template <class S>
@@ -211,13 +229,15 @@ void count_keys(int64_t n, Key key, Array<P, S> ptr)
 }
 
 /// The items item(0) to item(n - 1), in this order, each to the next free place of its group:
-/// target[next[key(item)]++] = item. Stable.
+/// target[next[key(item)]] = item, and then that place advances. Stable.
 template <class P, class T, class S, class Item, class Key>
 void place_by_key(int64_t n, Item item, Key key, Array<P, S> next, Array<T, S> target)
 {
     for (int64_t i = 0; i < n; ++i) {
         const auto p = item(i);
-        target[next[key(p)]++] = static_cast<T>(p);
+        const auto group = key(p);
+        target[next[group]] = static_cast<T>(p);
+        ++next[group];
     }
 }
 

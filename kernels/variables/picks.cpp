@@ -78,18 +78,13 @@ CLOSURE(174, bool, (bool bad, I32Matrix midxs, I32 shape))
 /// The same for plain indexes, all of dimension 0.
 CLOSURE(179, bool, (I32 idxs, bool bad, I32 shape))
 {
-    for (int64_t i = 0; !bad && i < idxs.length(); ++i) bad = out_of_range(idxs[i], shape, 0);
-    return bad;
+    return any_out_of_range(bad, idxs, shape);
 }
 
 /// The native index at each row of subscripts, of which the first `nd` columns count.
 CLOSURE(176, void, (I64 basevar_nativeidxs, I64 idxs, I32Matrix midxs, int nd, I64 strides))
 {
-    for (int i = 0; i < midxs.rows(); ++i) {
-        int64_t linear = 0;
-        for (int k = 0; k < nd; ++k) linear += midxs(i, k) * strides[k];
-        idxs[i] = basevar_nativeidxs[linear];
-    }
+    pick_rows(basevar_nativeidxs, midxs, nd, strides, idxs);
 }
 
 /// Appends a dense part to a list pair: its native indexes from slot `pos` on, and the pattern 0,
