@@ -99,12 +99,18 @@ CLOSURE(587, results(int, int), (int maxnd, int minnd, int n, I32 nds))
     return {maxnd, minnd};
 }
 
-CLOSURE_AS(580, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx),
-           dense_to_triplets(dimi, dimj, mx, msubi, msubj, mval))
-CLOSURE_AS(579, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx),
-           dense_to_triplets(dimi, dimj, mx, msubi, msubj, mval))
-CLOSURE_AS(578, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx),
-           dense_to_triplets(dimi, dimj, mx, msubi, msubj, mval))
+CLOSURE(580, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx))
+{
+    dense_to_triplets(dimi, dimj, mx, msubi, msubj, mval);
+}
+CLOSURE(579, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx))
+{
+    dense_to_triplets(dimi, dimj, mx, msubi, msubj, mval);
+}
+CLOSURE(578, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx))
+{
+    dense_to_triplets(dimi, dimj, mx, msubi, msubj, mval);
+}
 
 CLOSURE_AS(577, void, (int n, int nd, I64 s, I64 sp, I32Matrix sparsity),
            add_linear_indexes(n, nd, s, sp, sparsity))
