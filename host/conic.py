@@ -19,11 +19,11 @@ class Forms:
         offset[i] + sum of cof[k] * x[subj[k]] over the k with subi[k] = i
                   + sum of <A, X[j]> over the variables j,
 
-    the matrix A of form i and variable j by the entries of its lower triangle: of all k with
-    barsubi[k] = i and barsubj[k] = j, A has barcof[k] at row bari[k] and column barj[k] <= bari[k],
-    and at the mirrored place. Places not listed are zero, and what is listed twice adds up.
+    the matrix A of form i and variable j by its lower triangle: for each k with barsubi[k] = i and
+    barsubj[k] = j it has matcof[k] at row matsubi[k] and column matsubj[k], which is no greater, and
+    at the mirrored place. Places not listed are zero, and what is listed twice adds up.
 
-    offset, cof, barcof: f64; all other lists: i32. Columns count from 1, all else from 0.
+    offset, cof, matcof: f64; all other lists: i32. Columns count from 1, all else from 0.
     """
 
     offset: array
@@ -32,9 +32,9 @@ class Forms:
     cof: array
     barsubi: array
     barsubj: array
-    bari: array
-    barj: array
-    barcof: array
+    matsubi: array
+    matsubj: array
+    matcof: array
 
     def __len__(self):
         return len(self.offset)
