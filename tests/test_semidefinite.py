@@ -22,7 +22,7 @@ class Semidefinite(unittest.TestCase):
                 native = self.blank("q", d * (d + 1))
                 call(8, *self.tables, ptr, self.dim, block, d, 2 * block, native, 2)
                 self.assertEqual(list(native), list(range(*ptr[block:block + 2])))
-            self.assertEqual((list(zip(*self.tables)), [*self.dim]), (self.entries, sorted(2 * dims)))
+            self.assertEqual(([*zip(*self.tables)], [*self.dim]), (self.entries, sorted(2 * dims)))
             model, stack = s.model([s.rng.randrange(6)]), Stack(step=step)
             for element in model.elements:
                 element += [Term(~k, s.number()) for k in s.pattern(len(self.entries), 0.2)]
