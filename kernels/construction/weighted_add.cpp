@@ -72,10 +72,8 @@ CLOSURE(508, void,
         });
 }
 
-CLOSURE(507, void, (I32 ri32, int rnd, int rshape_base, int shape_base, I32 wi32))
-{
-    copy_n(wi32.from(shape_base), rnd, ri32.from(rshape_base));
-}
+CLOSURE_AS(507, void, (I32 ri32, int rnd, int rshape_base, int shape_base, I32 wi32),
+           copy_n(wi32.from(shape_base), rnd, ri32.from(rshape_base)))
 
 /// Sizes the sum of two sparse expressions: adds the number of distinct linear indexes to `rnelem`.
 CLOSURE(506, int, (int nelem1, int nelem2, int rnelem, int sp1_base, int sp2_base, I64 wi64))
@@ -91,10 +89,8 @@ CLOSURE(506, int, (int nelem1, int nelem2, int rnelem, int sp1_base, int sp2_bas
 }
 
 /// Number of positions of a shape, times `size`.
-CLOSURE(505, long long, (int nd, int shape_base, long long size, I32 wi32))
-{
-    return product(size, wi32.from(shape_base), nd);
-}
+CLOSURE_AS(505, long long, (int nd, int shape_base, long long size, I32 wi32),
+           product(size, wi32.from(shape_base), nd))
 
 /// A dense, B sparse: appends an element for each one of A to a dense result, from element `i1` of
 /// A and `i2` of B on. Returns (codei, eli, i1, i2, nnzi).
@@ -127,10 +123,8 @@ CLOSURE(504, results(int, int, int, int, int),
     return {r.codei, r.elmi, static_cast<int>(list1.begin), static_cast<int>(list2.begin), r.nnzi};
 }
 
-CLOSURE(503, void, (I32 ri32, int rnd, int rshape_base, int shape_base, I32 wi32))
-{
-    copy_n(wi32.from(shape_base), rnd, ri32.from(rshape_base));
-}
+CLOSURE_AS(503, void, (I32 ri32, int rnd, int rshape_base, int shape_base, I32 wi32),
+           copy_n(wi32.from(shape_base), rnd, ri32.from(rshape_base)))
 
 /// Both dense: writes all `rnelem` elements. Returns (codei, cofi).
 CLOSURE(502, results(int, int),

@@ -194,10 +194,8 @@ CLOSURE(517, void,
                    xi32.from(xcode_base), [](int e) { return e; });
 }
 
-CLOSURE(518, void, (I32 ri32, int rnelem, int rptr_base))
-{
-    running_sum(ri32.from(rptr_base), rnelem);
-}
+CLOSURE_AS(518, void, (I32 ri32, int rnelem, int rptr_base),
+           running_sum(ri32.from(rptr_base), rnelem))
 
 CLOSURE(519, void, (int rncodeatom, int rnelem, int xcode_base, I32 xi32))
 {
@@ -231,10 +229,7 @@ CLOSURE(521, void,
     scatter(operands, k, nelem, r, xi32.from(xcode_base), [](int e) { return e; });
 }
 
-CLOSURE(522, void, (I32 ri32, int rnelem, int rptr_base))
-{
-    shift_up(ri32.from(rptr_base), rnelem);
-}
+CLOSURE_AS(522, void, (I32 ri32, int rnelem, int rptr_base), shift_up(ri32.from(rptr_base), rnelem))
 
 /// The merge path: writes `ptr`, `sp`, the terms and their programs.
 CLOSURE(523, void,
