@@ -48,14 +48,9 @@ int copy_run(int item, I32<S> next, int nitem, I32<S> run)
 
 } // namespace
 
-CLOSURE(645, void, (int first, int last, I32 next, I32 prev))
-{
-    link_chain(first, last, next, prev);
-}
-CLOSURE(639, void, (int n, I32 next, I32 prev))
-{
-    link_chain(0, n, next, prev);
-}
+CLOSURE_AS(645, void, (int first, int last, I32 next, I32 prev),
+           link_chain(first, last, next, prev))
+CLOSURE_AS(639, void, (int n, I32 next, I32 prev), link_chain(0, n, next, prev))
 
 /// Last slot of the run of `nitem` slots that starts at `item`.
 CLOSURE_AS(644, int, (int item, I32 next, int nitem), walk(item, next, int64_t{nitem} - 1))

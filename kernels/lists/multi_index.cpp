@@ -37,17 +37,8 @@ CLOSURE(108, void, (I32 dims, I32 ii, int nd, I64 st, I64 strides))
 
 // The positions `st` of 108 to begin with: one value for all levels.
 
-CLOSURE(109, void, (int n, I64 st, long long value))
-{
-    fill_n(st, n, value);
-}
-CLOSURE(107, void, (int n, I64 st, long long value))
-{
-    fill_n(st, n, value);
-}
-CLOSURE(106, void, (int n, I64 st, long long value))
-{
-    fill_n(st, n, value);
-}
+CLOSURE_AS(109, void, (int n, I64 st, long long value), fill_n(st, n, value))
+CLOSURE_AS(107, void, (int n, I64 st, long long value), fill_n(st, n, value))
+CLOSURE_AS(106, void, (int n, I64 st, long long value), fill_n(st, n, value))
 
 } // namespace fragments

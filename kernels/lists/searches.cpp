@@ -62,13 +62,9 @@ CLOSURE(110, results(int, int), (int bot, int top, long long value, I64 values))
     return bisect(bot, top, [&](int mid) { return values[mid] <= value; });
 }
 
-CLOSURE(105, void, (long long ibegin, I64 idx, long long iend, I32 res, I32 vals1, I32 vals2))
-{
-    find_ranges(idx, ibegin, iend, vals1, vals2, res);
-}
-CLOSURE(104, void, (long long ibegin, I64 idx, long long iend, I64 res, I64 vals1, I64 vals2))
-{
-    find_ranges(idx, ibegin, iend, vals1, vals2, res);
-}
+CLOSURE_AS(105, void, (long long ibegin, I64 idx, long long iend, I32 res, I32 vals1, I32 vals2),
+           find_ranges(idx, ibegin, iend, vals1, vals2, res))
+CLOSURE_AS(104, void, (long long ibegin, I64 idx, long long iend, I64 res, I64 vals1, I64 vals2),
+           find_ranges(idx, ibegin, iend, vals1, vals2, res))
 
 } // namespace fragments

@@ -9,10 +9,8 @@ namespace fragments {
 
 /// Dense, row-major, from triplets. Of several entries for one place the last stays, and places
 /// without an entry keep what they hold. The length of `subi` counts.
-CLOSURE(638, void, (int dimj, F64 r, I32 subi, I32 subj, F64 val))
-{
-    scatter_triplets(subi.length(), subi, subj, val, dimj, r);
-}
+CLOSURE_AS(638, void, (int dimj, F64 r, I32 subi, I32 subj, F64 val),
+           scatter_triplets(subi.length(), subi, subj, val, dimj, r))
 
 /// Row starts, from ascending `subi`: the entries of row i are ptrb[i] up to but not including
 /// ptrb[i + 1]. Writes `dimi` entries and returns the closing one, at most `nnz`. The search begins

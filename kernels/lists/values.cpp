@@ -16,26 +16,18 @@ void scaled_copy(double scale, F64<S> source, int64_t n, F64<S> target)
 
 } // namespace
 
-CLOSURE(610, void, (F64 new_vval, double scale, int size, F64 vval))
-{
-    scaled_copy(scale, vval, size, new_vval);
-}
-CLOSURE(609, void, (F64 new_uval, double scale, int size, F64 uval))
-{
-    scaled_copy(scale, uval, size, new_uval);
-}
+CLOSURE_AS(610, void, (F64 new_vval, double scale, int size, F64 vval),
+           scaled_copy(scale, vval, size, new_vval))
+CLOSURE_AS(609, void, (F64 new_uval, double scale, int size, F64 uval),
+           scaled_copy(scale, uval, size, new_uval))
 
 /// Sets the values of the parameters `idxs`, whose length counts; of several values for one
 /// parameter the last stays.
-CLOSURE(102, void, (I32 idxs, F64 param_value, F64 vals))
-{
-    scatter_n(vals, idxs.length(), idxs, param_value);
-}
+CLOSURE_AS(102, void, (I32 idxs, F64 param_value, F64 vals),
+           scatter_n(vals, idxs.length(), idxs, param_value))
 
 /// Reads the values of the parameters `idxs`, whose length counts.
-CLOSURE(101, void, (I32 idxs, F64 param_value, F64 res))
-{
-    gather_n(param_value, idxs.length(), idxs, res);
-}
+CLOSURE_AS(101, void, (I32 idxs, F64 param_value, F64 res),
+           gather_n(param_value, idxs.length(), idxs, res))
 
 } // namespace fragments
