@@ -83,6 +83,10 @@ def refused(parameter):
             yield Exporter(format, ITEMSIZE[element], parameter.rank, extent=2)
 
 
+# A closure that divides by its scalars for each entry of an array.
+SCALARS = {103: 2}
+
+
 class Call:
     """Arguments of one closure: 0 for each scalar, an exporter for each array."""
 
@@ -95,7 +99,8 @@ class Call:
         replaced = dict(replaced)
         values = []
         for k, p in enumerate(self.declaration.parameters):
-            value = replaced.get(k, self.exporters.get(k, False if p.type == "bool" else 0))
+            scalar = SCALARS.get(self.declaration.number, 0)
+            value = replaced.get(k, self.exporters.get(k, False if p.type == "bool" else scalar))
             values.append(value.buffer if isinstance(value, (Exporter, ListExporter)) else value)
         return values
 
