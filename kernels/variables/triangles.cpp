@@ -28,13 +28,6 @@ int append_run(I64<S> source, int n, I64<S> target, int pos)
     return pos + std::max(n, 0);
 }
 
-/// target[i] = source[perm[i]] for i below `n`.
-template <class S>
-void gather_n(I64<S> source, int n, I64<S> perm, I64<S> target)
-{
-    for (int64_t i = 0; i < n; ++i) target[i] = source[perm[i]];
-}
-
 } // namespace
 
 /// Full square, of shape (nouter, dim, dim, inner) from place `pos` on, of a variable of shape
