@@ -16,6 +16,7 @@ from .expressions import Evaluator
 from .row_store import RowStore
 from .stacks import as_array, size, zeros
 from .variables import Variable
+from .views import ConstraintViews
 
 CONSTANT = array("i", [0])  # the variable index of the constant term
 
@@ -85,7 +86,7 @@ class Constants:
         return rows, itertools.compress(zip(subi, subj, val), subj)
 
 
-class Constraint:
+class Constraint(ConstraintViews):
     """The rows of one expression: `nativeidxs` (i32) holds the row code of each element."""
 
     def __init__(self, shape, nativeidxs):
