@@ -140,6 +140,14 @@ void row_major_strides(Array<T, S> extents, int64_t nd, Strides strides)
         strides[i] = static_cast<Stride>(extents[i + 1]) * strides[i + 1];
 }
 
+/// All row-major strides, the last one 1.
+template <class T, class S, class Strides>
+void all_row_major_strides(Array<T, S> extents, int64_t nd, Strides strides)
+{
+    if (nd > 0) strides[nd - 1] = 1;
+    row_major_strides(extents, nd, strides);
+}
+
 /// `initial` plus the sum of subscripts[k] * strides[k] for k below `n`, in the type of `initial`.
 template <class Sum, class Subscripts, class Strides>
 Sum dot_n(Sum initial, Subscripts subscripts, Strides strides, int64_t n)
@@ -148,6 +156,16 @@ Sum dot_n(Sum initial, Subscripts subscripts, Strides strides, int64_t n)
         initial += static_cast<Sum>(subscripts[k]) * static_cast<Sum>(strides[k]);
     return initial;
 }
+
+/// A row of a matrix as a list.
+template <class T, class S>
+struct MatrixRow
+{
+    Matrix<T, S> matrix;
+    int64_t row;
+
+    T& operator[](int64_t k) const { return matrix(row, k); }
+};
 
 /// Adds the linear index of each of the first `n` rows of subscripts to its entry of `sp`.
 template <class S>
@@ -219,13 +237,15 @@ void count_keys(int64_t n, Key key, Array<P, S> ptr)
 }
 
 /// The items item(0) to item(n - 1), in this order, each to the next free place of its group:
-/// target[next[key(item)]++] = item. Stable.
+/// target[next[key(item)]] = item, and then that place advances. Stable.
 template <class P, class T, class S, class Item, class Key>
 void place_by_key(int64_t n, Item item, Key key, Array<P, S> next, Array<T, S> target)
 {
     for (int64_t i = 0; i < n; ++i) {
         const auto p = item(i);
-        target[next[key(p)]++] = static_cast<T>(p);
+        const auto group = key(p);
+        target[next[group]] = static_cast<T>(p);
+        ++next[group];
     }
 }
 
@@ -290,6 +310,21 @@ int64_t for_each_run(int64_t begin, int64_t end, Key key, Run run)
     return begin;
 }
 
+/// The first of the places, whose keys ascend, with a key that isn't below `bound`; their end if
+/// there is none.
+template <class Key, class Value>
+int64_t lower_bound(Range places, Key key, Value bound)
+{
+    while (places.begin < places.end) {
+        const int64_t middle = places.begin + (places.end - places.begin) / 2;
+        if (key(middle) < bound)
+            places.begin = middle + 1;
+        else
+            places.end = middle;
+    }
+    return places.begin;
+}
+
 /// Merges two lists of strictly ascending keys and calls `match(a, b)` with the places of each key
 /// that both hold. Reads no key of a list once the other is used up.
 template <class KeyA, class KeyB, class Match>
@@ -326,14 +361,7 @@ void for_each_match_in_long(Range a, KeyA key_a, Range b, KeyB key_b, Match matc
             high += step;
             step *= 2;
         }
-        high = std::min(high, b.end);
-        while (b.begin < high) {
-            const int64_t middle = b.begin + (high - b.begin) / 2;
-            if (key_b(middle) < key)
-                b.begin = middle + 1;
-            else
-                high = middle;
-        }
+        b.begin = lower_bound({b.begin, std::min(high, b.end)}, key_b, key);
         if (b.begin < b.end && !(key < key_b(b.begin))) match(a.begin, b.begin++);
     }
 }

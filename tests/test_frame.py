@@ -84,7 +84,7 @@ def refused(parameter):
 
 
 class Call:
-    """Arguments of one closure: 0 for each scalar, an exporter for each array."""
+    """Arguments of one closure: 1 for each number, an exporter for each array."""
 
     def __init__(self, declaration, **form):
         self.declaration = declaration
@@ -95,7 +95,7 @@ class Call:
         replaced = dict(replaced)
         values = []
         for k, p in enumerate(self.declaration.parameters):
-            value = replaced.get(k, self.exporters.get(k, False if p.type == "bool" else 0))
+            value = replaced.get(k, self.exporters.get(k, False if p.type == "bool" else 1))
             values.append(value.buffer if isinstance(value, (Exporter, ListExporter)) else value)
         return values
 
@@ -124,9 +124,8 @@ def for_each_closure(**form):
     return decorate
 
 
-# For calls that succeed: with all counts 0, hardly a loop runs, but all of the frame. The margin is
-# for closures that loop over an array's length, or look at the last of 0 entries, and extents are 1
-# as some divide by them.
+# For calls that succeed: with all numbers 1 each loop is short, and nothing is divided by 0. The
+# margin is for closures that loop over an array's length.
 ONES = dict(extent=8, value=1, margin=256)
 
 
@@ -157,8 +156,8 @@ class FrameTest(unittest.TestCase):
             self.assertEqual(tuple(map(type, result)), declaration.slots)
 
     def assert_succeeds(self, one, replaced=()):
-        """A call with scalars of 0 has the declared result. The checked build may say instead that
-        the closure asks for more."""
+        """A call with ones has the declared result. The checked build may say instead that the
+        closure asks for more."""
         try:
             self.assert_result(one.declaration, one.run(replaced))
         except IndexError as error:
@@ -433,7 +432,7 @@ class CheckedBuild(FrameTest):
         source = Exporter("i", 4, extent=3)
         self.assert_outside(599, (5, source.buffer, target), 3, "sh", 3)
         self.assertEqual((source.buffer.taken, source.buffer.views), (1, 0))
-        self.assertEqual(list(target), [0x5A5A5A5A] * 3 + [0] * 5)
+        self.assertEqual(list(target), [0x5A] * 3 + [0] * 5)
 
     def test_sections_count_from_the_start_of_the_view(self):
         self.assert_outside(608, (i32([0] * 4), 2, 3), 4, "i32", 4)
@@ -452,7 +451,7 @@ class CheckedBuild(FrameTest):
 
     @for_each_closure(**ONES)
     def test_none_for_each_array(self, one):
-        """With all counts 0 a closure doesn't reach an array, or says that it did."""
+        """A closure doesn't reach an absent array, or says that it did."""
         places = [k for k, _ in one.declaration.arrays]
         for absent in [places] + [[k] for k in places]:
             self.assert_succeeds(one, {k: None for k in absent})
