@@ -6,6 +6,7 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
+#include "subscripts.h"
 
 namespace fragments {
 
@@ -28,12 +29,8 @@ CLOSURE(238, int,
     for (int64_t o = 0; o < nparts; ++o) {
         const int n = numnz[o];
         const auto entries = rsp.from(pos);
-        for (int64_t t = 0; t < n; ++t) {
-            const int64_t v = entries[t];
-            const int64_t line = v / inner;
-            const int64_t outer = line / sdims[o];
-            entries[t] = (outer * rext + line % sdims[o] + offset[o]) * inner + v % inner;
-        }
+        for (int64_t t = 0; t < n; ++t)
+            entries[t] = linear_in_longer(entries[t], sdims[o], inner, offset[o], rext);
         pos += n;
     }
     return pos;

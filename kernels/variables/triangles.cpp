@@ -1,24 +1,20 @@
 // Symmetric pairs of dimensions: the lower triangle taken out of a variable, and the full square of
 // one that stores the triangle alone.
 //
-// A triangle stands in row packing: entry (r, c), r >= c, at r (r + 1) / 2 + c. Around the pair a
-// shape is seen as (pre, dim, mid, dim2, post), with the extents of the dimensions before, between
-// and behind folded into one each. Index lists and patterns are those of slices.cpp.
+// A triangle is packed row by row. Around the pair a shape is seen as (pre, dim, mid, dim2, post),
+// with the extents of the dimensions before, between and behind folded into one each. Index lists
+// and patterns are those of slices.cpp.
 
 #include <algorithm>
 
 #include "algorithms.h"
 #include "closure_frame.h"
 #include "subscripts.h"
+#include "triangle_packing.h"
 
 namespace fragments {
 
 namespace {
-
-int64_t row_packed(int64_t row, int64_t column)
-{
-    return row * (row + 1) / 2 + column;
-}
 
 /// Copies a run to the places from `pos` on. Returns the place behind it.
 template <class S>
@@ -26,13 +22,6 @@ int append_run(I64<S> source, int n, I64<S> target, int pos)
 {
     copy_n(source, n, target.from(pos));
     return pos + std::max(n, 0);
-}
-
-/// target[i] = source[perm[i]] for i below `n`.
-template <class S>
-void gather_n(I64<S> source, int n, I64<S> perm, I64<S> target)
-{
-    for (int64_t i = 0; i < n; ++i) target[i] = source[perm[i]];
 }
 
 } // namespace
