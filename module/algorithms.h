@@ -60,6 +60,20 @@ void fill_n(Array<T, S> target, int64_t n, std::type_identity_t<T> value)
     for (int64_t i = 0; i < n; ++i) target[i] = value;
 }
 
+/// target[i] = source[places[i]].
+template <class T, class P, class S>
+void gather_n(Array<T, S> source, int64_t n, Array<P, S> places, Array<T, S> target)
+{
+    for (int64_t i = 0; i < n; ++i) target[i] = source[places[i]];
+}
+
+/// target[places[i]] = source[i]. Of several entries for one place the last stays.
+template <class T, class P, class S>
+void scatter_n(Array<T, S> source, int64_t n, Array<P, S> places, Array<T, S> target)
+{
+    for (int64_t i = 0; i < n; ++i) target[places[i]] = source[i];
+}
+
 /// target[i] = i.
 template <class T, class S>
 void iota_n(Array<T, S> target, int64_t n)
@@ -143,6 +157,16 @@ Sum dot_n(Sum initial, Subscripts subscripts, Strides strides, int64_t n)
     return initial;
 }
 
+/// A row of a matrix as a list.
+template <class T, class S>
+struct MatrixRow
+{
+    Matrix<T, S> matrix;
+    int64_t row;
+
+    T& operator[](int64_t k) const { return matrix(row, k); }
+};
+
 /// Adds the linear index of each of the first `n` rows of subscripts to its entry of `sp`.
 template <class S>
 void add_linear_indexes(int n, int nd, I64<S> strides, I64<S> sp, Matrix<int32_t, S> subscripts)
@@ -159,6 +183,46 @@ bool strictly_ascending(bool flag, Array<T, S> list, int64_t n)
     return flag;
 }
 
+/// `flag`, and list[i] <= list[i + 1] for all neighbours of the first `n` entries.
+template <class T, class S>
+bool ascending(bool flag, Array<T, S> list, int64_t n)
+{
+    for (int64_t i = 0; flag && i < n - 1; ++i) flag = list[i] <= list[i + 1];
+    return flag;
+}
+
+/// The entries of a `rows` x `columns` matrix to triplets, row by row, zeros too. Returns how many.
+template <class S>
+int64_t dense_to_triplets(int rows, int columns, Matrix<double, S> matrix, I32<S> subi, I32<S> subj,
+                          F64<S> val)
+{
+    int64_t k = 0;
+    for (int i = 0; i < rows; ++i) {
+        for (int j = 0; j < columns; ++j, ++k) {
+            subi[k] = i;
+            subj[k] = j;
+            val[k] = matrix(i, j);
+        }
+    }
+    return k;
+}
+
+/// A matrix row by row: target[i * columns + j] = matrix(i, j).
+template <class T, class S>
+void flatten(Matrix<T, S> matrix, int64_t rows, int64_t columns, Array<T, S> target)
+{
+    for (int64_t i = 0; i < rows; ++i)
+        for (int64_t j = 0; j < columns; ++j) target[i * columns + j] = matrix(i, j);
+}
+
+/// Triplets into a row-major matrix of `columns` columns: matrix[subi[t] * columns + subj[t]] =
+/// val[t] for the first `n`. Of several entries for one place the last stays.
+template <class S>
+void scatter_triplets(int64_t n, I32<S> subi, I32<S> subj, F64<S> val, int columns, F64<S> matrix)
+{
+    for (int64_t t = 0; t < n; ++t) matrix[int64_t{subi[t]} * columns + subj[t]] = val[t];
+}
+
 // Counting sorts, in three steps: count_keys, running_sum, place_by_key. A count stands one entry
 // above its key, so that the running sum leaves each group's start at its key; placing advances
 // that to the group's end, which is the start of the next group. Where counts stand two entries
@@ -173,13 +237,15 @@ void count_keys(int64_t n, Key key, Array<P, S> ptr)
 }
 
 /// The items item(0) to item(n - 1), in this order, each to the next free place of its group:
-/// target[next[key(item)]++] = item. Stable.
+/// target[next[key(item)]] = item, and then that place advances. Stable.
 template <class P, class T, class S, class Item, class Key>
 void place_by_key(int64_t n, Item item, Key key, Array<P, S> next, Array<T, S> target)
 {
     for (int64_t i = 0; i < n; ++i) {
         const auto p = item(i);
-        target[next[key(p)]++] = static_cast<T>(p);
+        const auto group = key(p);
+        target[next[group]] = static_cast<T>(p);
+        ++next[group];
     }
 }
 

@@ -46,6 +46,49 @@ int64_t unravel(int64_t linear, I32<S> shape, int64_t n, Subscripts subscripts)
     return linear;
 }
 
+/// Whether a subscript lies outside dimension k; a negative one does in any shape.
+template <class S>
+bool out_of_range(int subscript, I32<S> shape, int64_t k)
+{
+    return subscript < 0 || subscript >= shape[k];
+}
+
+/// `flag`, or whether some subscript of the table, a row for each element, is out of range.
+template <class S>
+bool any_out_of_range(bool flag, Matrix<int32_t, S> table, I32<S> shape)
+{
+    for (int i = 0; !flag && i < table.rows(); ++i)
+        for (int k = 0; !flag && k < table.columns(); ++k)
+            flag = out_of_range(table(i, k), shape, k);
+    return flag;
+}
+
+/// The same for plain indexes, all of dimension 0.
+template <class S>
+bool any_out_of_range(bool flag, I32<S> indexes, I32<S> shape)
+{
+    for (int64_t i = 0; !flag && i < indexes.length(); ++i)
+        flag = out_of_range(indexes[i], shape, 0);
+    return flag;
+}
+
+/// `initial` plus the linear index of row `i` of the table, of which `nd` columns count.
+template <class S>
+int64_t linear_of_row(int64_t initial, Matrix<int32_t, S> table, int64_t i, int nd, I64<S> strides)
+{
+    for (int k = 0; k < nd; ++k) initial += table(i, k) * strides[k];
+    return initial;
+}
+
+/// The entry of `list` at each row of the table.
+template <class T, class S>
+void pick_rows(Array<T, S> list, Matrix<int32_t, S> table, int nd, I64<S> strides,
+               Array<T, S> target)
+{
+    for (int i = 0; i < table.rows(); ++i)
+        target[i] = list[linear_of_row(0, table, i, nd, strides)];
+}
+
 /// Whether first[k] <= subscripts[k] < last[k] in all `nd` dimensions, in ascending order up to the
 /// first that says no.
 template <class S, class Subscripts>
