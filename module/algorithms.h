@@ -60,6 +60,20 @@ void fill_n(Array<T, S> target, int64_t n, std::type_identity_t<T> value)
     for (int64_t i = 0; i < n; ++i) target[i] = value;
 }
 
+/// target[i] = source[places[i]].
+template <class T, class P, class S>
+void gather_n(Array<T, S> source, int64_t n, Array<P, S> places, Array<T, S> target)
+{
+    for (int64_t i = 0; i < n; ++i) target[i] = source[places[i]];
+}
+
+/// target[places[i]] = source[i]. Of several entries for one place the last stays.
+template <class T, class P, class S>
+void scatter_n(Array<T, S> source, int64_t n, Array<P, S> places, Array<T, S> target)
+{
+    for (int64_t i = 0; i < n; ++i) target[places[i]] = source[i];
+}
+
 /// target[i] = i.
 template <class T, class S>
 void iota_n(Array<T, S> target, int64_t n)
@@ -126,6 +140,14 @@ void row_major_strides(Array<T, S> extents, int64_t nd, Strides strides)
         strides[i] = static_cast<Stride>(extents[i + 1]) * strides[i + 1];
 }
 
+/// All row-major strides, the last one 1.
+template <class T, class S, class Strides>
+void all_row_major_strides(Array<T, S> extents, int64_t nd, Strides strides)
+{
+    if (nd > 0) strides[nd - 1] = 1;
+    row_major_strides(extents, nd, strides);
+}
+
 /// `initial` plus the sum of subscripts[k] * strides[k] for k below `n`, in the type of `initial`.
 template <class Sum, class Subscripts, class Strides>
 Sum dot_n(Sum initial, Subscripts subscripts, Strides strides, int64_t n)
@@ -159,6 +181,46 @@ bool strictly_ascending(bool flag, Array<T, S> list, int64_t n)
 {
     for (int64_t i = 0; flag && i < n - 1; ++i) flag = list[i] < list[i + 1];
     return flag;
+}
+
+/// `flag`, and list[i] <= list[i + 1] for all neighbours of the first `n` entries.
+template <class T, class S>
+bool ascending(bool flag, Array<T, S> list, int64_t n)
+{
+    for (int64_t i = 0; flag && i < n - 1; ++i) flag = list[i] <= list[i + 1];
+    return flag;
+}
+
+/// The entries of a `rows` x `columns` matrix to triplets, row by row, zeros too. Returns how many.
+template <class S>
+int64_t dense_to_triplets(int rows, int columns, Matrix<double, S> matrix, I32<S> subi, I32<S> subj,
+                          F64<S> val)
+{
+    int64_t k = 0;
+    for (int i = 0; i < rows; ++i) {
+        for (int j = 0; j < columns; ++j, ++k) {
+            subi[k] = i;
+            subj[k] = j;
+            val[k] = matrix(i, j);
+        }
+    }
+    return k;
+}
+
+/// A matrix row by row: target[i * columns + j] = matrix(i, j).
+template <class T, class S>
+void flatten(Matrix<T, S> matrix, int64_t rows, int64_t columns, Array<T, S> target)
+{
+    for (int64_t i = 0; i < rows; ++i)
+        for (int64_t j = 0; j < columns; ++j) target[i * columns + j] = matrix(i, j);
+}
+
+/// Triplets into a row-major matrix of `columns` columns: matrix[subi[t] * columns + subj[t]] =
+/// val[t] for the first `n`. Of several entries for one place the last stays.
+template <class S>
+void scatter_triplets(int64_t n, I32<S> subi, I32<S> subj, F64<S> val, int columns, F64<S> matrix)
+{
+    for (int64_t t = 0; t < n; ++t) matrix[int64_t{subi[t]} * columns + subj[t]] = val[t];
 }
 
 // Counting sorts, in three steps: count_keys, running_sum, place_by_key. A count stands one entry
@@ -248,6 +310,21 @@ int64_t for_each_run(int64_t begin, int64_t end, Key key, Run run)
     return begin;
 }
 
+/// The first of the places, whose keys ascend, with a key that isn't below `bound`; their end if
+/// there is none.
+template <class Key, class Value>
+int64_t lower_bound(Range places, Key key, Value bound)
+{
+    while (places.begin < places.end) {
+        const int64_t middle = places.begin + (places.end - places.begin) / 2;
+        if (key(middle) < bound)
+            places.begin = middle + 1;
+        else
+            places.end = middle;
+    }
+    return places.begin;
+}
+
 /// Merges two lists of strictly ascending keys and calls `match(a, b)` with the places of each key
 /// that both hold. Reads no key of a list once the other is used up.
 template <class KeyA, class KeyB, class Match>
@@ -284,14 +361,7 @@ void for_each_match_in_long(Range a, KeyA key_a, Range b, KeyB key_b, Match matc
             high += step;
             step *= 2;
         }
-        high = std::min(high, b.end);
-        while (b.begin < high) {
-            const int64_t middle = b.begin + (high - b.begin) / 2;
-            if (key_b(middle) < key)
-                b.begin = middle + 1;
-            else
-                high = middle;
-        }
+        b.begin = lower_bound({b.begin, std::min(high, b.end)}, key_b, key);
         if (b.begin < b.end && !(key < key_b(b.begin))) match(a.begin, b.begin++);
     }
 }

@@ -20,21 +20,6 @@ void fill_with_ones(I32<S> shape, int64_t from, int64_t end)
     fill_n(shape.from(from), end - from, 1);
 }
 
-/// Entries of a dense matrix to triplets, row by row, zeros too.
-template <class S>
-void dense_to_triplets(int dimi, int dimj, I32<S> msubi, I32<S> msubj, F64<S> mval,
-                       Matrix<double, S> mx)
-{
-    int64_t k = 0;
-    for (int i = 0; i < dimi; ++i) {
-        for (int j = 0; j < dimj; ++j, ++k) {
-            msubi[k] = i;
-            msubj[k] = j;
-            mval[k] = mx(i, j);
-        }
-    }
-}
-
 } // namespace
 
 /// push_expression: the row-wise form goes onto the stack as a dense expression. Each element gets
@@ -114,12 +99,18 @@ CLOSURE(587, results(int, int), (int maxnd, int minnd, int n, I32 nds))
     return {maxnd, minnd};
 }
 
-CLOSURE_AS(580, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx),
-           dense_to_triplets(dimi, dimj, msubi, msubj, mval, mx))
-CLOSURE_AS(579, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx),
-           dense_to_triplets(dimi, dimj, msubi, msubj, mval, mx))
-CLOSURE_AS(578, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx),
-           dense_to_triplets(dimi, dimj, msubi, msubj, mval, mx))
+CLOSURE(580, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx))
+{
+    dense_to_triplets(dimi, dimj, mx, msubi, msubj, mval);
+}
+CLOSURE(579, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx))
+{
+    dense_to_triplets(dimi, dimj, mx, msubi, msubj, mval);
+}
+CLOSURE(578, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx))
+{
+    dense_to_triplets(dimi, dimj, mx, msubi, msubj, mval);
+}
 
 CLOSURE_AS(577, void, (int n, int nd, I64 s, I64 sp, I32Matrix sparsity),
            add_linear_indexes(n, nd, s, sp, sparsity))
@@ -139,7 +130,7 @@ CLOSURE(572, results(bool, bool, bool),
          I32 thisshape))
 {
     for (int64_t i = 0; shapeok && i < thisshape.length(); ++i) shapeok = thisshape[i] >= 0;
-    for (int i = 0; ptrbok && i < n; ++i) ptrbok = ptrb[i] <= ptrb[i + 1];
+    ptrbok = ascending(ptrbok, ptrb, int64_t{n} + 1);
     if (inst.length() > 0) instok = strictly_ascending(inst[0] >= 0 && inst[n - 1] < size, inst, n);
     return {instok, ptrbok, shapeok};
 }

@@ -13,13 +13,6 @@ namespace fragments {
 
 namespace {
 
-/// What becomes of the programs of an operand with `ncodeatom` atoms.
-Code form_of(int ncodeatom, int rncodeatom)
-{
-    if (ncodeatom >= 1) return Code::scaled;
-    return rncodeatom > 0 ? Code::constant : Code::none;
-}
-
 /// Merges two lists of elements by their strictly ascending linear indexes, from the places
 /// list1.begin and list2.begin on: calls `element(in1, in2)` for each distinct index, with whether
 /// it stands in each list, and then steps over it. Reads no index once a list is used up.
@@ -54,8 +47,8 @@ CLOSURE(508, void,
                              {codeptr1_base, code1_base, cconst1_base});
     const Operand<Stride> e2(wi32, wi64, wf64, {ptr2_base, nidxs2_base, cof2_base},
                              {codeptr2_base, code2_base, cconst2_base});
-    const Code form1 = form_of(ncodeatom1, rncodeatom);
-    const Code form2 = form_of(ncodeatom2, rncodeatom);
+    const Code form1 = form_of(ncodeatom1, rncodeatom > 0);
+    const Code form2 = form_of(ncodeatom2, rncodeatom > 0);
     auto r = SPARSE_RESULT();
     r.ptr[0] = 0;
     if (rncodeatom > 0) r.codeptr[0] = 0;
@@ -107,8 +100,8 @@ CLOSURE(504, results(int, int, int, int, int),
                              {codeptr1_base, code1_base, cconst1_base});
     const Operand<Stride> e2(wi32, wi64, wf64, {ptr2_base, nidxs2_base, cof2_base},
                              {codeptr2_base, code2_base, cconst2_base});
-    const Code form1 = form_of(ncodeatom1, rncodeatom);
-    const Code form2 = form_of(ncodeatom2, rncodeatom);
+    const Code form1 = form_of(ncodeatom1, rncodeatom > 0);
+    const Code form2 = form_of(ncodeatom2, rncodeatom > 0);
     auto r = STACKED_RESULT(codei, eli, nnzi);
     const auto sp2 = wi64.from(sp2_base);
     Range list1{i1, nelem1};
@@ -139,8 +132,8 @@ CLOSURE(502, results(int, int),
                              {codeptr1_base, code1_base, cconst1_base});
     const Operand<Stride> e2(wi32, wi64, wf64, {ptr2_base, nidxs2_base, cof2_base},
                              {codeptr2_base, code2_base, cconst2_base});
-    const Code form1 = form_of(ncodeatom1, rncodeatom);
-    const Code form2 = form_of(ncodeatom2, rncodeatom);
+    const Code form1 = form_of(ncodeatom1, rncodeatom > 0);
+    const Code form2 = form_of(ncodeatom2, rncodeatom > 0);
     auto r = STACKED_RESULT(codei, 0, cofi);
     for (int e = 0; e < rnelem; ++e) {
         r.append_scaled(e1, e, mul1, form1);

@@ -5,7 +5,7 @@
 #include "closure_frame.h"
 #include "matrix_operand.h"
 #include "stacked_expression.h"
-#include "tensor_operand.h"
+#include "subscripts.h"
 
 namespace fragments {
 
