@@ -165,11 +165,15 @@ class _Translation:
         (block, row, column, value of the matrix there). Returns its number, from 1 on."""
         self.native.c.append(value)
         k = len(self.native.c)
-        for at, coefficient in scalars:
-            self.native.append(k, self.scalar_block, at, at, coefficient)
-        for block, i, j, coefficient in entries:
-            self.native.append(k, block, i, j, coefficient)
+        self._append(k, scalars, entries, 1.0)
         return k
+
+    def _append(self, k, scalars, entries, sign):
+        """Matrix k, in the order of the blocks, which counts in the program's rounding."""
+        for block, i, j, coefficient in entries:
+            self.native.append(k, block, i, j, sign * coefficient)
+        for at, coefficient in scalars:
+            self.native.append(k, self.scalar_block, at, at, sign * coefficient)
 
     def _column(self, lower, upper):
         if lower == upper:
@@ -199,12 +203,8 @@ class _Translation:
         return offset, list(scalars.items()), entries
 
     def _objective(self, form):
-        self.constant, scalars, entries = self._form(form)
-        sign = 1.0 if self.problem.maximize else -1.0
-        for at, coefficient in scalars:
-            self.native.append(0, self.scalar_block, at, at, sign * coefficient)
-        for block, i, j, coefficient in entries:
-            self.native.append(0, block, i, j, sign * coefficient)
+        _, scalars, entries = self._form(form)
+        self._append(0, scalars, entries, 1.0 if self.problem.maximize else -1.0)
 
     def _row(self, i, form, lower, upper):
         offset, scalars, entries = self._form(form)
