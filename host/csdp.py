@@ -88,7 +88,8 @@ def solve_blocks(problem):
 
 def last_word(output):
     """What the program said of its end."""
-    lines = [line.strip() for line in output.splitlines() if line.strip()]
+    lines = [line.strip() for line in output.splitlines()]
+    lines = [line for line in lines if line not in ("", "Giving up.")]
     words = [line for line in lines if re.match(r"(Success|Failure|Partial Success|Stuck)", line)]
     return (words or lines or ["nothing"])[-1]
 

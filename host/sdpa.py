@@ -51,6 +51,15 @@ class SdpaProblem:
         with open(path, encoding="ascii", errors="replace") as file:
             return _Reader(path, file).problem()
 
+    def objective(self, X):
+        """<F0, X> for the blocks of X, matrices row by row and diagonals."""
+        total = 0.0
+        for k, b, i, j, v in zip(self.matrix, self.block, self.row, self.column, self.value):
+            if k == 0:
+                place = i if self.blocks[b] < 0 else self.blocks[b] * i + j
+                total += (v if i == j else 2.0 * v) * X[b][place]
+        return total
+
     def write(self, file):
         """Values are written with all their digits."""
         file.write("%d\n%d\n%s\n%s\n" % (len(self.c), len(self.blocks),
@@ -117,7 +126,7 @@ class _Reader:
         return problem
 
     def entry(self, problem, texts, seen):
-        if len(texts) < 5:
+        if len(texts) != 5:
             raise self.error("an entry needs five numbers: matrix, block, row, column and value")
         k, b, i, j = (self.parse(int, text, "an index") for text in texts[:4])
         value = self.parse(float, texts[4], "a value")

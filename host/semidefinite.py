@@ -1,15 +1,21 @@
-"""The semidefinite problem of an SDPA file, built by closures with a parameter on its constant
-side."""
+"""The semidefinite problem of a file in SDPA's sparse format, built by closures with a parameter on
+its constant side, and solved by CSDP alone.
 
-import math
+Both roads hand the solver the same problem in the same order, so that they take the same steps,
+also where several matrices are optimal.
+"""
+
 from array import array
 from dataclasses import dataclass, replace
+from itertools import chain
 from typing import List
 
+from .comparison import Outcome, Roads, Tolerances, count
 from .conic_model import ConicModel
-from .csdp import solve_blocks, solve_file
+from .csdp import Csdp, solve_blocks, solve_file
 from .matrices import SparseMatrix
 from .model import Constraint, Parameter
+from .sdpa import SdpaProblem
 from .variables import Variable
 
 
@@ -63,23 +69,47 @@ def block_matrices(problem, first, last):
         yield SparseMatrix(last - first, n * n if n > 0 else -n, *lists)
 
 
-class Reference:
-    """The same problem without this layer, solved by CSDP alone: for the scale 1 from the file as
-    it is."""
+class SemidefiniteRoads(Roads):
+    """Both roads for the problem of a file. Alone, CSDP gets the file as it is; for another p than 1
+    only the constants differ."""
 
-    def __init__(self, path, problem):
-        self._path, self._problem = path, problem
+    solver, kinds, tolerances = "CSDP", ("matrices", "duals"), Tolerances(1e-6, 1e-4)
 
-    def solve(self, scale):
-        """The BlockSolution for that scale (see ScaledModel)."""
-        if scale == 1.0:
-            return solve_file(self._path, self._problem.blocks)
-        c = array("d", (scale * v for v in self._problem.c))
-        if not all(map(math.isfinite, c)):
-            raise OverflowError("a constant times the parameter is not finite")
-        return solve_blocks(replace(self._problem, c=c))
+    def __init__(self, path):
+        self._path, self._problem = path, SdpaProblem.read(path)
+        self.native, self._built = Csdp(), None
+        p = self._problem
+        blocks = ", ".join("%d diagonal" % -n if n < 0 else "%d x %d" % (n, n) for n in p.blocks)
+        self.heading = [
+            "problem   " + path,
+            "size      " + ", ".join((count(len(p.c), "constraint"), count(len(p.blocks), "block"),
+                                      "%d entries" % len(p.value))),
+            "blocks    " + (blocks if len(blocks) < 80 else blocks[:76] + " ..."),
+        ]
 
-    @staticmethod
-    def duals(found):
-        """As those of a maximisation in a model: the dual matrices have the other sign."""
-        return array("d", found.y) + array("d", (-z for block in found.Z for z in block))
+    def ours(self, p):
+        if self._built is None:
+            self._built = build(self._problem, self.native)
+        built, model = self._built, self._built.model
+        built.scale.value = p
+        outcome = Outcome(model.solve())
+        if outcome.status == "optimal":
+            outcome.objective = model.objective()
+            outcome.levels = list(chain.from_iterable(map(model.levels, built.x)))
+            outcome.duals = [*model.row_duals(built.rows),
+                             *chain.from_iterable(map(model.duals, built.x))]
+        return outcome
+
+    def theirs(self, p):
+        problem = replace(self._problem, c=array("d", (p * value for value in self._problem.c)))
+        found = solve_file(self._path, problem.blocks) if p == 1.0 else solve_blocks(problem)
+        outcome = Outcome(found.status)
+        if outcome.status == "optimal":
+            outcome.objective = problem.objective(found.X)
+            outcome.levels = list(chain.from_iterable(found.X))
+            # In a maximisation the dual matrices have the other sign.
+            outcome.duals = [*found.y, *(-z for z in chain.from_iterable(found.Z))]
+        return outcome
+
+    def why_unsolved(self, _):
+        return "CSDP says: %s" % self.native.verdict
