@@ -75,7 +75,7 @@ class Constants:
         if self.store.entry_used == 0:
             return array("i"), ()
         subi, subj, val = self.store.evaluate(param_value, x)
-        if not all(map(math.isfinite, val)):
+        if not all_finite(val):
             raise OverflowError("a coefficient is not finite for the present parameter values")
         constant = list(map(operator.not_, subj))
         rows = array("i", itertools.compress(subi, constant))
@@ -103,6 +103,7 @@ class Model:
         self._lower, self._upper = array("d", [-math.inf]), array("d", [math.inf])
         self._constants, self._floor = Constants(), Constants()
         self._has_floor = bytearray(1)
+        self._costed = array("i")  # the columns in the objective
         self._solution = self._y = self._yx = None
 
     # Building.
@@ -113,10 +114,7 @@ class Model:
     def variable(self, shape, lower=-math.inf, upper=math.inf):
         """A variable of that shape; each bound is a number or one for each element."""
         count = size(shape)
-        bounds = zip(each(lower, count), each(upper, count))
-        first = self.native.add_columns(count)
-        for j, (l, u) in enumerate(bounds, first):
-            self.native.set_column_bounds(j, l, u)
+        first = self.native.add_columns(each(lower, count), each(upper, count))
         return Variable(shape, array("q", range(first, first + count)))
 
     def minimize(self, e):
@@ -134,10 +132,9 @@ class Model:
             e = self.evaluator.finish(e)
             subj, val = self._terms(e)
             self.native.maximize = maximize
-            for j in range(self.native.columns + 1):
-                self.native.set_objective(j, 0.0)
-            for j, coefficient in zip(subj[1:], val[1:]):
-                self.native.set_objective(j, coefficient)
+            self.native.set_objective(self._costed, zeros("f64", len(self._costed)))
+            self.native.set_objective(subj[1:], val[1:])
+            self._costed = subj[1:]
             self._constants.clear(rows)
             self._constants.write(w, e, self._stored(e, rows))
 
@@ -145,9 +142,9 @@ class Model:
         """Rows that hold each element of the expression `e` between `lower` and `upper`, numbers
         (or one for each element) that may be infinite.
 
-        With the expression `floor`, which differs from `e` in its constants only, `lower` bounds
-        the elements of `floor` in place of those of `e`: a range whose sides move with parameters.
-        Raises ValueError, with nothing added, if the shapes differ.
+        With the expression `floor` the constants in that take the place of those in `e` where it
+        is held above `lower`: a range whose sides move with parameters. Nothing but the constants
+        of `floor` counts. Raises ValueError, with nothing added, if the shapes differ.
         """
         if floor is not None and floor.shape != e.shape:
             raise ValueError("the shapes %s and %s differ" % (list(floor.shape), list(e.shape)))
@@ -163,8 +160,7 @@ class Model:
             self._constants.write(w, e, stored)
             if floor is not None:
                 self._floor.write(w, floor, self._stored(floor, rows))
-        for row in rows:
-            self._bound(row)
+        self._bound(rows)
         return Constraint(shape, rows)
 
     def _add_rows(self, lower, upper, has_floor):
@@ -187,7 +183,7 @@ class Model:
             if closure(21, nidxs, 0) < e.nnz:
                 raise ValueError("a linear model can't take semidefinite terms")
             closure(22, 1, nidxs, subj, val, cof)
-        if not all(map(math.isfinite, val)):
+        if not all_finite(val):
             raise ValueError("a coefficient is not finite")
         return subj, val
 
@@ -208,15 +204,16 @@ class Model:
             closure(35, 0, 0, rows, 0, None, 0, 1, lptr, lrowidx, e.nelem, e.ptr_base, w.i32,
                     x.i32)
             ptr = x.i32[lptr : lptr + lcount + 1]
-        for row, begin, end in zip(lrowidx, ptr, ptr[1:]):
-            if begin < end and subj[begin] == 0:
-                begin += 1
-            self.native.set_row(row, subj, val, begin, end)
+        ends = ptr[1:]
+        begins = [begin + (begin < end and subj[begin] == 0) for begin, end in zip(ptr, ends)]
+        self.native.set_rows(lrowidx, begins, ends, subj, val)
 
-    def _bound(self, row):
-        constant = self._constants[row]
-        below = self._floor[row] if self._has_floor[row] else constant
-        self.native.set_row_bounds(row, self._lower[row] - below, self._upper[row] - constant)
+    def _bound(self, rows):
+        floors = (self._floor if self._has_floor[row] else self._constants for row in rows)
+        self.native.set_row_bounds(
+            rows,
+            [self._lower[row] - floor[row] for row, floor in zip(rows, floors)],
+            [self._upper[row] - self._constants[row] for row in rows])
 
     # Solving.
 
@@ -226,16 +223,15 @@ class Model:
         x = self.evaluator.x
         moved, coefficients = self._constants.evaluate(self.param_value, x)
         moved_floor, _ = self._floor.evaluate(self.param_value, x)
-        for row in sorted({*moved, *moved_floor}):
-            if row == 0:
-                self.native.set_objective(0, self._constants[0])
-            else:
-                self._bound(row)
+        rows = sorted({*moved, *moved_floor})
+        if rows[:1] == [0]:
+            self.native.set_objective(rows[:1], [self._constants[0]])
+            del rows[0]
+        self._bound(rows)
         for row, terms in itertools.groupby(coefficients, operator.itemgetter(0)):
             terms = {j: coefficient for _, j, coefficient in terms}
             if row == 0:
-                for j, coefficient in terms.items():
-                    self.native.set_objective(j, coefficient)
+                self.native.set_objective(terms, terms.values())
             else:
                 self.native.change_row(row, terms)
 
@@ -287,6 +283,13 @@ class Model:
         if self._solution is None:
             raise ValueError("the model has no solution: it is not solved, or has no optimum")
         return self._solution
+
+
+def all_finite(values):
+    """Whether no number of the list (f64) is infinite or NaN: each minus itself is 0.0 then."""
+    differences = zeros("f64", len(values))
+    closure(23, len(values), values, values, differences)
+    return differences.tobytes() == bytes(differences.itemsize * len(values))
 
 
 def each(bound, count):
