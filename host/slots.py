@@ -50,7 +50,9 @@ class Slots:
         self._mark(slots, 0)
 
     def all_used(self, slots):
-        return self.used == self.top or all(map(self._taken.__getitem__, slots))
+        """Whether all these numbers are of used slots."""
+        return max(slots, default=-1) < self.top and (
+            self.used == self.top or all(map(self._taken.__getitem__, slots)))
 
     def _mark(self, slots, taken):
         for slot in slots:
