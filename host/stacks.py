@@ -12,9 +12,7 @@ LARGEST = 2 ** 31 - 1  # positions are 32-bit
 
 def zeros(kind, count):
     """An array of `count` zeros; `kind` is "i32", "i64" or "f64"."""
-    result = array(TYPECODES[kind])
-    result.frombytes(bytes(result.itemsize * count))
-    return result
+    return array(TYPECODES[kind], [0]) * count
 
 
 def as_array(kind, values):
@@ -98,7 +96,7 @@ class Stack:
             raise MemoryError("a work stack can't hold more than %d entries" % LARGEST)
         held = getattr(self, kind)
         if top > len(held):
-            held.extend(zeros(kind, max(top, 2 * len(held)) - len(held)))
+            held *= max(2, -(-top // len(held)))  # in place, and faster than to append zeros
         self._top[kind] = top
         return base
 
