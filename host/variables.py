@@ -26,3 +26,7 @@ class Variable(VariableViews):
     def __len__(self):
         """The number of stored elements."""
         return len(self.nativeidxs)
+
+    @staticmethod
+    def view(shape, nativeidxs, sparsity=None):
+        return Variable(shape, nativeidxs, sparsity)

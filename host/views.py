@@ -18,7 +18,8 @@ LARGEST_INDEX = 2 ** 63 - 1  # linear indexes are 64-bit
 
 
 class VariableViews:
-    """The views of a Variable. Each raises ValueError if it isn't one of this shape."""
+    """The views of a Variable, made by `view` from a shape, native indexes and a pattern. Each raises
+    ValueError if it isn't one of this shape."""
 
     def slice(self, first, last):
         """The box of positions from `first` up to but not including `last`, one entry of each list
@@ -29,14 +30,14 @@ class VariableViews:
             n = closure(184, first, last, nd, 1)
             idxs = zeros("i64", n)
             closure(187, self.nativeidxs, first, last, nd, self.shape, idxs, n)
-            return type(self)(shape, idxs)
+            return self.view(shape, idxs)
         require_fit(size(shape))
         key = zeros("i32", nd)
         n = closure(185, first, key, last, nd, 0, self.shape, self.sparsity)
         idxs, sp = zeros("i64", n), zeros("i64", n)
         closure(186, self.nativeidxs, first, 0, idxs, key, last, nd, self.shape, shape, sp,
                 self.sparsity)
-        return type(self)(shape, idxs, sp)
+        return self.view(shape, idxs, sp)
 
     # The order of dimensions.
 
@@ -46,7 +47,7 @@ class VariableViews:
             raise ValueError("only a matrix can be transposed, not the shape %s" % list(self.shape))
         idxs, sp = self._lists(len(self))
         closure(170, self.nativeidxs, idxs, self.shape, sp, self.sparsity)
-        return type(self)(self.shape[::-1], idxs, sp)
+        return self.view(self.shape[::-1], idxs, sp)
 
     def permute_dims(self, perm):
         """The array whose dimension k is dimension perm[k] of this one."""
@@ -59,7 +60,7 @@ class VariableViews:
             pstrides = unit_strides(nd)
             closure(207, nd, perm, pstrides, self.shape)
             closure(208, self.nativeidxs, nd, n, perm, pstrides, idxs, self.shape)
-            return type(self)(shape, idxs)
+            return self.view(shape, idxs)
         require_fit(size(shape[1:]))
         place, rstrides = zeros("i32", nd), zeros("i32", nd)
         for k, dim in enumerate(perm):
@@ -67,7 +68,7 @@ class VariableViews:
         closure(49, nd, shape, rstrides)
         closure(418, place, rstrides, 0, nd, n, 0, sp, strides(self.shape), self.shape,
                 self.sparsity)
-        return type(self)(shape, *in_order(shape, self.nativeidxs, sp))
+        return self.view(shape, *in_order(shape, self.nativeidxs, sp))
 
     # Pairs of dimensions that are symmetric.
 
@@ -85,7 +86,7 @@ class VariableViews:
         if self.sparsity is None:
             idxs = zeros("i64", size(shape))
             closure(159, self.nativeidxs, before, n, between, n, behind, 0, idxs)
-            return type(self)(shape, idxs)
+            return self.view(shape, idxs)
         st = [n * between * n * behind, between * n * behind, n * behind, behind]
         rst = [packed * between * behind, between * behind, behind, 1]
         require_fit(*st, *rst)
@@ -93,7 +94,7 @@ class VariableViews:
         perm, idxs, sp = (zeros("i64", count) for _ in range(3))
         closure(164, self.nativeidxs, n, between, n, behind, 0, count, perm, idxs, *rst, sp, *st, 1,
                 self.sparsity)
-        return type(self)(shape, *in_order(shape, idxs, sp))
+        return self.view(shape, *in_order(shape, idxs, sp))
 
     def unpack_symmetric(self, dim):
         """The full square of a symmetric variable that has its lower triangle, row by row, in
@@ -116,9 +117,9 @@ class VariableViews:
             closure(194, self.nativeidxs, nativeidxs, self.sparsity)
         closure(151, nativeidxs, n, before, packed, behind, idxs, 0)
         if self.sparsity is None:
-            return type(self)(shape, idxs)
+            return self.view(shape, idxs)
         sp = array("q", compress(count(), idxs))
-        return type(self)(shape, array("q", filter(None, idxs)), sp)
+        return self.view(shape, array("q", filter(None, idxs)), sp)
 
     @classmethod
     def semidefinite(cls, shape, dim1, dim2, elements):
@@ -136,7 +137,7 @@ class VariableViews:
         require_fit(before, between, *st)
         idxs = zeros("i64", size(shape))
         closure(201, before, n, between, n, behind, elements, idxs, *st)
-        return cls(shape, idxs)
+        return cls.view(shape, idxs)
 
     # Several arrays in one.
 
@@ -162,8 +163,8 @@ class VariableViews:
         shape[dim] = closure(233, 0, n, extents)
         require_linear(shape)
         if all(v.sparsity is None for v in variables):
-            return cls(shape, stack_dense(variables, shape, dim, extents, offset))
-        return cls(shape, *stack_sparse(variables, shape, dim, extents, offset))
+            return cls.view(shape, stack_dense(variables, shape, dim, extents, offset))
+        return cls.view(shape, *stack_sparse(variables, shape, dim, extents, offset))
 
     def repeat(self, dim, copies):
         """`copies` of this array one behind the other along dimension `dim`: -1 is a new first
@@ -191,7 +192,7 @@ class VariableViews:
             closure(216, extent, inner, 0, copies, n, copies * block, idxs, sp, block, inner,
                     *lists)
             idxs, sp = in_order(shape, idxs, sp)
-        return type(self)(shape, idxs, sp)
+        return self.view(shape, idxs, sp)
 
     def _lists(self, n):
         """Room for `n` native indexes, and for their pattern if this is sparse, else None."""

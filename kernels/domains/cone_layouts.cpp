@@ -10,6 +10,7 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
+#include "triangle_packing.h"
 
 namespace fragments {
 
@@ -32,18 +33,6 @@ void for_each_square_row(int64_t pre, int64_t dim, int64_t mid, int64_t post, Vi
     for (int64_t a = 0; a < pre; ++a)
         for (int64_t p = 0; p < dim; ++p)
             for (int64_t b = 0; b < mid; ++b) visit(p, (a * mid + b) * post);
-}
-
-/// Slot of the entry (row, column), row >= column, in a triangle packed column by column.
-int64_t column_packed(int64_t row, int64_t column, int64_t dim)
-{
-    return column * (2 * dim - 1 - column) / 2 + row;
-}
-
-/// The same, packed row by row.
-int64_t row_packed(int64_t row, int64_t column)
-{
-    return row * (row + 1) / 2 + column;
 }
 
 } // namespace

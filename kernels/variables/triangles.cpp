@@ -1,24 +1,20 @@
 // Symmetric pairs of dimensions: the lower triangle taken out of a variable, and the full square of
 // one that stores the triangle alone.
 //
-// A triangle stands in row packing: entry (r, c), r >= c, at r (r + 1) / 2 + c. Around the pair a
-// shape is seen as (pre, dim, mid, dim2, post), with the extents of the dimensions before, between
-// and behind folded into one each. Index lists and patterns are those of slices.cpp.
+// A triangle is packed row by row. Around the pair a shape is seen as (pre, dim, mid, dim2, post),
+// with the extents of the dimensions before, between and behind folded into one each. Index lists
+// and patterns are those of slices.cpp.
 
 #include <algorithm>
 
 #include "algorithms.h"
 #include "closure_frame.h"
 #include "subscripts.h"
+#include "triangle_packing.h"
 
 namespace fragments {
 
 namespace {
-
-int64_t row_packed(int64_t row, int64_t column)
-{
-    return row * (row + 1) / 2 + column;
-}
 
 /// Copies a run to the places from `pos` on. Returns the place behind it.
 template <class S>
