@@ -18,8 +18,8 @@ LARGEST_INDEX = 2 ** 63 - 1  # linear indexes are 64-bit
 
 
 class VariableViews:
-    """The views of a Variable, made by `view` from a shape, native indexes and a pattern. Each raises
-    ValueError if it isn't one of this shape."""
+    """The views of a Variable, which `view` makes of a shape, native indexes and a pattern. Each
+    raises ValueError if it isn't one of this shape."""
 
     def slice(self, first, last):
         """The box of positions from `first` up to but not including `last`, one entry of each list
@@ -166,7 +166,7 @@ class VariableViews:
             return cls.view(shape, stack_dense(variables, shape, dim, extents, offset))
         return cls.view(shape, *stack_sparse(variables, shape, dim, extents, offset))
 
-    def repeat(self, dim, copies):
+    def repeat(self, copies, dim):
         """`copies` of this array one behind the other along dimension `dim`: -1 is a new first
         dimension, and the number of dimensions a new last one."""
         nd, n = len(self.shape), len(self)
