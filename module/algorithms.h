@@ -256,31 +256,74 @@ void for_each_match(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
     }
 }
 
-/// The same where the keys of `b` ascend and there may be many more of them than of `a`: `b` is
-/// searched by doubling steps (Bentley and Yao's unbounded search), so that the cost is that of `a`
-/// times the logarithm of the distances in `b`.
+/// The first place of ascending keys from which on none is below `key`, by doubling steps from the
+/// beginning (Bentley and Yao's unbounded search): its cost is the logarithm of the distance.
+template <class Keys, class Value>
+int64_t first_not_below(Range places, Keys keys, Value key)
+{
+    int64_t step = 1;
+    int64_t high = places.begin;
+    while (high < places.end && keys(high) < key) {
+        places.begin = high + 1;
+        high += step;
+        step *= 2;
+    }
+    high = std::min(high, places.end);
+    while (places.begin < high) {
+        const int64_t middle = places.begin + (high - places.begin) / 2;
+        if (keys(middle) < key)
+            places.begin = middle + 1;
+        else
+            high = middle;
+    }
+    return places.begin;
+}
+
+/// for_each_run over ascending whole-numbered keys, for runs that may be long: the end of each is
+/// searched.
+template <class Key, class Run>
+int64_t for_each_long_run(int64_t begin, int64_t end, Key key, Run run)
+{
+    while (begin < end) {
+        const auto common = key(begin);
+        const int64_t next = first_not_below({begin + 1, end}, key, common + 1);
+        run(common, Range{begin, next});
+        begin = next;
+    }
+    return begin;
+}
+
+/// for_each_match where the keys of `b` ascend and there may be many more of them than of `a`: `b`
+/// is searched, so that the cost is that of `a` times the logarithm of the distances in `b`.
 template <class KeyA, class KeyB, class Match>
 void for_each_match_in_long(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
 {
     for (; a.begin < a.end && b.begin < b.end; ++a.begin) {
         const auto key = key_a(a.begin);
-        // All places below b.begin have smaller keys; find the first whose key isn't.
-        int64_t step = 1;
-        int64_t high = b.begin;
-        while (high < b.end && key_b(high) < key) {
-            b.begin = high + 1;
-            high += step;
-            step *= 2;
-        }
-        high = std::min(high, b.end);
-        while (b.begin < high) {
-            const int64_t middle = b.begin + (high - b.begin) / 2;
-            if (key_b(middle) < key)
-                b.begin = middle + 1;
-            else
-                high = middle;
-        }
+        b.begin = first_not_below(b, key_b, key);
         if (b.begin < b.end && !(key < key_b(b.begin))) match(a.begin, b.begin++);
+    }
+}
+
+/// Merges two lists by their runs of equal ascending keys and calls `meet(key, run_a, run_b)` for
+/// each key that both hold. Leaves the cursors where one of the lists is used up.
+template <class KeyA, class KeyB, class Meet>
+void for_each_meeting(Range& a, KeyA key_a, Range& b, KeyB key_b, Meet meet)
+{
+    while (a.begin < a.end && b.begin < b.end) {
+        const auto left = key_a(a.begin);
+        const auto right = key_b(b.begin);
+        if (left < right) {
+            ++a.begin;
+        } else if (right < left) {
+            ++b.begin;
+        } else {
+            const Range run_a{a.begin, run_end(a.begin + 1, a.end, key_a, left)};
+            const Range run_b{b.begin, run_end(b.begin + 1, b.end, key_b, left)};
+            meet(left, run_a, run_b);
+            a.begin = run_a.end;
+            b.begin = run_b.end;
+        }
     }
 }
 
