@@ -23,7 +23,7 @@ namespace {
 template <class S>
 using Columns = ColumnRuns<Triplets<S>, S>;
 
-/// Right side, sparse E: as walk_right_diagonal_dense, but `element(i)` only where some pair has
+/// Right side, sparse E: as walk_right_diagonal, but `element(i)` only where some pair has
 /// matched. Rows of E and columns of M from `md1` on are not reached.
 template <class S, class Pair, class Element>
 void walk_right_sparse(int d1, int md1, int nelem, I64<S> sp, const Columns<S>& m, Pair pair,
@@ -39,7 +39,7 @@ void walk_right_sparse(int d1, int md1, int nelem, I64<S> sp, const Columns<S>& 
         bool matched = false;
         for_each_match(
             elements, [&](int64_t a) { return sp[a] % d1; }, entries,
-            [&](int64_t p) { return int64_t{m.row(p)}; },
+            [&](int64_t p) { return m.entries.key(m.entry(p)); },
             [&](int64_t a, int64_t p) {
                 pair(m.entry(p), a);
                 matched = true;
@@ -55,7 +55,7 @@ void walk_right(bool hassp, int d1, int md1, int nelem, I64<S> sp, const Columns
     if (hassp)
         walk_right_sparse(d1, md1, nelem, sp, m, pair, element);
     else
-        walk_right_diagonal_dense(d1, m, 0, pair, element);
+        walk_right_diagonal(d1, m, 0, pair, element);
 }
 
 } // namespace
@@ -82,13 +82,12 @@ CLOSURE(457, results(int, int, int, int, int),
     const auto e = STACKED_OPERAND();
     auto r = SPARSE_RESULT(codei, elmi, nnzi);
     const Code form = ncodeatom > 0 ? Code::scaled : Code::none;
-    const Triplets<Stride> m{msubi.length(), msubi, msubj};
-    const ColumnRuns columns{LinearEntries<Stride>{nelem, wi64.from(sp_base), d1},
-                             xi32.from(xcperm_base)};
+    const Triplets m{msubi.length(), msubi, msubj};
+    const ColumnRuns columns{LinearEntries{nelem, wi64.from(sp_base), d1}, xi32.from(xcperm_base)};
     Range entries{mpos, m.count};
     Range places{epos, nelem};
     bool copied = false;
-    walk_left_diagonal_sparse(
+    walk_diagonal(
         m, entries, columns, places,
         [&](int64_t k, int64_t q) {
             if (e.terms(q) <= 0) return;
@@ -117,11 +116,11 @@ CLOSURE(456, results(int, int, int),
         nelem, [&](int64_t q) { return sp[q] % d1; }, d1, xi32.from(xcolptr_base), perm);
     Sizes sizes{rncodeatom, rnelem, rnnz};
     const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
-    const Triplets<Stride> m{msubi.length(), msubi, msubj};
+    const Triplets m{msubi.length(), msubi, msubj};
     Range entries{0, m.count};
     Range places{0, nelem};
-    walk_left_diagonal_sparse(
-        m, entries, ColumnRuns{LinearEntries<Stride>{nelem, sp, d1}, perm}, places,
+    walk_diagonal(
+        m, entries, ColumnRuns{LinearEntries{nelem, sp, d1}, perm}, places,
         [&](int64_t, int64_t q) { sizes.add_scaled(e, q, ncodeatom > 0); },
         [&](int64_t, bool matched) { sizes.rnelem += matched ? 1 : 0; });
     return {sizes.rncodeatom, sizes.rnelem, static_cast<int>(sizes.rnnz)};
@@ -142,8 +141,8 @@ CLOSURE(455, void,
     ri32[rshape_base] = diaglen;
     r.ptr[0] = 0;
     if (ncodeatom > 0) r.codeptr[0] = 0;
-    walk_left_diagonal_dense(
-        Triplets<Stride>{msubi.length(), msubi, msubj}, 0, d1,
+    walk_left_diagonal(
+        Triplets{msubi.length(), msubi, msubj}, 0, d1,
         [&](int64_t m, int q) { r.append_scaled(e, q, mval, m, form); },
         [&](int i) { r.close_element(i); });
 }
@@ -156,8 +155,8 @@ CLOSURE(454, results(int, int, int, int),
 {
     Sizes sizes{rncodeatom, rnelem, rnnz};
     const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
-    mpos = walk_left_diagonal_dense(
-        Triplets<Stride>{msubi.length(), msubi, msubj}, mpos, d1,
+    mpos = walk_left_diagonal(
+        Triplets{msubi.length(), msubi, msubj}, mpos, d1,
         [&](int64_t, int q) { sizes.add_scaled(e, q, ncodeatom > 0); },
         [&](int) { ++sizes.rnelem; });
     return {mpos, sizes.rncodeatom, sizes.rnelem, static_cast<int>(sizes.rnnz)};

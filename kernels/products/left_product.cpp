@@ -19,7 +19,7 @@ namespace {
 template <class S>
 auto by_column(I64<S> sp, int d1, I32<S> ptr, I32<S> perm)
 {
-    return GroupedColumns{LinearEntries<S>{0, sp, d1}, ColumnGrouping<S>{ptr, perm}, d1};
+    return GroupedColumns{LinearEntries{0, sp, d1}, ColumnGrouping<S>{ptr, perm}, d1};
 }
 
 /// Replaces the sizes by those for a dense M, each of whose `md0` rows takes all of E.
@@ -56,7 +56,7 @@ CLOSURE(481, results(int, int, int, int),
     auto r = SPARSE_RESULT(codei, elmi, nnzi);
     const Code form = rncodeatom > 0 ? Code::scaled : Code::none;
     mpos = walk_left_dense(
-        Triplets<Stride>{mnnz, msubi, msubj}, mpos, d1,
+        Triplets{mnnz, msubi, msubj}, mpos, d1,
         [&](int64_t m, int q) { r.append_scaled(e, q, mval, m, form); },
         [&](int i, int c) { r.close_element(d1 * i + c); });
     return {r.codei, r.elmi, mpos, r.nnzi};
@@ -79,7 +79,7 @@ CLOSURE(480, results(int, int, int),
         const auto row = mval.from(int64_t{md1} * i);
         columns.for_each_column(0, [&](int, Range places) {
             for (int64_t p = places.begin; p < places.end; ++p)
-                r.append_scaled(e, columns.entry(p), row, columns.row(p), form);
+                r.append_scaled(e, columns.entry(p), row, e.sp[columns.entry(p)] / d1, form);
             r.close_element();
         });
     }
@@ -98,9 +98,9 @@ CLOSURE(479, void,
     const auto e = SPARSE_OPERAND();
     auto r = SPARSE_RESULT();
     const Code form = rncodeatom > 0 ? Code::scaled : Code::none;
-    walk_left_sparse(
-        Triplets<Stride>{mnnz, msubi, msubj}, 0,
-        by_column(e.sp, d1, xi32.from(eptr_base), xi32.from(eperm_base)), d1,
+    walk_sparse(
+        Triplets{mnnz, msubi, msubj}, 0,
+        by_column(e.sp, d1, xi32.from(eptr_base), xi32.from(eperm_base)),
         [&](int64_t m, int64_t q) { r.append_scaled(e, q, mval, m, form); },
         [&](int i, int c) { r.close_element(d1 * i + c); });
 }
@@ -119,7 +119,7 @@ CLOSURE(478, results(int, int, long long),
     }
     const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
     walk_left_dense(
-        Triplets<Stride>{mnnz, msubi, msubj}, 0, d1,
+        Triplets{mnnz, msubi, msubj}, 0, d1,
         [&](int64_t, int q) { sizes.add_scaled(e, q, ncodeatom > 0); },
         [&](int, int) { ++sizes.rnelem; });
     return {sizes.rncodeatom, sizes.rnelem, sizes.rnnz};
@@ -137,9 +137,9 @@ CLOSURE(477, results(int, int, long long),
         return {sizes.rncodeatom, sizes.rnelem, sizes.rnnz};
     }
     const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
-    walk_left_sparse(
-        Triplets<Stride>{mnnz, msubi, msubj}, 0,
-        by_column(wi64.from(sp_base), d1, xi32.from(eptr_base), xi32.from(eperm_base)), d1,
+    walk_sparse(
+        Triplets{mnnz, msubi, msubj}, 0,
+        by_column(wi64.from(sp_base), d1, xi32.from(eptr_base), xi32.from(eperm_base)),
         [&](int64_t, int64_t q) { sizes.add_scaled(e, q, ncodeatom > 0); },
         [&](int, int) { ++sizes.rnelem; });
     return {sizes.rncodeatom, sizes.rnelem, sizes.rnnz};

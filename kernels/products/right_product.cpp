@@ -22,22 +22,35 @@ namespace {
 template <class S>
 auto by_column(I32<S> msubi, int md1, I32<S> ptr, I32<S> perm)
 {
-    return GroupedColumns{Triplets<S>{0, msubi, {}}, ColumnGrouping<S>{ptr, perm}, md1};
+    return GroupedColumns{Triplets{0, msubi, I32<S>{}}, ColumnGrouping<S>{ptr, perm}, md1};
 }
 template <class S>
 auto by_column(int mnnz, I32<S> msubi, I32<S> msubj, I32<S> perm)
 {
-    return ColumnRuns{Triplets<S>{mnnz, msubi, msubj}, perm};
+    return ColumnRuns{Triplets{mnnz, msubi, msubj}, perm};
 }
 
-/// Which entries of M a sparse E is multiplied by: one of 0.0 or below gives no term and makes no
-/// element. The test is part of the walk because the host reserves what 467 counts and 468 then
-/// fills it without looking: a pair that only 468 took would overrun the result. A host that wants
-/// the product with an M of both signs has to split it, for instance into E M = E M+ - E M-.
-template <class S>
-auto above_zero(F64<S> mval)
+/// Sparse E, sparse M: a pair is taken only if the entry of M is above 0.0. One of 0.0 or below
+/// gives no term and makes no element. The test is part of the walk because the host reserves what
+/// 467 counts and 468 then fills it without looking: a pair that only 468 took would overrun the
+/// result. A host that wants the product with an M of both signs has to split it, for instance into
+/// E M = E M+ - E M-.
+template <class S, class Columns, class Pair, class Element>
+int walk_above_zero(const LinearEntries<S>& e, int epos, const Columns& m, F64<S> mval, Pair pair,
+                    Element element)
 {
-    return [=](int64_t k) { return mval[k] > 0.0; };
+    bool taken = false;
+    return walk_sparse(
+        e, epos, m,
+        [&](int64_t q, int64_t k) {
+            if (!(mval[k] > 0.0)) return;
+            pair(k, q);
+            taken = true;
+        },
+        [&](int64_t row, int c) {
+            if (taken) element(row, c);
+            taken = false;
+        });
 }
 
 } // namespace
@@ -156,9 +169,9 @@ CLOSURE(468, results(int, int, int, int),
     const auto e = STACKED_OPERAND();
     auto r = SPARSE_RESULT(codei, elmi, nnzi);
     const Code form = ncodeatom > 0 ? Code::scaled : Code::none;
-    epos = walk_right_sparse(
-        LinearEntries<Stride>{nelem, wi64.from(sp_base), d1}, epos,
-        by_column(mnnz, msubi, msubj, xi32.from(mperm_base)), above_zero(mval),
+    epos = walk_above_zero(
+        LinearEntries{nelem, wi64.from(sp_base), d1}, epos,
+        by_column(mnnz, msubi, msubj, xi32.from(mperm_base)), mval,
         [&](int64_t k, int64_t q) { r.append_scaled(e, q, mval, k, form); },
         [&](int64_t row, int c) { r.close_element(md1 * row + c); });
     return {r.codei, r.elmi, epos, r.nnzi};
@@ -173,9 +186,9 @@ CLOSURE(467, results(int, int, long long),
 {
     Sizes sizes{rncodeatom, rnelem, rnnz};
     const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
-    walk_right_sparse(
-        LinearEntries<Stride>{nelem, wi64.from(sp_base), d1}, 0,
-        by_column(mnnz, msubi, msubj, xi32.from(mperm_base)), above_zero(mval),
+    walk_above_zero(
+        LinearEntries{nelem, wi64.from(sp_base), d1}, 0,
+        by_column(mnnz, msubi, msubj, xi32.from(mperm_base)), mval,
         [&](int64_t, int64_t q) { sizes.add_scaled(e, q, ncodeatom > 0); },
         [&](int64_t, int) { ++sizes.rnelem; });
     return {sizes.rncodeatom, sizes.rnelem, sizes.rnnz};
