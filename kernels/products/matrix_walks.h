@@ -66,7 +66,7 @@ struct LinearEntries
     {
         while (begin < count) {
             const int64_t in_row = row(begin);
-            const int64_t next = first_not_below(
+            const int64_t next = near_lower_bound(
                 {begin + 1, count}, [&](int64_t k) { return linear[k]; }, (in_row + 1) * columns);
             visit(in_row, Range{begin, next});
             begin = next;

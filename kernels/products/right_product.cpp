@@ -56,16 +56,12 @@ int walk_above_zero(const LinearEntries<S>& e, int epos, const Columns& m, F64<S
 } // namespace
 
 /// Whether the entries of a sparse M are out of order, or `badorder` came in set.
-CLOSURE(475, bool, (bool badorder, int mnnz, I32 msubi, I32 msubj))
-{
-    return badorder || has_bad_order(mnnz, msubi, msubj);
-}
+CLOSURE_AS(475, bool, (bool badorder, int mnnz, I32 msubi, I32 msubj),
+           badorder || has_bad_order(mnnz, msubi, msubj))
 
 /// Whether an entry of a sparse M is out of range, or `badidx` came in set.
-CLOSURE(474, bool, (bool badidx, int md0, int md1, int mnnz, I32 msubi, I32 msubj))
-{
-    return badidx || has_bad_index(md0, md1, mnnz, msubi, msubj);
-}
+CLOSURE_AS(474, bool, (bool badidx, int md0, int md1, int mnnz, I32 msubi, I32 msubj),
+           badidx || has_bad_index(md0, md1, mnnz, msubi, msubj))
 
 /// Writes R for dense E, dense M: all d0 * md1 elements, without `sp`. Returns (codei, elmi, nnzi).
 CLOSURE(473, results(int, int, int),
