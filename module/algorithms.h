@@ -325,6 +325,21 @@ int64_t lower_bound(Range places, Key key, Value bound)
     return places.begin;
 }
 
+/// The same by doubling steps from the first place (Bentley and Yao's unbounded search), where the
+/// bound may be near: the cost is the logarithm of its distance.
+template <class Key, class Value>
+int64_t near_lower_bound(Range places, Key key, Value bound)
+{
+    int64_t step = 1;
+    int64_t high = places.begin;
+    while (high < places.end && key(high) < bound) {
+        places.begin = high + 1;
+        high += step;
+        step *= 2;
+    }
+    return lower_bound({places.begin, std::min(high, places.end)}, key, bound);
+}
+
 /// Merges two lists of strictly ascending keys and calls `match(a, b)` with the places of each key
 /// that both hold. Reads no key of a list once the other is used up.
 template <class KeyA, class KeyB, class Match>
@@ -345,24 +360,51 @@ void for_each_match(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
     }
 }
 
-/// The same where the keys of `b` ascend and there may be many more of them than of `a`: `b` is
-/// searched by doubling steps (Bentley and Yao's unbounded search), so that the cost is that of `a`
-/// times the logarithm of the distances in `b`.
+/// for_each_run over ascending whole-numbered keys, for runs that may be long: the end of each is
+/// searched.
+template <class Key, class Run>
+int64_t for_each_long_run(int64_t begin, int64_t end, Key key, Run run)
+{
+    while (begin < end) {
+        const auto common = key(begin);
+        const int64_t next = near_lower_bound({begin + 1, end}, key, common + 1);
+        run(common, Range{begin, next});
+        begin = next;
+    }
+    return begin;
+}
+
+/// for_each_match where the keys of `b` ascend and there may be many more of them than of `a`: `b`
+/// is searched, so that the cost is that of `a` times the logarithm of the distances in `b`.
 template <class KeyA, class KeyB, class Match>
 void for_each_match_in_long(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
 {
     for (; a.begin < a.end && b.begin < b.end; ++a.begin) {
         const auto key = key_a(a.begin);
-        // All places below b.begin have smaller keys; find the first whose key isn't.
-        int64_t step = 1;
-        int64_t high = b.begin;
-        while (high < b.end && key_b(high) < key) {
-            b.begin = high + 1;
-            high += step;
-            step *= 2;
-        }
-        b.begin = lower_bound({b.begin, std::min(high, b.end)}, key_b, key);
+        b.begin = near_lower_bound(b, key_b, key);
         if (b.begin < b.end && !(key < key_b(b.begin))) match(a.begin, b.begin++);
+    }
+}
+
+/// Merges two lists by their runs of equal ascending keys and calls `meet(key, run_a, run_b)` for
+/// each key that both hold. Leaves the cursors where one of the lists is used up.
+template <class KeyA, class KeyB, class Meet>
+void for_each_meeting(Range& a, KeyA key_a, Range& b, KeyB key_b, Meet meet)
+{
+    while (a.begin < a.end && b.begin < b.end) {
+        const auto left = key_a(a.begin);
+        const auto right = key_b(b.begin);
+        if (left < right) {
+            ++a.begin;
+        } else if (right < left) {
+            ++b.begin;
+        } else {
+            const Range run_a{a.begin, run_end(a.begin + 1, a.end, key_a, left)};
+            const Range run_b{b.begin, run_end(b.begin + 1, b.end, key_b, left)};
+            meet(left, run_a, run_b);
+            a.begin = run_a.end;
+            b.begin = run_b.end;
+        }
     }
 }
 
