@@ -6,8 +6,10 @@ calls: the model hands over all of the problem each time.
 """
 
 from array import array
-from dataclasses import dataclass
+from dataclasses import dataclass, fields
 from typing import List
+
+from .stacks import zeros
 
 QUADRATIC, SEMIDEFINITE = "quadratic", "semidefinite"
 
@@ -36,8 +38,26 @@ class Forms:
     matsubj: array
     matcof: array
 
+    @classmethod
+    def zero(cls, count):
+        """`count` forms without terms."""
+        lists = (array(kind) for kind in "iidiiiid")
+        return cls(zeros("f64", count), *lists)
+
     def __len__(self):
         return len(self.offset)
+
+    def add(self, forms, at):
+        """Adds form k of `forms` to form at[k]."""
+        for k, offset in enumerate(forms.offset):
+            self.offset[at[k]] += offset
+        self.subi.extend(map(at.__getitem__, forms.subi))
+        self.barsubi.extend(map(at.__getitem__, forms.barsubi))
+        for name in ("subj", "cof", "barsubj", "matsubi", "matsubj", "matcof"):
+            getattr(self, name).extend(getattr(forms, name))
+
+    def copy(self):
+        return Forms(*(getattr(self, field.name)[:] for field in fields(self)))
 
 
 @dataclass
@@ -54,7 +74,7 @@ class Cone:
     kind: str
     first: int
     size: int
-    dim: int
+    dim: int = 0
 
 
 @dataclass

@@ -19,6 +19,7 @@ import time
 from array import array
 from dataclasses import dataclass
 
+from .assembly import transpose_compressed, transpose_triplets
 from .matrices import SparseMatrix
 from .stacks import zeros
 
@@ -38,6 +39,9 @@ class SolverError(Exception):
 
 
 def _prototypes():
+    """Result and arguments of each routine. Those that give a number of a row or column do without
+    the types of their arguments, an address and an int: to test these takes longer than the rest
+    of the call."""
     problem, text, whole, real = ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int, ctypes.c_double
     lists = ctypes.c_void_p
     return {
@@ -52,28 +56,28 @@ def _prototypes():
         "get_num_int": (whole, problem),
         "add_rows": (whole, problem, whole),
         "add_cols": (whole, problem, whole),
-        "get_row_lb": (real, problem, whole),
-        "get_row_ub": (real, problem, whole),
-        "get_col_lb": (real, problem, whole),
-        "get_col_ub": (real, problem, whole),
+        "get_row_lb": (real,),
+        "get_row_ub": (real,),
+        "get_col_lb": (real,),
+        "get_col_ub": (real,),
         "set_row_bnds": (None, problem, whole, whole, real, real),
         "set_col_bnds": (None, problem, whole, whole, real, real),
         "get_obj_dir": (whole, problem),
         "set_obj_dir": (None, problem, whole),
-        "get_obj_coef": (real, problem, whole),
+        "get_obj_coef": (real,),
         "set_obj_coef": (None, problem, whole, real),
         "get_mat_row": (whole, problem, whole, lists, lists),
+        "get_mat_col": (whole, problem, whole, lists, lists),
         "set_mat_row": (None, problem, whole, whole, lists, lists),
-        "sort_matrix": (None, problem),
         "scale_prob": (None, problem, whole),
         "adv_basis": (None, problem, whole),
         "simplex": (whole, problem, ctypes.c_void_p),
         "get_status": (whole, problem),
         "get_obj_val": (real, problem),
-        "get_row_prim": (real, problem, whole),
-        "get_row_dual": (real, problem, whole),
-        "get_col_prim": (real, problem, whole),
-        "get_col_dual": (real, problem, whole),
+        "get_row_prim": (real,),
+        "get_row_dual": (real,),
+        "get_col_prim": (real,),
+        "get_col_dual": (real,),
     }
 
 
@@ -89,7 +93,7 @@ class Library:
                               "libglpk40" % name) from None
         for name, (result, *arguments) in _prototypes().items():
             routine = getattr(library, "glp_" + name)
-            routine.restype, routine.argtypes = result, arguments
+            routine.restype, routine.argtypes = result, arguments or None
             setattr(self, name, routine)
         self.messages = []
         self._on_print = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_void_p, ctypes.c_char_p)(
@@ -141,7 +145,7 @@ class Problem:
 
     def __init__(self):
         self._lib = library()
-        self._handle = self._lib.create_prob()
+        self._handle = ctypes.c_void_p(self._lib.create_prob())
         self._started = False
         self.seconds = 0.0
 
@@ -204,27 +208,43 @@ class Problem:
         return self._bounds(self._lib.get_col_lb, self._lib.get_col_ub, self.columns)
 
     def _bounds(self, get_lower, get_upper, count):
-        lower = [get_lower(self._handle, k) for k in range(1, count + 1)]
-        upper = [get_upper(self._handle, k) for k in range(1, count + 1)]
+        lower, upper = self._get(get_lower, 1, count), self._get(get_upper, 1, count)
         return ([-math.inf if b == -LARGEST else b for b in lower],
                 [math.inf if b == LARGEST else b for b in upper])
 
     def objective(self):
         """The constant and the coefficients of all columns."""
-        return [self._lib.get_obj_coef(self._handle, j) for j in range(self.columns + 1)]
+        return self._get(self._lib.get_obj_coef, 0, self.columns)
 
-    def matrix(self, first, last):
-        """Columns `first` up to but not including `last`, counted from 0, as a SparseMatrix."""
-        ind, val = zeros("i32", self.columns + 1), zeros("f64", self.columns + 1)
-        msubi, msubj, mval = array("i"), array("i"), array("d")
-        self._lib.sort_matrix(self._handle)
-        for i in range(1, self.rows + 1):
-            top = 1 + self._lib.get_mat_row(self._handle, i, address(ind), address(val))
-            begin, end = (bisect.bisect_right(ind, c, 1, top) for c in (first, last))
-            msubi.extend(itertools.repeat(i - 1, end - begin))
-            msubj.extend(j - 1 - first for j in ind[begin:end])
-            mval.extend(val[begin:end])
-        return SparseMatrix(self.rows, last - first, msubi, msubj, mval)
+    def _get(self, get, first, last):
+        """What the library has for each number from `first` to `last`."""
+        return array("d", map(get, itertools.repeat(self._handle), range(first, last + 1)))
+
+    def matrices(self, ranges):
+        """For each pair (first, last) of `ranges` the columns `first` up to but not including
+        `last`, counted from 0, as a SparseMatrix."""
+        rows, columns = self.rows, self.columns
+        # To rows, and with these counted from 0 back to columns, so that all is in order; then the
+        # columns of each range to rows.
+        ptr, subi, val = self._compressed()
+        subj, subi, val = transpose_compressed(ptr, rows + 1, subi, val)
+        subi, subj, val = transpose_triplets(1, rows + 1, columns, subi, subj, val)
+        for first, last in ranges:
+            begin, end = (bisect.bisect_left(subj, c) for c in (first, last))
+            part = (memoryview(a)[begin:end] for a in (subj, subi, val))
+            msubj, msubi, mval = transpose_triplets(first, last, rows, *part)
+            yield SparseMatrix(rows, last - first, msubi, msubj, mval)
+
+    def _compressed(self):
+        """All entries by column: where each column starts, and the end of the last; rows, which
+        count from 1 and are in any order within a column; values."""
+        ptr, subi, val = array("q", [0]), zeros("i32", self.nonzeros), zeros("f64", self.nonzeros)
+        get, handle, place = self._lib.get_mat_col, self._handle, 0
+        rows, values = address(subi, -1), address(val, -1)  # written from the second entry on
+        for j in range(1, self.columns + 1):
+            place += get(handle, j, rows + place * subi.itemsize, values + place * val.itemsize)
+            ptr.append(place)
+        return ptr, subi, val
 
     @property
     def maximize(self):
@@ -237,9 +257,12 @@ class Problem:
 
     # Building it.
 
-    def add_columns(self, count):
-        """Appends columns fixed at 0; returns the number of the first."""
-        return self._add(self._lib.add_cols, count, self.columns + 1)
+    def add_columns(self, lower, upper):
+        """Appends a column for each pair of bounds; returns the number of the first."""
+        bounds = native_bounds(lower, upper)
+        first = self._add(self._lib.add_cols, len(lower), self.columns + 1)
+        self._set(self._lib.set_col_bnds, range(first, first + len(lower)), *bounds)
+        return first
 
     def add_rows(self, count):
         """Appends rows without terms and bounds; returns the number of the first."""
@@ -251,41 +274,58 @@ class Problem:
             add(self._handle, count)
         return first
 
-    def set_row_bounds(self, i, lower, upper):
-        self._lib.set_row_bnds(self._handle, i, *native_bounds(lower, upper))
+    def set_row_bounds(self, rows, lower, upper):
+        """Gives each of the `rows` its bounds."""
+        self._set(self._lib.set_row_bnds, rows, *native_bounds(lower, upper))
 
-    def set_column_bounds(self, j, lower, upper):
-        self._lib.set_col_bnds(self._handle, j, *native_bounds(lower, upper))
+    def set_column_bounds(self, columns, lower, upper):
+        self._set(self._lib.set_col_bnds, columns, *native_bounds(lower, upper))
 
-    def set_row(self, i, subj, val, begin, end):
-        """The terms of row i: columns and coefficients at the places `begin` up to but not
+    def column_lengths(self, columns):
+        """The number of terms in each of the `columns`."""
+        return [self._lib.get_mat_col(self._handle, j, None, None) for j in columns]
+
+    def set_objective(self, columns, coefficients):
+        """The coefficients of some columns, and of column 0 the constant."""
+        self._set(self._lib.set_obj_coef, columns, coefficients)
+
+    def _set(self, set, numbers, *values):
+        for _ in map(set, itertools.repeat(self._handle), numbers, *values):
+            pass
+
+    def set_rows(self, rows, begins, ends, subj, val):
+        """The terms of some rows: columns and coefficients at the places `begin` up to but not
         including `end` of the lists `subj` (i32, ascending) and `val` (f64)."""
-        if begin < end and not 1 <= subj[begin] <= subj[end - 1] <= self.columns:
-            raise IndexError("a term of row %d names a column that is not in the problem" % i)
-        # The library reads from the second entry on.
-        self._lib.set_mat_row(self._handle, i, end - begin, address(subj, begin - 1),
-                              address(val, begin - 1))
+        self._started = False  # the library aborts on some bases that a new matrix makes singular
+        columns = self.columns
+        for i, begin, end in zip(rows, begins, ends):
+            if begin < end and not 1 <= subj[begin] <= subj[end - 1] <= columns:
+                raise IndexError("a term of row %d names a column that is not in the problem" % i)
+            # The library reads from the second entry on.
+            self._lib.set_mat_row(self._handle, i, end - begin, address(subj, begin - 1),
+                                  address(val, begin - 1))
 
     def change_row(self, i, coefficients):
         """Gives some columns of row i, the keys of a dict, other coefficients."""
-        ind, val = zeros("i32", self.columns + 1), zeros("f64", self.columns + 1)
-        top = 1 + self._lib.get_mat_row(self._handle, i, address(ind), address(val))
-        terms = sorted({**dict(zip(ind[1:top], val[1:top])), **coefficients}.items())
-        self.set_row(i, array("i", [j for j, _ in terms]), array("d", [v for _, v in terms]), 0,
-                     len(terms))
-
-    def set_objective(self, j, coefficient):
-        """The coefficient of column j, or for j = 0 the constant."""
-        self._lib.set_obj_coef(self._handle, j, coefficient)
+        length = self._lib.get_mat_row(self._handle, i, None, None)
+        subj, val = zeros("i32", length), zeros("f64", length)
+        self._lib.get_mat_row(self._handle, i, address(subj, -1), address(val, -1))
+        held = dict(zip(subj, val))
+        if all(held.get(j, 0.0) == coefficient for j, coefficient in coefficients.items()):
+            return
+        terms = sorted({**held, **coefficients}.items())
+        self.set_rows([i], [0], [len(terms)], array("i", [j for j, _ in terms]),
+                      array("d", [v for _, v in terms]))
 
     # Solving it.
 
     def solve(self):
         """Solves by the primal simplex method; "optimal", "infeasible" or "unbounded".
 
-        The first time it begins with an advanced basis, later with the basis that the last time
-        ended with: two problems with the same rows and columns in the same order and with the same
-        history take the same steps and end with the same basis, also where several are optimal.
+        The first time, and when the matrix has changed, it begins with an advanced basis, later
+        with the basis that the last time ended with: two problems with the same rows and columns in
+        the same order and with the same history take the same steps and end with the same basis,
+        also where several are optimal.
         """
         lib, start = self._lib, time.perf_counter()
         lib.messages.clear()
@@ -305,25 +345,25 @@ class Problem:
     def solution(self):
         """The solution that the last call of `solve` found. Raises SolverError if its numbers are
         too large."""
-        lib, rows, columns = self._lib, range(1, self.rows + 1), range(1, self.columns + 1)
+        lib = self._lib
         objective = lib.get_obj_val(self._handle)
         if not math.isfinite(objective):
             raise SolverError("the objective of the solution is not finite")
         return Solution(objective,
-                        self._values(lib.get_row_prim, rows),
-                        *self._duals(lib.get_row_dual, rows),
-                        self._values(lib.get_col_prim, columns),
-                        *self._duals(lib.get_col_dual, columns))
+                        self._values(lib.get_row_prim, self.rows),
+                        *self._duals(lib.get_row_dual, self.rows),
+                        self._values(lib.get_col_prim, self.columns),
+                        *self._duals(lib.get_col_dual, self.columns))
 
-    def _values(self, get, numbers):
-        return array("d", itertools.chain([0.0], (get(self._handle, k) for k in numbers)))
+    def _values(self, get, count):
+        return array("d", [0.0]) + self._get(get, 1, count)
 
-    def _duals(self, get, numbers):
+    def _duals(self, get, count):
         """The duals of the lower and of the upper bounds. At most one of the two is in force, and
         the sign of the combined dual tells which."""
-        duals, sign = self._values(get, numbers), -1.0 if self.maximize else 1.0
-        return (array("d", (d if sign * d > 0.0 else 0.0 for d in duals)),
-                array("d", (-d if sign * d < 0.0 else 0.0 for d in duals)))
+        duals, sign = self._values(get, count), -1.0 if self.maximize else 1.0
+        return (array("d", [d if sign * d > 0.0 else 0.0 for d in duals]),
+                array("d", [-d if sign * d < 0.0 else 0.0 for d in duals]))
 
 
 def address(numbers, place=0):
@@ -332,11 +372,15 @@ def address(numbers, place=0):
 
 
 def native_bounds(lower, upper):
-    """Kind, lower and upper bound as the library takes them."""
+    """Kinds, lower and upper bounds as the library takes them."""
+    return list(map(kind_of_bounds, lower, upper)), lower, upper
+
+
+def kind_of_bounds(lower, upper):
     if not (lower < math.inf and upper > -math.inf):
         raise SolverError("a bound is not a finite number")
     if lower == upper:
-        return FIXED, lower, upper
+        return FIXED
     if lower > -math.inf:
-        return (DOUBLE if upper < math.inf else LOWER), lower, upper
-    return (UPPER if upper < math.inf else FREE), lower, upper
+        return DOUBLE if upper < math.inf else LOWER
+    return UPPER if upper < math.inf else FREE

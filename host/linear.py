@@ -1,8 +1,18 @@
-"""The linear model of an MPS file, built by closures with a parameter on its constant side."""
+"""The linear problem of an MPS file, built by closures with a parameter on its constant side, and
+solved by GLPK alone.
+
+Problems often have several optimal bases. Both roads give the solver the same rows and columns in
+the same order and the same steps to take: scaling, an advanced basis, the primal simplex method
+without a presolver, and the second time the basis of the first. So levels and duals agree, and not
+the objective alone; what is compared is the work of the closures, not of two solvers. The linear
+relaxation is solved where columns are integer.
+"""
 
 import math
 from dataclasses import dataclass
 
+from .comparison import Outcome, Roads, Tolerances, count
+from .glpk import Problem
 from .matrices import DenseMatrix
 from .model import Constraint, Model, Parameter
 from .variables import Variable
@@ -32,31 +42,78 @@ def build(problem, native):
     e, p = model.evaluator, model.parameter(1.0)
     x = model.variable([problem.columns], *problem.column_bounds())
     with e.w.scratch():
-        blocks = [(c, d, e.push_variable(x.slice([c], [d]))) for c, d in cuts(problem.columns)]
+        ranges = cuts(problem.columns)
+        blocks = [e.push_variable(x.slice([c], [d])) for c, d in ranges]
 
         constant, *costs = problem.objective()
-        parts = [e.mul_left(DenseMatrix(1, d - c, costs[c:d]), xk) for c, d, xk in blocks]
+        parts = [e.mul_left(DenseMatrix(1, d - c, costs[c:d]), xk)
+                 for (c, d), xk in zip(ranges, blocks)]
         parts.append(e.push_expression([1], [constant]))
         optimize = model.maximize if problem.maximize else model.minimize
         optimize(e.weighted_sum(parts, [1.0] * len(parts)))
 
-        parts = [e.mul_left(problem.matrix(c, d), xk) for c, d, xk in blocks]
-        ax = e.weighted_sum(parts, [1.0] * len(parts))
-
-        def body(b):
-            """A x - p b"""
-            pb = e.mul_param_scalar(p.index, e.push_expression([problem.rows], b))
-            return e.weighted_sum([ax, pb], [1.0, -1.0])
+        def scaled_side(b):
+            """p b"""
+            return e.mul_param_scalar(p.index, e.push_expression([problem.rows], b))
 
         lower, upper = problem.row_bounds()
         ranged = any(-math.inf < l < u < math.inf for l, u in zip(lower, upper))
+        # The constants come first, where the model has them: so nothing is left to sort.
+        parts = [scaled_side([first_finite(u, l) for l, u in zip(lower, upper)]),
+                 *map(e.mul_left, problem.matrices(ranges), blocks)]
+        floor = e.weighted_sum(
+            [scaled_side([first_finite(l, u) for l, u in zip(lower, upper)])], [-1.0])
         rows = model.constrain(
-            body([first_finite(u, l) for l, u in zip(lower, upper)]),
+            e.weighted_sum(parts, [-1.0] + [1.0] * len(blocks)),
             [l if l == -math.inf else 0.0 for l in lower],
             [u if u == math.inf else 0.0 for u in upper],
-            floor=body([first_finite(l, u) for l, u in zip(lower, upper)]) if ranged else None,
+            floor=floor if ranged else None,
         )
     return ScaledModel(model, x, rows, p)
+
+
+class LinearRoads(Roads):
+    """Both roads for the problem of a file; `maximize` is what MPS files don't tell."""
+
+    solver, kinds, tolerances = "GLPK", ("levels", "duals"), Tolerances(1e-6, 1e-6)
+
+    def __init__(self, path, maximize):
+        self._problem = problem = Problem.read(path)
+        problem.maximize = maximize
+        self.native, self._built, self._reference = Problem(), None, Reference(problem)
+        self.heading = [
+            "problem   %s (%s)" % (problem.name or "without a name", path),
+            "size      " + ", ".join((count(problem.rows, "row"), count(problem.columns, "column"),
+                                      count(problem.nonzeros, "nonzero"))),
+        ]
+        if problem.integers:
+            self.heading.append("          %s taken as continuous: this is the linear relaxation"
+                                % count(problem.integers, "integer column"))
+
+    def ours(self, p):
+        if self._built is None:
+            self._built = build(self._problem, self.native)
+        built, model = self._built, self._built.model
+        built.scale.value = p
+        outcome = Outcome(model.solve())
+        if outcome.status == "optimal":
+            outcome.objective = model.objective()
+            outcome.levels = model.levels(built.x) + model.row_levels(built.rows)
+            outcome.duals = model.duals(built.x) + model.row_duals(built.rows)
+        return outcome
+
+    def theirs(self, p):
+        outcome = Outcome(self._reference.solve(p))
+        if outcome.status == "optimal":
+            s = self._reference.problem.solution()
+            combined = lambda lower, upper: [l - u for l, u in zip(lower, upper)]
+            outcome.objective = s.objective
+            outcome.levels = s.xx[1:] + s.xc[1:]
+            outcome.duals = combined(s.slx[1:], s.sux[1:]) + combined(s.slc[1:], s.suc[1:])
+        return outcome
+
+    def why_unsolved(self, outcome):
+        return "the linear problem is %s" % outcome.status
 
 
 class Reference:
@@ -65,14 +122,13 @@ class Reference:
 
     def __init__(self, problem):
         self.problem = problem.copy()
-        self._row_bounds = list(zip(*problem.row_bounds()))
-        for j, bounds in enumerate(zip(*problem.column_bounds()), 1):
-            self.problem.set_column_bounds(j, *bounds)
+        self._row_bounds = problem.row_bounds()
+        self.problem.set_column_bounds(range(1, problem.columns + 1), *problem.column_bounds())
 
     def solve(self, scale):
         """Solves for that scale (see ScaledModel); "optimal", "infeasible" or "unbounded"."""
-        for i, bounds in enumerate(self._row_bounds, 1):
-            self.problem.set_row_bounds(i, *(scaled(b, scale) for b in bounds))
+        lower, upper = ([scaled(b, scale) for b in bounds] for bounds in self._row_bounds)
+        self.problem.set_row_bounds(range(1, self.problem.rows + 1), lower, upper)
         return self.problem.solve()
 
 

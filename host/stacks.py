@@ -12,9 +12,7 @@ LARGEST = 2 ** 31 - 1  # positions are 32-bit
 
 def zeros(kind, count):
     """An array of `count` zeros; `kind` is "i32", "i64" or "f64"."""
-    result = array(TYPECODES[kind])
-    result.frombytes(bytes(result.itemsize * count))
-    return result
+    return array(TYPECODES[kind], [0]) * count
 
 
 def as_array(kind, values):
@@ -65,6 +63,17 @@ def operand(e):
     return e
 
 
+class OperandList:
+    """The headers of several operands, one i32 array for each field."""
+
+    def __init__(self, operands):
+        self.n = len(operands)
+        for name in ("nd", "nelem", "nnz", "ncodeatom", "hassp", "shape_base", "ptr_base",
+                     "sp_base", "nidxs_base", "cof_base", "codeptr_base", "code_base",
+                     "cconst_base"):
+            setattr(self, name, as_array("i32", [getattr(e, name) for e in operands]))
+
+
 class Stack:
     """Three arrays `i32`, `i64`, `f64` that grow by doubling, with a free position in each.
 
@@ -87,7 +96,7 @@ class Stack:
             raise MemoryError("a work stack can't hold more than %d entries" % LARGEST)
         held = getattr(self, kind)
         if top > len(held):
-            held.extend(zeros(kind, max(top, 2 * len(held)) - len(held)))
+            held *= max(2, -(-top // len(held)))  # in place, and faster than to append zeros
         self._top[kind] = top
         return base
 

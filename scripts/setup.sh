@@ -46,13 +46,14 @@ if [[ -z $version && -z ${FRAGMENTS_PYTHON:-} && ${found##* } != 3.8 ]]; then
     say "no CPython 3.8 was found; going on with ${found##* }, $python"
 fi
 
-# --- the solver of the demo and its example models
+# --- the solvers of the demos, and example models
 
 has_glpk() { "$python" -c 'import ctypes; ctypes.CDLL("libglpk.so.40")' 2>/dev/null; }
 
 missing=()
 has_glpk || missing+=(libglpk40)
 command -v glpsol >/dev/null || missing+=(glpk-utils)
-if [[ ${#missing[@]} -gt 0 ]]; then install "GLPK" "${missing[@]}"; fi
+command -v csdp >/dev/null || missing+=(coinor-csdp)
+if [[ ${#missing[@]} -gt 0 ]]; then install "GLPK or CSDP" "${missing[@]}"; fi
 
 printf '%s\n' "$python"

@@ -18,10 +18,10 @@ namespace {
 
 /// Copies a run to the places from `pos` on. Returns the place behind it.
 template <class S>
-int append_run(I64<S> source, int n, I64<S> target, int pos)
+int append_run(I64<S> source, int64_t n, I64<S> target, int pos)
 {
     copy_n(source, n, target.from(pos));
-    return pos + std::max(n, 0);
+    return pos + static_cast<int>(std::max<int64_t>(n, 0));
 }
 
 } // namespace
@@ -31,12 +31,14 @@ int append_run(I64<S> source, int n, I64<S> target, int pos)
 CLOSURE(151, int,
         (I64 basevar_nativeidxs, int dim, int nouter, int trisize, int inner, I64 nidxs, int pos))
 {
-    for (int64_t a = 0; a < nouter; ++a)
-        for (int64_t i = 0; i < dim; ++i)
-            for (int64_t j = 0; j < dim; ++j) {
-                const int64_t p = row_packed(std::max(i, j), std::min(i, j)) + trisize * a;
-                pos = append_run(basevar_nativeidxs.from(p * inner), inner, nidxs, pos);
-            }
+    for (int64_t a = 0; a < nouter; ++a) {
+        const auto triangle = basevar_nativeidxs.from(trisize * a * inner);
+        for (int64_t i = 0; i < dim; ++i) {
+            pos = append_run(triangle.from(row_packed(i, 0) * inner), (i + 1) * inner, nidxs, pos);
+            for (int64_t j = i + 1; j < dim; ++j)
+                pos = append_run(triangle.from(row_packed(j, i) * inner), inner, nidxs, pos);
+        }
+    }
     return pos;
 }
 
@@ -46,12 +48,16 @@ CLOSURE(159, int,
         (I64 basevar_nativeidxs, int pre, int dim, int mid, int dim2, int post, int pos, I64 nidxs))
 {
     for (int64_t a = 0; a < pre; ++a)
-        for (int64_t i = 0; i < dim; ++i)
+        for (int64_t i = 0; i < dim; ++i) {
+            const auto row = basevar_nativeidxs.from((a * dim + i) * mid * dim2 * post);
+            if (mid == 1) {
+                pos = append_run(row, (i + 1) * post, nidxs, pos);
+                continue;
+            }
             for (int64_t j = 0; j <= i; ++j)
-                for (int64_t m = 0; m < mid; ++m) {
-                    const int64_t p = (((a * dim + i) * mid + m) * dim2 + j) * post;
-                    pos = append_run(basevar_nativeidxs.from(p), post, nidxs, pos);
-                }
+                for (int64_t m = 0; m < mid; ++m)
+                    pos = append_run(row.from((m * dim2 + j) * post), post, nidxs, pos);
+        }
     return pos;
 }
 

@@ -1,0 +1,67 @@
+"""Sparse matrices from lists of triplets, put in order by counting: the cost is linear in the
+numbers of entries, rows and columns.
+
+A list of triplets is three arrays: rows `subi` (i32), columns `subj` (i32) and values `val` (f64).
+That rows and columns lie in their ranges is the caller's to see to.
+"""
+
+from .closures import closure
+from .stacks import zeros
+
+
+def sort_triplets(rows, columns, subi, subj, val):
+    """The triplets (subi, subj, val) of a `rows` x `columns` matrix from those in any order: in
+    ascending order of row and, within a row, of column, each position once. The values of repeats
+    are added up in the order of the list; a sum of 0.0 stays."""
+    n = len(val)
+    rptrb, cptrb = pointers(rows), pointers(columns)
+    by_column, by_place = zeros("i32", n), zeros("i32", n)
+    closure(121, cptrb, n, subj)
+    closure(122, cptrb, columns)
+    closure(123, by_column, cptrb, n, subj)
+    closure(124, n, rptrb, subi)
+    closure(125, rows, rptrb)
+    closure(126, by_column, cptrb, columns, by_place, rptrb, subi)
+    count = closure(127, n, min(n, 1), by_place, subi, subj)
+    result = empty_triplets(count)
+    if n > 0:
+        for target, source in zip(result, (subi, subj, val)):
+            target[0] = source[by_place[0]]
+    closure(128, 1, n, by_place, subi, subj, *result, val)
+    return result
+
+
+def transpose_triplets(first, last, columns, subi, subj, val):
+    """The triplets (subi, subj, val), in ascending order of row, as they are in ascending order of
+    column and, within a column, of row. The rows are `first` up to but not including `last`, and
+    count from 0 in the result."""
+    rptrb, cptrb = pointers(last), pointers(columns)
+    closure(117, cptrb, len(val), rptrb, subi, subj)
+    closure(118, last + 1, rptrb)
+    closure(119, cptrb, columns)
+    return _scatter(last - first, rptrb[first + 1 :], cptrb, subj, val)
+
+
+def transpose_compressed(ptr, columns, subj, val):
+    """The same for triplets without `subi`: those of row i stand from ptr[i] up to but not
+    including ptr[i + 1] (i64)."""
+    cptrb = pointers(columns)
+    closure(121, cptrb, len(val), subj)
+    closure(122, cptrb, columns)
+    return _scatter(len(ptr) - 1, ptr, cptrb, subj, val)
+
+
+def _scatter(rows, rptrb, cptrb, subj, val):
+    result = empty_triplets(len(val))
+    # The sum has left the start of each column one place up.
+    closure(120, cptrb[1:], rows, rptrb, subj, *result, val)
+    return result
+
+
+def pointers(count):
+    """A pointer array over `count` rows or columns, with one entry more for the counts."""
+    return memoryview(zeros("i64", count + 2))
+
+
+def empty_triplets(count):
+    return zeros("i32", count), zeros("i32", count), zeros("f64", count)

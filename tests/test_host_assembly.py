@@ -1,0 +1,69 @@
+"""The host's sparse matrices: triplets put in order, and what GLPK's columns come to."""
+
+import random
+import unittest
+
+from host.assembly import sort_triplets, transpose_compressed, transpose_triplets
+from support import f64, i32, i64, prefix
+from test_host import Problem, needs_glpk
+
+
+def random_triplets(rng):
+    """(rows, columns, triplets without order, with repeats)"""
+    rows, columns = rng.randrange(1, 7), rng.randrange(1, 7)
+    return rows, columns, [(rng.randrange(rows), rng.randrange(columns), rng.random())
+                           for _ in range(rng.choice([0, 1, 20]))]
+
+
+def arrays(triplets):
+    return [make(t[k] for t in triplets) for k, make in enumerate((i32, i32, f64))]
+
+
+class Assembly(unittest.TestCase):
+    def test_sorted_sums(self):
+        for seed in range(60):
+            rows, columns, triplets = random_triplets(random.Random(seed))
+            sums = {}
+            for i, j, value in triplets:
+                sums[i, j] = sums.get((i, j), 0.0) + value
+            self.assertEqual(list(zip(*sort_triplets(rows, columns, *arrays(triplets)))),
+                             [(i, j, sums[i, j]) for i, j in sorted(sums)])
+
+    def test_transposition(self):
+        for seed in range(60):
+            rows, columns, triplets = random_triplets(random.Random(seed))
+            triplets.sort(key=lambda t: t[0])
+            by_column = sorted(triplets, key=lambda t: t[1])
+            subi, subj, val = arrays(triplets)
+            ptr = i64(prefix(map(list(subi).count, range(rows))))
+            self.assertEqual(list(zip(*transpose_compressed(ptr, columns, subj, val))), by_column)
+            shifted = i32(i + 3 for i in subi)
+            self.assertEqual(
+                list(zip(*transpose_triplets(3, 3 + rows, columns, shifted, subj, val))), by_column)
+
+
+@needs_glpk
+class Columns(unittest.TestCase):
+    def test_matrices_of_ranges(self):
+        for seed in range(60):
+            rng = random.Random(seed)
+            rows, columns, triplets = random_triplets(rng)
+            entries = {(i, j): value for i, j, value in triplets}
+            problem = Problem()
+            problem.add_rows(rows)
+            problem.add_columns([0.0] * columns, [1.0] * columns)
+            for i in rng.sample(range(rows), rows):  # the library has the columns in any order then
+                row = sorted((j + 1, value) for (k, j), value in entries.items() if k == i)
+                problem.set_rows([i + 1], [0], [len(row)], i32(j for j, _ in row),
+                                 f64(value for _, value in row))
+            cut = rng.randrange(columns + 1)
+            ranges = [(0, cut), (cut, columns), (cut, cut)]
+            for (first, last), m in zip(ranges, problem.matrices(ranges)):
+                self.assertEqual((m.rows, m.columns), (rows, last - first))
+                self.assertEqual(list(zip(m.msubi, m.msubj, m.mval)), sorted(
+                    (i, j - first, value) for (i, j), value in entries.items()
+                    if first <= j < last))
+
+
+if __name__ == "__main__":
+    unittest.main()
