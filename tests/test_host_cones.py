@@ -69,7 +69,7 @@ class Models:
             self.assert_close(model.row_duals(shares), model.duals(t))
 
     def test_semidefinite(self):
-        """max t with A - t I semidefinite; min <A, X> with trace 1: its levels are duals of that."""
+        """max t with A - t I semidefinite; min <A, X> with trace 1, whose levels are its duals."""
         for seed, d in itertools.product(range(4), (1, 2, 3)):
             rng, I = random.Random(seed), SparseMatrix(d, d, range(d), range(d), [1.0] * d)
             A, model = [rng.gauss(0, 1) for _ in range(d * d)], ConicModel(self.native())
