@@ -79,8 +79,8 @@ class ConicModel:
     def semidefinite_variable(self, dim, count=None):
         """A positive semidefinite matrix variable of shape (dim, dim), or `count` of them, of shape
         (count, dim, dim)."""
-        if dim < 0 or (count or 0) < 0:
-            raise ValueError("%s is no shape" % [count, dim, dim])
+        if dim < 1 or (count or 0) < 0:
+            raise ValueError("%s matrices of dimension %s can't be" % (count or 1, dim))
         x = self.tables.add(1 if count is None else count, dim)
         return Variable([dim, dim], x.nativeidxs) if count is None else x
 
