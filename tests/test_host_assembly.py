@@ -3,7 +3,7 @@
 import random
 import unittest
 
-from host.assembly import sort_triplets, transpose_compressed, transpose_triplets
+from host.assembly import sort_triplets, transpose_triplets
 from support import f64, i32, i64, prefix
 from test_host import Problem, needs_glpk
 
@@ -31,15 +31,17 @@ class Assembly(unittest.TestCase):
 
     def test_transposition(self):
         for seed in range(60):
-            rows, columns, triplets = random_triplets(random.Random(seed))
+            rng = random.Random(seed)
+            rows, columns, triplets = random_triplets(rng)
             triplets.sort(key=lambda t: t[0])
             by_column = sorted(triplets, key=lambda t: t[1])
+            starts = lambda sub, count: prefix(map(list(sub).count, range(count)))
             subi, subj, val = arrays(triplets)
-            ptr = i64(prefix(map(list(subi).count, range(rows))))
-            self.assertEqual(list(zip(*transpose_compressed(ptr, columns, subj, val))), by_column)
-            shifted = i32(i + 3 for i in subi)
-            self.assertEqual(
-                list(zip(*transpose_triplets(3, 3 + rows, columns, shifted, subj, val))), by_column)
+            first = rng.randrange(rows + 1)  # the rows before that are left out
+            kept = [t for t in by_column if t[0] >= first]
+            ptr, tsubi, tval = transpose_triplets(i64(starts(subi, rows)[first:]), columns, subj, val)
+            self.assertEqual(list(zip(tsubi, tval)), [(i - first, value) for i, _, value in kept])
+            self.assertEqual(list(ptr), starts([j for _, j, _ in kept], columns))
 
 
 @needs_glpk
