@@ -16,6 +16,8 @@ The time in the host takes in handing the model to GLPK and taking the solution 
 and column by column; the time in the solver is that of solving alone. Reading the file is in
 neither, and the second road is not in the account.
 
+While this takes its time, standard error tells the step that it is in, if that is a terminal.
+
 Exit status: 0; 1 if the roads differ by more than 1e-6, relative; 2, with one line on standard
 error, if there is nothing to compare: the file can't be read, its problem has no solution, the
 parameter is not a finite number, GLPK or the module is missing.
@@ -30,6 +32,7 @@ from dataclasses import dataclass, field
 from .closures import closure, load
 from .glpk import Problem, SolverError
 from .linear import Reference, build
+from .progress import progress
 
 TOLERANCE = 1e-6
 
@@ -93,9 +96,12 @@ class OurRoad:
 
     def solve(self, p):
         """Outcome and cost."""
+        if self._built is None:
+            progress("building the model ...")
         start = self.cost()
         if self._built is None:
             self._built = build(self._problem, self._native)
+        progress("solving for p = %g ..." % p)
         built, model = self._built, self._built.model
         built.scale.value = p
         outcome = Outcome(model.solve())
@@ -108,6 +114,7 @@ class OurRoad:
 
 def direct(reference, p):
     """Outcome of GLPK alone."""
+    progress("solving for p = %g again, by GLPK alone ..." % p)
     outcome = Outcome(reference.solve(p))
     if outcome.status == "optimal":
         s = reference.problem.solution()
@@ -189,6 +196,7 @@ def run(arguments):
         arguments[k : k + 2] = ["=".join(arguments[k : k + 2])]
     options = parser.parse_args(arguments)
     load()
+    progress("reading the file ...")
     problem = Problem.read(options.file)
     problem.maximize = options.maximize
     road, reference = OurRoad(problem), Reference(problem)
@@ -200,6 +208,7 @@ def run(arguments):
         if ours.status != "optimal" and p == 1.0 and comparisons[0].agrees:
             raise SolverError("%s has no solution: the linear problem is %s"
                               % (options.file, ours.status))
+    progress.clear()
     print(table(options.file, problem, comparisons), flush=True)
     if not all(c.agrees for c in comparisons):
         print("host: the two roads don't agree within %g" % TOLERANCE, file=sys.stderr)
@@ -214,6 +223,8 @@ def main(arguments=None):
         text = "%s: %s" % (error.filename, error.strerror) if error.filename else str(error)
     except (UsageError, SolverError, ImportError, OverflowError, MemoryError) as error:
         text = str(error) or type(error).__name__
+    finally:
+        progress.clear()
     print("host: " + " ".join(text.split()), file=sys.stderr)
     return 2
 

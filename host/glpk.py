@@ -21,6 +21,7 @@ from dataclasses import dataclass
 
 from .assembly import transpose_triplets
 from .matrices import SparseMatrix
+from .progress import progress
 from .stacks import zeros
 
 LIBRARY = "libglpk.so.40"
@@ -109,6 +110,7 @@ class Library:
 
     def _end(self, _):
         """The library is about to abort."""
+        progress.clear()
         print("host: GLPK stopped: " + " ".join("".join(self.messages[-2:]).split()),
               file=sys.stderr, flush=True)
         os._exit(2)

@@ -1,15 +1,18 @@
-"""The host's sparse matrices: triplets put in order, and what GLPK's columns come to."""
+"""The host at size: triplets put in order, what GLPK's columns come to, the steps of long work."""
 
+import os
 import random
+import subprocess
+import sys
+import tempfile
 import unittest
 
 from host.assembly import sort_triplets, transpose_triplets
 from support import f64, i32, i64, prefix
-from test_host import Problem, needs_glpk
+from test_host import MIXED, Problem, needs_glpk
 
 
 def random_triplets(rng):
-    """(rows, columns, triplets without order, with repeats)"""
     rows, columns = rng.randrange(1, 7), rng.randrange(1, 7)
     return rows, columns, [(rng.randrange(rows), rng.randrange(columns), rng.random())
                            for _ in range(rng.choice([0, 1, 20]))]
@@ -65,6 +68,27 @@ class Columns(unittest.TestCase):
                 self.assertEqual(list(zip(m.msubi, m.msubj, m.mval)), sorted(
                     (i, j - first, value) for (i, j), value in entries.items()
                     if first <= j < last))
+
+
+@needs_glpk
+class Steps(unittest.TestCase):
+    def test_steps_on_a_terminal(self):
+        steps = ["reading", "building", "solving", "alone"]
+        for text, status, expected, left in ((MIXED, 0, steps, r"\A *\Z"),
+                                             ("nothing", 2, steps[:1], r"\Ahost: .*MPS file")):
+            with tempfile.NamedTemporaryFile("w") as model:
+                print(text, file=model, flush=True)
+                terminal, standard_error = os.openpty()
+                found = subprocess.call([sys.executable, "-m", "host", model.name],
+                                        stdout=subprocess.DEVNULL, stderr=standard_error)
+                os.close(standard_error)
+                shown = os.read(terminal, 65536).decode().replace("\r\n", "\n")
+                os.close(terminal)
+            self.assertEqual((found, [s for s in steps if s in shown]), (status, expected))
+            screen = ""
+            for part in shown.split("\r"):
+                screen = part + screen[len(part) :]
+            self.assertRegex(screen, left)
 
 
 if __name__ == "__main__":
