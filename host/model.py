@@ -51,8 +51,9 @@ class Constants:
         self.moving.extend(zeros("f64", count))
         self.store.add_rows(count)
 
-    def __getitem__(self, row):
-        return self.fixed[row] + self.moving[row]
+    def at(self, rows):
+        fixed, moving = self.fixed, self.moving
+        return [fixed[row] + moving[row] for row in rows]
 
     def clear(self, rows):
         self.store.clear(rows)
@@ -209,11 +210,13 @@ class Model:
         self.native.set_rows(lrowidx, begins, ends, subj, val)
 
     def _bound(self, rows):
-        floors = (self._floor if self._has_floor[row] else self._constants for row in rows)
+        constants = self._constants.at(rows)
+        floors = [floor if self._has_floor[row] else constant for row, constant, floor
+                  in zip(rows, constants, self._floor.at(rows))]
         self.native.set_row_bounds(
             rows,
-            [self._lower[row] - floor[row] for row, floor in zip(rows, floors)],
-            [self._upper[row] - self._constants[row] for row in rows])
+            [self._lower[row] - floor for row, floor in zip(rows, floors)],
+            [self._upper[row] - constant for row, constant in zip(rows, constants)])
 
     # Solving.
 
@@ -225,7 +228,7 @@ class Model:
         moved_floor, _ = self._floor.evaluate(self.param_value, x)
         rows = sorted({*moved, *moved_floor})
         if rows[:1] == [0]:
-            self.native.set_objective(rows[:1], [self._constants[0]])
+            self.native.set_objective(rows[:1], self._constants.at(rows[:1]))
             del rows[0]
         self._bound(rows)
         for row, terms in itertools.groupby(coefficients, operator.itemgetter(0)):
