@@ -85,9 +85,9 @@ class SemidefiniteLayout:
 class ConeTables:
     """The cones of a model. Conic row k is slot k: slots are numbered cone by cone.
 
-    By slot: `accafeidxs` and `accb`, the affine row that it is and the constant that goes off;
-    `accid`, `ofs`, `afe`, `scale` (as the conic row): its cone, its place there, its affine row, and
-    the factor that turns its value into that of its element. By cone: `accptr`, its first slot.
+    By slot: `accafeidxs` and `accb`, the affine row that it is and the constant that goes off; as a
+    conic row `accid`, `ofs`, `afe` and `scale`, its cone, its place there, its affine row, and the
+    factor that turns its value into that of its element. By cone: `accptr`, its first slot.
     """
 
     def __init__(self):

@@ -32,7 +32,8 @@ def pattern(shape, subscripts):
     closure(49, nd, shape, strides)
     closure(51, False, n, shape, midxs, sparsity, strides)
     if not closure(42, True, sparsity):
-        perm, other, ptr = zeros("i32", n), zeros("i32", n), zeros("i32", closure(52, 0, nd, shape) + 1)
+        perm, other = zeros("i32", n), zeros("i32", n)
+        ptr = zeros("i32", closure(52, 0, nd, shape) + 1)
         closure(53, perm, n)
         for k in range(nd):
             closure(54, perm, k, midxs, n, nd, ptr, shape, other)
