@@ -111,7 +111,7 @@ class ConicSolution:
 
     In a minimisation the duals of bounds are at least 0, and those of cones and of semidefinite
     variables lie in the same cones; in a maximisation all have the other sign. In both, the
-    gradient of form 0 is the sum of dual times gradient over all rows, columns, slots and variables,
+    gradient of form 0 is the sum over rows, columns, slots and variables of dual times gradient,
     with `slc` - `suc` for a row and `slx` - `sux` for a column.
     """
 
