@@ -5,7 +5,7 @@ import math
 from array import array
 
 from .closures import closure
-from .conic import QUADRATIC, SEMIDEFINITE, Cone
+from .conic import SEMIDEFINITE, Cone
 from .stacks import as_array, size, zeros
 
 # A slot off the diagonal is the entry of its matrix times the square root of 2.
