@@ -1,6 +1,6 @@
 # `make test` and `make demo` set up all they need, build the module and run it. See scripts/.
 
-.PHONY: test checked sanitize test311 demo bench lint clean
+.PHONY: test checked sanitize test311 demo demo-sdp bench lint clean
 
 # Where a test runs: as shipped, with each array access tested, under the sanitizers, for 3.11.
 test:     preset = release
@@ -17,6 +17,13 @@ demo: export PARAMETER := $(PARAMETER)
 demo:
 	@scripts/build.sh release
 	@scripts/demo.sh
+
+# make demo-sdp [MODEL=FILE.dat-s] [PARAMETER=1.1]
+demo-sdp: export MODEL := $(MODEL)
+demo-sdp: export PARAMETER := $(PARAMETER)
+demo-sdp:
+	@scripts/build.sh release
+	@scripts/demo_sdp.sh
 
 # make bench [OPTIONS="--most 1000000 PATTERN"]
 bench:

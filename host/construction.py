@@ -99,6 +99,20 @@ class Construction:
         closure(402, e.hassp, nelem, r.i64, e.sp_base, sparsity)
         return e
 
+    def push_parameters(self, shape, indexes, sparsity=None):
+        """The parameters indexes[i] (i32) of a model as an expression, one for each element. All
+        elements are stored, or those at the linear indexes `sparsity` (i64). Raises ValueError if
+        these lists don't fit the shape, or an index is no parameter's."""
+        r, shape, indexes = self.r, as_array("i32", shape), as_array("i32", indexes)
+        nelem, sparsity = len(indexes), stored_places(shape, len(indexes), sparsity)
+        if min(indexes, default=0) < 0:
+            raise ValueError("%d is no index of a parameter" % min(indexes))
+        e = r.reserve_expression(shape, nelem, nelem, nelem, sparsity is not None)
+        closure(315, e.hassp, e.nd, nelem, indexes, e.cconst_base, e.code_base, e.codeptr_base,
+                e.cof_base, r.f64, r.i32, r.i64, e.nidxs_base, e.ptr_base, e.shape_base, e.sp_base,
+                shape, sparsity)
+        return e
+
     # Outer products.
 
     def outer_product(self, vector, forms, transposed=False):

@@ -12,11 +12,12 @@ from .closures import closure
 from .construction import Construction
 from .matrices import DenseMatrix, SparseMatrix
 from .products import Products
-from .stacks import LARGEST, Stack, as_array, operand, size, zeros
+from .stacks import LARGEST, OperandList, Stack, as_array, operand, size, zeros
+from .structure import Structure
 from .sums import Sums
 
 
-class Evaluator(Construction, Sums, Products):
+class Evaluator(Construction, Sums, Products, Structure):
     """Builds expressions. A result stands on the r stack and operands are taken from the w stack;
     the two are the same arrays here, so that a result is the next operand where it stands. The x
     stack is scratch between the closures of one operation.
@@ -306,14 +307,3 @@ class Evaluator(Construction, Sums, Products):
 
     def _write_shape(self, e):
         closure(570, self.r.i32, as_array("i32", e.shape), e.shape_base)
-
-
-class OperandList:
-    """The headers of several operands, one i32 array for each field."""
-
-    def __init__(self, operands):
-        self.n = len(operands)
-        for name in ("nd", "nelem", "nnz", "ncodeatom", "shape_base", "ptr_base", "sp_base",
-                     "nidxs_base", "cof_base", "codeptr_base", "code_base", "cconst_base"):
-            setattr(self, name, as_array("i32", [getattr(e, name) for e in operands]))
-

@@ -283,6 +283,10 @@ class Problem:
     def set_column_bounds(self, columns, lower, upper):
         self._set(self._lib.set_col_bnds, columns, *native_bounds(lower, upper))
 
+    def column_lengths(self, columns):
+        """The number of terms in each of the `columns`."""
+        return [self._lib.get_mat_col(self._handle, j, None, None) for j in columns]
+
     def set_objective(self, columns, coefficients):
         """The coefficients of some columns, and of column 0 the constant."""
         self._set(self._lib.set_obj_coef, columns, map(ctypes.c_double, coefficients))
@@ -294,6 +298,7 @@ class Problem:
     def set_rows(self, rows, begins, ends, subj, val):
         """The terms of some rows: columns and coefficients at the places `begin` up to but not
         including `end` of the lists `subj` (i32, ascending) and `val` (f64)."""
+        self._started = False  # the library aborts on some bases that a new matrix makes singular
         columns = self.columns
         for i, begin, end in zip(rows, begins, ends):
             if begin < end and not 1 <= subj[begin] <= subj[end - 1] <= columns:
@@ -320,7 +325,10 @@ class Problem:
         length = self._lib.get_mat_row(self._handle, i, None, None)
         subj, val = zeros("i32", length), zeros("f64", length)
         self._lib.get_mat_row(self._handle, i, address(subj, -1), address(val, -1))
-        terms = sorted({**dict(zip(subj, val)), **coefficients}.items())
+        held = dict(zip(subj, val))
+        if all(held.get(j, 0.0) == coefficient for j, coefficient in coefficients.items()):
+            return
+        terms = sorted({**held, **coefficients}.items())
         self.set_rows([i], [0], [len(terms)], array("i", [j for j, _ in terms]),
                       array("d", [v for _, v in terms]))
 
@@ -329,9 +337,10 @@ class Problem:
     def solve(self):
         """Solves by the primal simplex method; "optimal", "infeasible" or "unbounded".
 
-        The first time it begins with an advanced basis, later with the basis that the last time
-        ended with: two problems with the same rows and columns in the same order and with the same
-        history take the same steps and end with the same basis, also where several are optimal.
+        The first time, and when the matrix has changed, it begins with an advanced basis, later
+        with the basis that the last time ended with: two problems with the same rows and columns in
+        the same order and with the same history take the same steps and end with the same basis,
+        also where several are optimal.
         """
         lib, start = self._lib, time.perf_counter()
         lib.messages.clear()

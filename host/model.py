@@ -14,8 +14,10 @@ from array import array
 from .closures import closure
 from .expressions import Evaluator
 from .row_store import RowStore
+from .slots import Slots
 from .stacks import as_array, size, zeros
 from .variables import Variable
+from .views import ConstraintViews
 
 CONSTANT = array("i", [0])  # the variable index of the constant term
 
@@ -25,16 +27,16 @@ class Parameter:
     model's table. A new value is taken up by the next `Model.solve`."""
 
     def __init__(self, model, value):
-        self._table, self.index = model.param_value, len(model.param_value)
-        self._table.append(value)
+        self.model, self.index = model, len(model.param_value)
+        model.param_value.append(value)
 
     @property
     def value(self):
-        return self._table[self.index]
+        return self.model.param_value[self.index]
 
     @value.setter
     def value(self, value):
-        self._table[self.index] = value
+        self.model.param_value[self.index] = value
 
 
 class Constants:
@@ -86,20 +88,41 @@ class Constants:
         return rows, itertools.compress(zip(subi, subj, val), subj)
 
 
-class Constraint:
-    """The rows of one expression: `nativeidxs` (i32) holds the row code of each element."""
+class Constraint(ConstraintViews):
+    """The rows of one expression: `nativeidxs` (i32) holds the row code of each element. `model` is
+    the model that has made it; a view of one has none."""
 
-    def __init__(self, shape, nativeidxs):
-        self.shape, self.nativeidxs = tuple(shape), nativeidxs
+    removed = False
+
+    def __init__(self, shape, nativeidxs, model=None):
+        self.shape, self.nativeidxs, self.model = tuple(shape), nativeidxs, model
+
+
+class ModelVariable(Variable):
+    """A variable as a model has made it; others are views of such."""
+
+    removed = False
+
+    def __init__(self, shape, nativeidxs, model):
+        super().__init__(shape, nativeidxs)
+        self.model = model
 
 
 class Model:
-    """A problem that is built and solved in `native`, an empty native problem (see `glpk`)."""
+    """A problem that is built and solved in `native`, an empty native problem (see `glpk`).
+
+    What is removed leaves rows or columns without terms in the native problem, and what is added
+    next takes these first: a model that changes again and again doesn't grow.
+    """
 
     def __init__(self, native):
         self.native = native
         self.evaluator = Evaluator()
         self.param_value = array("d")
+        # Row 0 stands for the objective, column 0 for the constant.
+        self._rows, self._columns = Slots(), Slots()
+        self._rows.take(1)
+        self._columns.take(1)
         # By native row: the bounds of its element, and the constants in it.
         self._lower, self._upper = array("d", [-math.inf]), array("d", [math.inf])
         self._constants, self._floor = Constants(), Constants()
@@ -112,11 +135,43 @@ class Model:
     def parameter(self, value):
         return Parameter(self, value)
 
+    def parameters(self, values):
+        """A list of parameters, one for each of the values."""
+        return [Parameter(self, value) for value in values]
+
+    def set_values(self, parameters, values):
+        """Gives each of the parameters its value. Raises ValueError, with none set, if there are
+        not as many or one is of another model."""
+        values = as_array("f64", values)
+        if len(values) != len(parameters):
+            raise ValueError("%d parameters can't have %d values" % (len(parameters), len(values)))
+        closure(102, self._indexes(parameters), self.param_value, values)
+
+    def values(self, parameters):
+        """The values of the parameters (f64). Raises ValueError if one is of another model."""
+        values = zeros("f64", len(parameters))
+        closure(101, self._indexes(parameters), self.param_value, values)
+        return values
+
+    def _indexes(self, parameters):
+        if any(p.model is not self for p in parameters):
+            raise ValueError("a parameter is of another model")
+        return array("i", [p.index for p in parameters])
+
     def variable(self, shape, lower=-math.inf, upper=math.inf):
         """A variable of that shape; each bound is a number or one for each element."""
         count = size(shape)
-        first = self.native.add_columns(each(lower, count), each(upper, count))
-        return Variable(shape, array("q", range(first, first + count)))
+        lower, upper = each(lower, count), each(upper, count)
+        columns = self._columns.take(count)
+        old = count - added(columns, self.native.columns)
+        try:
+            self.native.set_column_bounds(columns[:old], lower[:old], upper[:old])
+            self.native.add_columns(lower[old:], upper[old:])
+        except BaseException:
+            self._columns.give_back(columns)
+            raise
+        self._solution = None
+        return ModelVariable(shape, columns, self)
 
     def minimize(self, e):
         """Makes the only element of the expression `e` the objective."""
@@ -145,7 +200,8 @@ class Model:
 
         With the expression `floor` the constants in that take the place of those in `e` where it
         is held above `lower`: a range whose sides move with parameters. Nothing but the constants
-        of `floor` counts. Raises ValueError, with nothing added, if the shapes differ.
+        of `floor` counts. Raises ValueError, with nothing added, if the shapes differ or a variable
+        is not in the model.
         """
         if floor is not None and floor.shape != e.shape:
             raise ValueError("the shapes %s and %s differ" % (list(floor.shape), list(e.shape)))
@@ -156,24 +212,71 @@ class Model:
             subj, val = self._terms(e)
             floor = None if floor is None else self.evaluator.finish(floor)
             rows = self._add_rows(lower, upper, floor is not None)
-            stored = self._stored(e, rows)
-            self._write_rows(e, stored, subj, val)
-            self._constants.write(w, e, stored)
-            if floor is not None:
-                self._floor.write(w, floor, self._stored(floor, rows))
-        self._bound(rows)
-        return Constraint(shape, rows)
+            try:
+                stored = self._stored(e, rows)
+                self._write_rows(e, stored, subj, val)
+                self._constants.write(w, e, stored)
+                if floor is not None:
+                    self._floor.write(w, floor, self._stored(floor, rows))
+                self._bound(rows)
+            except BaseException:
+                self._free_rows(rows)
+                raise
+        return Constraint(shape, rows, self)
 
     def _add_rows(self, lower, upper, has_floor):
-        """The codes of new rows, which have no terms yet."""
-        count = len(lower)
-        first = self.native.add_rows(count)
-        self._lower.extend(lower)
-        self._upper.extend(upper)
-        self._has_floor.extend(bytes([has_floor]) * count)
+        """The codes of rows that have no terms yet."""
+        rows = self._rows.take(len(lower))
+        count = added(rows, self.native.rows)
+        self.native.add_rows(count)
+        for table in (self._lower, self._upper):
+            table.extend(zeros("f64", count))
+        self._has_floor.extend(bytes(count))
         self._constants.add_rows(count)
         self._floor.add_rows(count)
-        return array("i", range(first, first + count))
+        closure(102, rows, self._lower, lower)
+        closure(102, rows, self._upper, upper)
+        for row in rows:
+            self._has_floor[row] = has_floor
+        self._solution = None
+        return rows
+
+    def remove(self, item):
+        """Takes a constraint, or a variable that stands in none any more, out of the model. Raises
+        ValueError if it is not one that this model has made and still has.
+
+        Neither it nor a view of it can be used any more. For a view this is noticed as long as its
+        rows or columns haven't been taken again.
+        """
+        made = isinstance(item, (Constraint, ModelVariable)) and item.model is self
+        if not made or item.removed:
+            raise ValueError("only a constraint or variable that is in the model can be removed "
+                             "from it: a view can't, nor what was removed before")
+        if isinstance(item, Constraint):
+            self._free_rows(item.nativeidxs)
+        else:
+            self._free_columns(item.nativeidxs)
+        item.removed = True
+
+    def _free_rows(self, rows):
+        count = len(rows)
+        self.native.set_rows(rows, zeros("i32", count), zeros("i32", count),
+                             zeros("i32", 0), zeros("f64", 0))
+        self.native.set_row_bounds(rows, [-math.inf] * count, [math.inf] * count)
+        self._constants.clear(rows)
+        self._floor.clear(rows)
+        self._rows.give_back(rows)
+        self._solution = None
+
+    def _free_columns(self, columns):
+        held = {*self._costed, *self._constants.store.variables(), *self._floor.store.variables()}
+        if any(self.native.column_lengths(columns)) or not held.isdisjoint(columns):
+            raise ValueError("a variable can't be removed while it stands in the objective or in a "
+                             "constraint")
+        self.native.set_column_bounds(columns, zeros("f64", len(columns)),
+                                      zeros("f64", len(columns)))
+        self._columns.give_back(columns)
+        self._solution = None
 
     def _terms(self, e):
         """Variables (i32) and coefficients (f64) of all terms, counted from 1 as the native model
@@ -184,6 +287,8 @@ class Model:
             if closure(21, nidxs, 0) < e.nnz:
                 raise ValueError("a linear model can't take semidefinite terms")
             closure(22, 1, nidxs, subj, val, cof)
+        if not self._columns.all_used(subj):
+            raise ValueError("a variable of the expression is not in the model, or not any more")
         if not all_finite(val):
             raise ValueError("a coefficient is not finite")
         return subj, val
@@ -256,24 +361,24 @@ class Model:
         return self._solved().objective
 
     def levels(self, variable):
-        res = zeros("f64", len(variable))
-        closure(19, None, len(variable), variable.nativeidxs, 0, res, self._solved().xx)
+        res, xx = zeros("f64", len(variable)), self._solved(variable, self._columns).xx
+        closure(19, None, len(variable), variable.nativeidxs, 0, res, xx)
         return res
 
     def duals(self, variable):
         """The combined duals of the bounds, that of the lower minus that of the upper one."""
-        res, columns = zeros("f64", len(variable)), len(self._solved().xx)
-        no_block = array("i", [-1]) * columns
+        res, xx = zeros("f64", len(variable)), self._solved(variable, self._columns).xx
+        no_block = array("i", [-1]) * len(xx)
         closure(20, None, None, None, len(variable), variable.nativeidxs, 0, res, no_block, None,
                 self._yx)
         return res
 
     def row_levels(self, constraint):
         """The sums of the terms of variables; constants are not among them."""
-        return self._read_rows(15, constraint, self._solved().xc)
+        return self._read_rows(15, constraint, self._solved(constraint, self._rows).xc)
 
     def row_duals(self, constraint):
-        self._solved()
+        self._solved(constraint, self._rows)
         return self._read_rows(16, constraint, self._y)
 
     def _read_rows(self, number, constraint, values):
@@ -282,10 +387,21 @@ class Model:
         closure(number, None, None, None, None, None, len(rows), rows, 0, res, values)
         return res
 
-    def _solved(self):
+    def _solved(self, item=None, slots=None):
+        """The solution; ValueError if there is none, or not of the variable or constraint `item`,
+        whose numbers are among `slots`."""
+        if item is not None and (getattr(item, "removed", False)
+                                 or not slots.all_used(item.nativeidxs)):
+            raise ValueError("what is to be read is not in the model, or not any more")
         if self._solution is None:
-            raise ValueError("the model has no solution: it is not solved, or has no optimum")
+            raise ValueError("the model has no solution: it is not solved as it is now, or has no "
+                             "optimum")
         return self._solution
+
+
+def added(slots, last):
+    """How many of the slots, the last of which are the new ones, are behind the slot `last`."""
+    return max(0, slots[-1] - last) if len(slots) > 0 else 0
 
 
 def all_finite(values):
@@ -297,8 +413,8 @@ def all_finite(values):
 
 
 def each(bound, count):
-    """A bound for each of `count` elements, from one number or as many."""
-    bounds = [bound] * count if isinstance(bound, (int, float)) else list(bound)
+    """A bound (f64) for each of `count` elements, from one number or as many."""
+    bounds = as_array("f64", [bound] * count if isinstance(bound, (int, float)) else bound)
     if len(bounds) != count:
         raise ValueError("%d elements can't have %d bounds" % (count, len(bounds)))
     return bounds

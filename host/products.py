@@ -6,10 +6,10 @@ dropped, and a factor of 0.0 gives terms with the coefficient 0.0; one exception
 `mul_right`.
 """
 
-from array import array
 from dataclasses import replace
 
 from .closures import closure
+from .data import linear_indexes, merged, rank2
 from .matrices import DenseMatrix, require_order
 from .stacks import LARGEST, as_array, operand, size, zeros
 
@@ -26,34 +26,33 @@ class SparseTensor:
 
     @classmethod
     def from_subscripts(cls, shape, subscripts, mcof):
-        """The tensor whose entries are told by their subscripts (i32), one for each dimension and
-        all of an entry together. Raises ValueError if one lies outside of the shape."""
-        shape, subscripts = as_array("i32", shape), as_array("i32", subscripts)
-        nd, count = len(shape), len(mcof)
-        if len(subscripts) != nd * count:
-            raise ValueError("%d entries of %d dimensions can't have %d subscripts"
-                             % (count, nd, len(subscripts)))
-        msp, strides = zeros("i64", count), zeros("i64", nd)
-        if len(subscripts) > 0:
-            strides[nd - 1] = 1
-            closure(448, nd, strides, shape)
-            for k, extent in enumerate(shape):
-                column = memoryview(subscripts)[k::nd]
-                require_order(shape, closure(474, False, extent, extent, count, column, column),
-                              False)
-            closure(449, nd, msp, strides,
-                    memoryview(subscripts).cast("B").cast("i", [count, nd]))
-        return cls(shape, msp, mcof)
+        """The tensor whose entries are told by their subscripts, a row for each or all in one list,
+        in any order: the values of repeats are added up. Raises ValueError with the first entry
+        that lies outside of the shape."""
+        return cls.from_indexes(shape, linear_indexes(shape, subscripts, len(mcof)), mcof)
+
+    @classmethod
+    def from_indexes(cls, shape, msp, mcof):
+        """The same by their linear indexes."""
+        msp, mcof = as_array("i64", msp), as_array("f64", mcof)
+        if len(msp) != len(mcof):
+            raise ValueError("%d indexes can't have %d values" % (len(msp), len(mcof)))
+        return cls(shape, *merged(shape, msp, mcof))
 
     @classmethod
     def of(cls, data):
-        """A matrix as a tensor, a dense one with all of its entries; a tensor itself."""
+        """A matrix as a tensor, a dense one with all of its entries; a tensor itself. Raises
+        ValueError if the matrix is out of order."""
         if isinstance(data, cls):
             return data
-        matrix = sparse(data)
-        subscripts = zeros("i32", 2 * matrix.mnnz)
-        subscripts[0::2], subscripts[1::2] = matrix.msubi, matrix.msubj
-        return cls.from_subscripts((matrix.rows, matrix.columns), subscripts, matrix.mval)
+        m = sparse(data)
+        m.test()
+        msp, strides = zeros("i64", m.mnnz), as_array("i64", [0, 1])
+        closure(448, 2, strides, as_array("i32", [m.rows, m.columns]))
+        subscripts = zeros("i32", 2 * m.mnnz)
+        subscripts[0::2], subscripts[1::2] = m.msubi, m.msubj
+        closure(449, 2, msp, strides, rank2(subscripts, m.mnnz, 2))
+        return cls((m.rows, m.columns), msp, m.mval)
 
 
 class Products:
@@ -443,7 +442,9 @@ def sparse(matrix):
 
 def negated(values):
     """-values, as an f64 array."""
-    return array("d", [-value for value in values])
+    result = zeros("f64", len(values))
+    closure(610, result, -1.0, len(values), values)
+    return result
 
 
 def scaled_atoms(e):

@@ -15,7 +15,7 @@ class RowStore:
     pools `param_varidx` and `param_code_sizes`; their programs lie back to back in the pools `code`
     and `cconst`, from row_code_ptr[r] on.
 
-    Cleared rows leave a gap in the pools, which is not used again.
+    Cleared rows leave gaps in the pools, which are closed once they are the larger part.
     """
 
     def __init__(self):
@@ -56,12 +56,34 @@ class RowStore:
         self.code_used += natom
         self.longest = max(self.longest, longest)
 
+    def variables(self):
+        """The variables that have an entry in some row."""
+        return {j for b, e in zip(self.row_param_ptrb, self.row_param_ptre)
+                for j in self.param_varidx[b:e]}
+
     def _make_room(self, nparam, natom):
+        if self.code_top > 2 * self.code_used and self.code_top + natom > len(self.code):
+            self._close_gaps()
         entries = closure(142, self.entry_top, len(self.param_varidx), nparam)
         atoms = closure(142, self.code_top, len(self.code), natom)
         for pool, capacity in ((self.param_varidx, entries), (self.param_code_sizes, entries),
                                (self.code, atoms), (self.cconst, atoms)):
             pool.frombytes(bytes(pool.itemsize * (capacity - len(pool))))
+
+    def _close_gaps(self):
+        """Moves what the rows hold to the front of the pools, in the order that it has there."""
+        held = [r for r, (b, e) in enumerate(zip(self.row_param_ptrb, self.row_param_ptre)) if b < e]
+        held.sort(key=self.row_param_ptrb.__getitem__)
+        self.entry_top = self.code_top = 0
+        for r in held:
+            natom = closure(139, 0, r, self.param_code_sizes, self.row_param_ptrb,
+                            self.row_param_ptre)
+            entries = slice(self.row_param_ptrb[r], self.row_param_ptre[r])
+            atoms = slice(self.row_code_ptr[r], self.row_code_ptr[r] + natom)
+            self.row_param_ptrb[r], self.row_code_ptr[r] = self.entry_top, self.code_top
+            self.entry_top = move(entries, self.entry_top, self.param_varidx, self.param_code_sizes)
+            self.code_top = move(atoms, self.code_top, self.code, self.cconst)
+            self.row_param_ptre[r] = self.entry_top
 
     def evaluate(self, param_value, x):
         """The triplets (subi, subj, val) for the parameter values `param_value` (f64): row (i32),
@@ -75,3 +97,11 @@ class RowStore:
                     self.param_varidx, self.row_code_ptr, self.row_param_ptrb, self.row_param_ptre,
                     stack, 0, subi, subj, val, x.f64)
         return subi, subj, val
+
+
+def move(places, top, *pools):
+    """Moves entries of the pools to the places from `top` on; returns the place behind them."""
+    for pool in pools:
+        entries = pool[places]
+        pool[top : top + len(entries)] = entries
+    return top + places.stop - places.start

@@ -63,6 +63,17 @@ def operand(e):
     return e
 
 
+class OperandList:
+    """The headers of several operands, one i32 array for each field."""
+
+    def __init__(self, operands):
+        self.n = len(operands)
+        for name in ("nd", "nelem", "nnz", "ncodeatom", "hassp", "shape_base", "ptr_base",
+                     "sp_base", "nidxs_base", "cof_base", "codeptr_base", "code_base",
+                     "cconst_base"):
+            setattr(self, name, as_array("i32", [getattr(e, name) for e in operands]))
+
+
 class Stack:
     """Three arrays `i32`, `i64`, `f64` that grow by doubling, with a free position in each.
 

@@ -60,6 +60,20 @@ void fill_n(Array<T, S> target, int64_t n, std::type_identity_t<T> value)
     for (int64_t i = 0; i < n; ++i) target[i] = value;
 }
 
+/// target[i] = source[places[i]].
+template <class T, class P, class S>
+void gather_n(Array<T, S> source, int64_t n, Array<P, S> places, Array<T, S> target)
+{
+    for (int64_t i = 0; i < n; ++i) target[i] = source[places[i]];
+}
+
+/// target[places[i]] = source[i]. Of several entries for one place the last stays.
+template <class T, class P, class S>
+void scatter_n(Array<T, S> source, int64_t n, Array<P, S> places, Array<T, S> target)
+{
+    for (int64_t i = 0; i < n; ++i) target[places[i]] = source[i];
+}
+
 /// target[i] = i.
 template <class T, class S>
 void iota_n(Array<T, S> target, int64_t n)
@@ -126,6 +140,14 @@ void row_major_strides(Array<T, S> extents, int64_t nd, Strides strides)
         strides[i] = static_cast<Stride>(extents[i + 1]) * strides[i + 1];
 }
 
+/// All row-major strides, the last one 1.
+template <class T, class S, class Strides>
+void all_row_major_strides(Array<T, S> extents, int64_t nd, Strides strides)
+{
+    if (nd > 0) strides[nd - 1] = 1;
+    row_major_strides(extents, nd, strides);
+}
+
 /// `initial` plus the sum of subscripts[k] * strides[k] for k below `n`, in the type of `initial`.
 template <class Sum, class Subscripts, class Strides>
 Sum dot_n(Sum initial, Subscripts subscripts, Strides strides, int64_t n)
@@ -134,6 +156,16 @@ Sum dot_n(Sum initial, Subscripts subscripts, Strides strides, int64_t n)
         initial += static_cast<Sum>(subscripts[k]) * static_cast<Sum>(strides[k]);
     return initial;
 }
+
+/// A row of a matrix as a list.
+template <class T, class S>
+struct MatrixRow
+{
+    Matrix<T, S> matrix;
+    int64_t row;
+
+    T& operator[](int64_t k) const { return matrix(row, k); }
+};
 
 /// Adds the linear index of each of the first `n` rows of subscripts to its entry of `sp`.
 template <class S>
@@ -151,6 +183,46 @@ bool strictly_ascending(bool flag, Array<T, S> list, int64_t n)
     return flag;
 }
 
+/// `flag`, and list[i] <= list[i + 1] for all neighbours of the first `n` entries.
+template <class T, class S>
+bool ascending(bool flag, Array<T, S> list, int64_t n)
+{
+    for (int64_t i = 0; flag && i < n - 1; ++i) flag = list[i] <= list[i + 1];
+    return flag;
+}
+
+/// The entries of a `rows` x `columns` matrix to triplets, row by row, zeros too. Returns how many.
+template <class S>
+int64_t dense_to_triplets(int rows, int columns, Matrix<double, S> matrix, I32<S> subi, I32<S> subj,
+                          F64<S> val)
+{
+    int64_t k = 0;
+    for (int i = 0; i < rows; ++i) {
+        for (int j = 0; j < columns; ++j, ++k) {
+            subi[k] = i;
+            subj[k] = j;
+            val[k] = matrix(i, j);
+        }
+    }
+    return k;
+}
+
+/// A matrix row by row: target[i * columns + j] = matrix(i, j).
+template <class T, class S>
+void flatten(Matrix<T, S> matrix, int64_t rows, int64_t columns, Array<T, S> target)
+{
+    for (int64_t i = 0; i < rows; ++i)
+        for (int64_t j = 0; j < columns; ++j) target[i * columns + j] = matrix(i, j);
+}
+
+/// Triplets into a row-major matrix of `columns` columns: matrix[subi[t] * columns + subj[t]] =
+/// val[t] for the first `n`. Of several entries for one place the last stays.
+template <class S>
+void scatter_triplets(int64_t n, I32<S> subi, I32<S> subj, F64<S> val, int columns, F64<S> matrix)
+{
+    for (int64_t t = 0; t < n; ++t) matrix[int64_t{subi[t]} * columns + subj[t]] = val[t];
+}
+
 // Counting sorts, in three steps: count_keys, running_sum, place_by_key. A count stands one entry
 // above its key, so that the running sum leaves each group's start at its key; placing advances
 // that to the group's end, which is the start of the next group. Where counts stand two entries
@@ -165,13 +237,15 @@ void count_keys(int64_t n, Key key, Array<P, S> ptr)
 }
 
 /// The items item(0) to item(n - 1), in this order, each to the next free place of its group:
-/// target[next[key(item)]++] = item. Stable.
+/// target[next[key(item)]] = item, and then that place advances. Stable.
 template <class P, class T, class S, class Item, class Key>
 void place_by_key(int64_t n, Item item, Key key, Array<P, S> next, Array<T, S> target)
 {
     for (int64_t i = 0; i < n; ++i) {
         const auto p = item(i);
-        target[next[key(p)]++] = static_cast<T>(p);
+        const auto group = key(p);
+        target[next[group]] = static_cast<T>(p);
+        ++next[group];
     }
 }
 
@@ -236,6 +310,36 @@ int64_t for_each_run(int64_t begin, int64_t end, Key key, Run run)
     return begin;
 }
 
+/// The first of the places, whose keys ascend, with a key that isn't below `bound`; their end if
+/// there is none.
+template <class Key, class Value>
+int64_t lower_bound(Range places, Key key, Value bound)
+{
+    while (places.begin < places.end) {
+        const int64_t middle = places.begin + (places.end - places.begin) / 2;
+        if (key(middle) < bound)
+            places.begin = middle + 1;
+        else
+            places.end = middle;
+    }
+    return places.begin;
+}
+
+/// The same by doubling steps from the first place (Bentley and Yao's unbounded search), where the
+/// bound may be near: the cost is the logarithm of its distance.
+template <class Key, class Value>
+int64_t near_lower_bound(Range places, Key key, Value bound)
+{
+    int64_t step = 1;
+    int64_t high = places.begin;
+    while (high < places.end && key(high) < bound) {
+        places.begin = high + 1;
+        high += step;
+        step *= 2;
+    }
+    return lower_bound({places.begin, std::min(high, places.end)}, key, bound);
+}
+
 /// Merges two lists of strictly ascending keys and calls `match(a, b)` with the places of each key
 /// that both hold. Reads no key of a list once the other is used up.
 template <class KeyA, class KeyB, class Match>
@@ -256,31 +360,51 @@ void for_each_match(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
     }
 }
 
-/// The same where the keys of `b` ascend and there may be many more of them than of `a`: `b` is
-/// searched by doubling steps (Bentley and Yao's unbounded search), so that the cost is that of `a`
-/// times the logarithm of the distances in `b`.
+/// for_each_run over ascending whole-numbered keys, for runs that may be long: the end of each is
+/// searched.
+template <class Key, class Run>
+int64_t for_each_long_run(int64_t begin, int64_t end, Key key, Run run)
+{
+    while (begin < end) {
+        const auto common = key(begin);
+        const int64_t next = near_lower_bound({begin + 1, end}, key, common + 1);
+        run(common, Range{begin, next});
+        begin = next;
+    }
+    return begin;
+}
+
+/// for_each_match where the keys of `b` ascend and there may be many more of them than of `a`: `b`
+/// is searched, so that the cost is that of `a` times the logarithm of the distances in `b`.
 template <class KeyA, class KeyB, class Match>
 void for_each_match_in_long(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
 {
     for (; a.begin < a.end && b.begin < b.end; ++a.begin) {
         const auto key = key_a(a.begin);
-        // All places below b.begin have smaller keys; find the first whose key isn't.
-        int64_t step = 1;
-        int64_t high = b.begin;
-        while (high < b.end && key_b(high) < key) {
-            b.begin = high + 1;
-            high += step;
-            step *= 2;
-        }
-        high = std::min(high, b.end);
-        while (b.begin < high) {
-            const int64_t middle = b.begin + (high - b.begin) / 2;
-            if (key_b(middle) < key)
-                b.begin = middle + 1;
-            else
-                high = middle;
-        }
+        b.begin = near_lower_bound(b, key_b, key);
         if (b.begin < b.end && !(key < key_b(b.begin))) match(a.begin, b.begin++);
+    }
+}
+
+/// Merges two lists by their runs of equal ascending keys and calls `meet(key, run_a, run_b)` for
+/// each key that both hold. Leaves the cursors where one of the lists is used up.
+template <class KeyA, class KeyB, class Meet>
+void for_each_meeting(Range& a, KeyA key_a, Range& b, KeyB key_b, Meet meet)
+{
+    while (a.begin < a.end && b.begin < b.end) {
+        const auto left = key_a(a.begin);
+        const auto right = key_b(b.begin);
+        if (left < right) {
+            ++a.begin;
+        } else if (right < left) {
+            ++b.begin;
+        } else {
+            const Range run_a{a.begin, run_end(a.begin + 1, a.end, key_a, left)};
+            const Range run_b{b.begin, run_end(b.begin + 1, b.end, key_b, left)};
+            meet(left, run_a, run_b);
+            a.begin = run_a.end;
+            b.begin = run_b.end;
+        }
     }
 }
 

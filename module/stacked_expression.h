@@ -83,10 +83,13 @@ struct Operand : Sections<S>
         return e;
     }
 
-    /// Number of terms of element e.
-    int terms(int64_t e) const { return ptr[e + 1] - ptr[e]; }
-    /// Number of atoms of all terms of element e.
-    int atoms(int64_t e) const { return codeptr[ptr[e + 1]] - codeptr[ptr[e]]; }
+    /// Number of terms of `count` elements from element e on.
+    int terms(int64_t e, int64_t count = 1) const { return ptr[e + count] - ptr[e]; }
+    /// Number of atoms of all their terms.
+    int atoms(int64_t e, int64_t count = 1) const
+    {
+        return codeptr[ptr[e + count]] - codeptr[ptr[e]];
+    }
 };
 
 /// What becomes of a term's program when the term is scaled.
@@ -95,6 +98,13 @@ enum class Code {
     constant, ///< the operand has none, the result has: the program that pushes 0.0
     scaled    ///< the operand's program, times the factor
 };
+
+/// The same for an operand with `ncodeatom` atoms.
+inline Code form_of(int ncodeatom, bool outcode)
+{
+    if (ncodeatom > 0) return Code::scaled;
+    return outcode ? Code::constant : Code::none;
+}
 
 /// Atoms that a result gains from `terms` terms whose programs have `atoms` atoms together.
 inline int scaled_atoms(Code code, int terms, int atoms)
@@ -109,12 +119,12 @@ struct Sizes
     int rnelem;
     long long rnnz;
 
-    /// Counts what Result::append writes for element q of `e`.
+    /// Counts what Result::append writes for `count` elements of `e` from element q on.
     template <class S>
-    void add(const Operand<S>& e, int64_t q, bool coded)
+    void add(const Operand<S>& e, int64_t q, bool coded, int64_t count = 1)
     {
-        rnnz += e.terms(q);
-        if (coded) rncodeatom += e.atoms(q);
+        rnnz += e.terms(q, count);
+        if (coded) rncodeatom += e.atoms(q, count);
     }
 
     /// Counts what Result::append_scaled writes for element q of `e`.
@@ -211,7 +221,8 @@ struct Result : Sections<S>, Written
             for (int64_t t = terms.begin; t < terms.end; ++t) append_term(e.nidxs[t], e.cof[t] * v);
             return;
         }
-        if (form == Code::none) {
+        if (form == Code::constant) append_constant_programs(n);
+        if (form != Code::scaled) {
             const auto to_nidxs = nidxs.from(nnzi);
             const auto to_cof = cof.from(nnzi);
             const auto from_nidxs = e.nidxs.from(terms.begin);
@@ -226,10 +237,7 @@ struct Result : Sections<S>, Written
         for (int64_t t = terms.begin; t < terms.end; ++t) {
             nidxs[nnzi] = e.nidxs[t];
             cof[nnzi] = e.cof[t] * v;
-            if (form == Code::constant)
-                append_atom(op_const, 0.0);
-            else
-                append_scaled_program(e, t, v);
+            append_scaled_program(e, t, v);
             close_coded_term();
         }
     }
@@ -251,6 +259,24 @@ struct Result : Sections<S>, Written
         nnzi += static_cast<int>(n);
     }
 
+    /// The same, and ends each of the elements.
+    void append_elements(const Operand<S>& e, int64_t q, bool coded, int64_t count)
+    {
+        if (count <= 0) return;
+        append(e, q, coded, count);
+        close_elements(e.ptr.from(q), count);
+    }
+
+    /// The programs of `n` terms without code that are still to be appended: each pushes 0.0.
+    void append_constant_programs(int64_t n)
+    {
+        const auto ends = codeptr.from(nnzi);
+        for (int64_t t = 1; t <= n; ++t) {
+            append_atom(op_const, 0.0);
+            ends[t] = codei;
+        }
+    }
+
     /// The programs of terms of `e` that are still to be appended.
     void append_programs(const Operand<S>& e, Range terms)
     {
@@ -266,6 +292,15 @@ struct Result : Sections<S>, Written
         copy_n(e.code.from(atoms.begin), n, code.from(codei));
         copy_n(e.cconst.from(atoms.begin), n, cconst.from(codei));
         codei += static_cast<int>(n);
+    }
+
+    /// Ends `count` elements whose terms have been copied as one block; `from` is the copied
+    /// expression's `ptr`, from the first of them on.
+    void close_elements(I32<S> from, int64_t count)
+    {
+        const int moved = nnzi - from[count];
+        for (int64_t i = 1; i <= count; ++i) ptr[elmi + i] = from[i] + moved;
+        elmi += static_cast<int>(count);
     }
 
     /// Ends the element that is being written.

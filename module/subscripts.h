@@ -12,8 +12,23 @@ namespace fragments {
 /// The subscript, in a dimension of this stride and extent, of a linear index.
 inline int64_t subscript(int64_t linear, int64_t stride, int64_t extent)
 {
+    // Most arrays have less than 2^32 positions, and the machine divides 32-bit numbers faster.
+    if (static_cast<uint64_t>(linear | stride | extent) >> 32 == 0)
+        return static_cast<uint32_t>(linear) / static_cast<uint32_t>(stride) %
+               static_cast<uint32_t>(extent);
     return linear / stride % extent;
 }
+
+/// The subscripts of a linear index, each computed when it is asked for.
+template <class S>
+struct Subscripts
+{
+    int64_t linear;
+    I64<S> strides;
+    I32<S> shape;
+
+    int64_t operator[](int64_t k) const { return subscript(linear, strides[k], shape[k]); }
+};
 
 /// The subscripts of a linear index in all `nd` dimensions, each by its own stride and extent.
 template <class S, class Subscripts>
@@ -35,6 +50,49 @@ int64_t unravel(int64_t linear, I32<S> shape, int64_t n, Subscripts subscripts)
     return linear;
 }
 
+/// Whether a subscript lies outside dimension k; a negative one does in any shape.
+template <class S>
+bool out_of_range(int subscript, I32<S> shape, int64_t k)
+{
+    return subscript < 0 || subscript >= shape[k];
+}
+
+/// `flag`, or whether some subscript of the table, a row for each element, is out of range.
+template <class S>
+bool any_out_of_range(bool flag, Matrix<int32_t, S> table, I32<S> shape)
+{
+    for (int i = 0; !flag && i < table.rows(); ++i)
+        for (int k = 0; !flag && k < table.columns(); ++k)
+            flag = out_of_range(table(i, k), shape, k);
+    return flag;
+}
+
+/// The same for plain indexes, all of dimension 0.
+template <class S>
+bool any_out_of_range(bool flag, I32<S> indexes, I32<S> shape)
+{
+    for (int64_t i = 0; !flag && i < indexes.length(); ++i)
+        flag = out_of_range(indexes[i], shape, 0);
+    return flag;
+}
+
+/// `initial` plus the linear index of row `i` of the table, of which `nd` columns count.
+template <class S>
+int64_t linear_of_row(int64_t initial, Matrix<int32_t, S> table, int64_t i, int nd, I64<S> strides)
+{
+    for (int k = 0; k < nd; ++k) initial += table(i, k) * strides[k];
+    return initial;
+}
+
+/// The entry of `list` at each row of the table.
+template <class T, class S>
+void pick_rows(Array<T, S> list, Matrix<int32_t, S> table, int nd, I64<S> strides,
+               Array<T, S> target)
+{
+    for (int i = 0; i < table.rows(); ++i)
+        target[i] = list[linear_of_row(0, table, i, nd, strides)];
+}
+
 /// Whether first[k] <= subscripts[k] < last[k] in all `nd` dimensions, in ascending order up to the
 /// first that says no.
 template <class S, class Subscripts>
@@ -45,6 +103,14 @@ bool in_box(Subscripts subscripts, I32<S> first, I32<S> last, int64_t nd)
     return true;
 }
 
+/// `initial` times the extents of the box, in 32 bits.
+template <class S>
+int box_size(int initial, I32<S> first, I32<S> last, int64_t nd)
+{
+    for (int64_t k = 0; k < nd; ++k) initial *= last[k] - first[k];
+    return initial;
+}
+
 /// The linear index, by the strides of a box, of a position in it: counted from `first`.
 template <class S, class Subscripts>
 int64_t linear_in_box(Subscripts subscripts, I32<S> first, I64<S> strides, int64_t nd)
@@ -52,6 +118,23 @@ int64_t linear_in_box(Subscripts subscripts, I32<S> first, I64<S> strides, int64
     int64_t linear = 0;
     for (int64_t k = 0; k < nd; ++k) linear += (int64_t{subscripts[k]} - first[k]) * strides[k];
     return linear;
+}
+
+/// The linear index that a position of an array gets where the array is part of a longer one: from
+/// `offset` on along a dimension that has extent `d1` here and `rd1` there, with `d2` positions
+/// behind it.
+inline int64_t linear_in_longer(int64_t linear, int64_t d1, int64_t d2, int64_t offset, int64_t rd1)
+{
+    return linear + (offset + linear / (d1 * d2) * (rd1 - d1)) * d2;
+}
+
+/// Whether some linear index lies outside a shape of `size` positions.
+template <class S>
+bool has_bad_index(int64_t size, I64<S> list)
+{
+    for (int64_t k = 0; k < list.length(); ++k)
+        if (list[k] < 0 || list[k] >= size) return true;
+    return false;
 }
 
 } // namespace fragments

@@ -3,9 +3,8 @@
 #
 #     scripts/setup.sh [VERSION]
 #
-# With a VERSION, such as 3.11, only that one will do, the system's own if there is one. Without,
-# it is what FRAGMENTS_PYTHON names, else a CPython 3.8, else the newest one. Debian packages are
-# installed if the user is root; otherwise one line says what is missing.
+# See find_python.sh for the choice. Debian packages are installed if the user is root; otherwise
+# one line says what is missing.
 set -euo pipefail
 
 . "$(dirname "$0")/common.sh"
@@ -34,67 +33,34 @@ command -v make >/dev/null || install "make" make
 
 # --- interpreter
 
-# Prints the path of the interpreter and its version if it is a CPython from 3.8 on that runs and
-# has its headers. (What stands on the PATH may be a shim that runs nothing.)
-probe() {
-    "$1" - 2>/dev/null <<'EOF'
-import os, sys, sysconfig
-header = os.path.join(sysconfig.get_path("include"), "Python.h")
-if sys.implementation.name != "cpython" or sys.version_info < (3, 8) or not os.path.exists(header):
-    sys.exit(1)
-print(sys.executable, "%d.%d" % sys.version_info[:2])
-EOF
-}
+find_python() { "$(dirname "$0")/find_python.sh" "$@"; }
 
-# The first one of version $1 on the PATH, among pyenv's or among uv's.
-find_version() {
-    local pyenv=${PYENV_ROOT:-${HOME:-}/.pyenv}/versions
-    local uv=${UV_PYTHON_INSTALL_DIR:-${XDG_DATA_HOME:-${HOME:-}/.local/share}/uv/python}
-    local candidate
-    while read -r candidate; do
-        if probe "$candidate"; then return; fi
-    done < <(
-        type -aP "python$1" || true
-        ls -d "$pyenv"/*/bin/"python$1" "$uv"/*/bin/"python$1" 2>/dev/null
-    )
-    return 1
-}
-
-find_newest() {
-    local minor
-    for minor in {30..9}; do
-        if find_version "3.$minor"; then return; fi
-    done
-    return 1
-}
-
-find_system() {
-    local candidate
-    candidate=$(command -pv "python$1") && probe "$candidate" || find_version "$1"
-}
-
-if [[ -n ${1:-} ]]; then
-    found=$(find_system "$1") || install "CPython $1 with its headers" "python$1-dev"
-    found=${found:-$(find_system "$1")} || fail "no CPython $1 with headers was found"
-elif [[ -n ${FRAGMENTS_PYTHON:-} ]]; then
-    program=$(command -v "$FRAGMENTS_PYTHON") ||
-        fail "FRAGMENTS_PYTHON: there is no program $FRAGMENTS_PYTHON"
-    found=$(probe "$program") ||
-        fail "FRAGMENTS_PYTHON: $program is no CPython from 3.8 on that runs and has its headers"
-elif ! found=$(find_version 3.8); then
-    found=$(find_newest) || install "a CPython from 3.8 on with its headers" python3-dev
-    found=${found:-$(find_newest)} || fail "no CPython from 3.8 on with headers was found"
-    say "no CPython 3.8 was found; going on with ${found##* }, ${found% *}"
+version=${1:-}
+if ! found=$(find_python "$version"); then
+    if [[ -z $version && -n ${FRAGMENTS_PYTHON:-} ]]; then exit 1; fi
+    install "CPython ${version:-from 3.8 on} with its headers" "python${version:-3}-dev"
+    found=$(find_python "$version") || fail "no CPython ${version:-from 3.8 on} with headers was found"
 fi
 python=${found% *}
+if [[ -z $version && -z ${FRAGMENTS_PYTHON:-} && ${found##* } != 3.8 ]]; then
+    say "no CPython 3.8 was found; going on with ${found##* }, $python"
+fi
 
-# --- the solver of the demo and its example models
+# --- the solvers of the demos, and example models
 
 has_glpk() { "$python" -c 'import ctypes; ctypes.CDLL("libglpk.so.40")' 2>/dev/null; }
+
+# The system's own Python can have a conic solver as a package; the tests that need it are left out
+# where it is missing.
+if [[ -n ${1:-} && $EUID -eq 0 && $python == $(command -pv "python$1") ]] &&
+    command -v apt-get >/dev/null && ! "$python" -c 'import cvxopt' 2>/dev/null; then
+    (install "CVXOPT" python3-cvxopt) || true
+fi
 
 missing=()
 has_glpk || missing+=(libglpk40)
 command -v glpsol >/dev/null || missing+=(glpk-utils)
-if [[ ${#missing[@]} -gt 0 ]]; then install "GLPK" "${missing[@]}"; fi
+command -v csdp >/dev/null || missing+=(coinor-csdp)
+if [[ ${#missing[@]} -gt 0 ]]; then install "GLPK or CSDP" "${missing[@]}"; fi
 
 printf '%s\n' "$python"

@@ -31,12 +31,14 @@ EXTREMES = {"int": (-(2**31), 2**31 - 1), "long long": (-(2**63), 2**63 - 1),
 
 
 class Exporter:
-    """A Buffer and the memory below it, which has `margin` elements more at each end."""
+    """A Buffer and the memory below it, which has `margin` elements more at each end. All elements
+    have the bits of the integer `value`."""
 
-    def __init__(self, format, itemsize, rank=1, extent=4, step=1, fill=b"\x5a", margin=0,
+    def __init__(self, format, itemsize, rank=1, extent=4, step=1, value=0x5a, margin=0,
                  readonly=False):
         strides = [itemsize * step * extent**k for k in reversed(range(rank))]
-        self.memory = bytearray(fill * ((extent**rank + 2 * margin) * itemsize * step))
+        self.memory = bytearray(value.to_bytes(itemsize, "little")
+                                * ((extent**rank + 2 * margin) * step))
         self.before = bytes(self.memory)
         self.buffer = Buffer(self.memory, format, itemsize, (extent,) * rank, tuple(strides),
                              margin * itemsize * step, readonly)
@@ -82,7 +84,7 @@ def refused(parameter):
 
 
 class Call:
-    """Arguments of one closure: 0 for each scalar, an exporter for each array."""
+    """Arguments of one closure: 1 for each number, an exporter for each array."""
 
     def __init__(self, declaration, **form):
         self.declaration = declaration
@@ -93,7 +95,7 @@ class Call:
         replaced = dict(replaced)
         values = []
         for k, p in enumerate(self.declaration.parameters):
-            value = replaced.get(k, self.exporters.get(k, False if p.type == "bool" else 0))
+            value = replaced.get(k, self.exporters.get(k, False if p.type == "bool" else 1))
             values.append(value.buffer if isinstance(value, (Exporter, ListExporter)) else value)
         return values
 
@@ -122,9 +124,9 @@ def for_each_closure(**form):
     return decorate
 
 
-# For calls that succeed: with all counts 0 as well, hardly a loop runs, but all of the frame. The
-# margin is for closures that loop over an array's length, or look at the last of 0 entries.
-ZEROS = dict(extent=8, fill=b"\0", margin=256)
+# For calls that succeed: with all numbers 1 each loop is short, and nothing is divided by 0. The
+# margin is for closures that loop over an array's length.
+ONES = dict(extent=8, value=1, margin=256)
 
 
 class FrameTest(unittest.TestCase):
@@ -154,8 +156,8 @@ class FrameTest(unittest.TestCase):
             self.assertEqual(tuple(map(type, result)), declaration.slots)
 
     def assert_succeeds(self, one, replaced=()):
-        """A call with zeros has the declared result. The checked build may say instead that the
-        closure asks for more than zeros."""
+        """A call with ones has the declared result. The checked build may say instead that the
+        closure asks for more."""
         try:
             self.assert_result(one.declaration, one.run(replaced))
         except IndexError as error:
@@ -323,23 +325,23 @@ class Successes(FrameTest):
         if buffers:
             self.assertLess(taken[-1], released[-1])
 
-    @for_each_closure(**ZEROS)
+    @for_each_closure(**ONES)
     def test_result_and_views_of_contiguous_arrays(self, one):
         self.assert_views_in_order(one)
 
-    @for_each_closure(step=2, **ZEROS)
+    @for_each_closure(step=2, **ONES)
     def test_result_and_views_of_strided_arrays(self, one):
         self.assert_views_in_order(one)
 
-    @for_each_closure(**ZEROS)
+    @for_each_closure(**ONES)
     def test_only_the_first_character_of_a_format_counts(self, one):
         for k, parameter in one.declaration.arrays:
             for first in "" if parameter.is_list else FIRST_CHARACTERS[parameter.element]:
-                other = Exporter(first + "<x", ITEMSIZE[parameter.element], parameter.rank, **ZEROS)
+                other = Exporter(first + "<x", ITEMSIZE[parameter.element], parameter.rank, **ONES)
                 self.assert_succeeds(one, {k: other})
                 self.assertEqual(other.buffer.views, 0)
 
-    @for_each_closure(readonly=True, **ZEROS)
+    @for_each_closure(readonly=True, **ONES)
     def test_read_only_arrays_are_not_refused(self, one):
         self.assert_succeeds(one)
 
@@ -351,7 +353,7 @@ class Successes(FrameTest):
                     self.assert_succeeds(one, {k: empty})
                     self.assertTrue(all(e.unchanged for e in one.exporters.values()))
 
-    @for_each_closure(**ZEROS)
+    @for_each_closure(**ONES)
     def test_references_stay(self, one):
         self.assert_nothing_kept(one, lambda: self.assert_succeeds(one))
 
@@ -430,7 +432,7 @@ class CheckedBuild(FrameTest):
         source = Exporter("i", 4, extent=3)
         self.assert_outside(599, (5, source.buffer, target), 3, "sh", 3)
         self.assertEqual((source.buffer.taken, source.buffer.views), (1, 0))
-        self.assertEqual(list(target), [0x5A5A5A5A] * 3 + [0] * 5)
+        self.assertEqual(list(target), [0x5A] * 3 + [0] * 5)
 
     def test_sections_count_from_the_start_of_the_view(self):
         self.assert_outside(608, (i32([0] * 4), 2, 3), 4, "i32", 4)
@@ -447,9 +449,9 @@ class CheckedBuild(FrameTest):
         self.assert_outside(591, (2, 1, matrix, None), 2, "shapes", 2)
         self.assert_outside(591, (0, 4, matrix, None), 3, "shapes", 3)
 
-    @for_each_closure(**ZEROS)
+    @for_each_closure(**ONES)
     def test_none_for_each_array(self, one):
-        """With all counts 0 a closure doesn't reach an array, or says that it did."""
+        """A closure doesn't reach an absent array, or says that it did."""
         places = [k for k, _ in one.declaration.arrays]
         for absent in [places] + [[k] for k in places]:
             self.assert_succeeds(one, {k: None for k in absent})

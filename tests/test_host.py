@@ -1,10 +1,6 @@
 """The host: its operations by meaning, its models, and the demo command on tiny problems."""
 
 import os
-import re
-import subprocess
-import sys
-import tempfile
 import textwrap
 import unittest
 from math import inf
@@ -15,6 +11,7 @@ from host.glpk import Problem, SolverError
 from host.matrices import DenseMatrix, SparseMatrix
 from host.model import Model
 from host.variables import Variable
+from host_support import DemoCase
 from host_support import Evaluator as GuardedEvaluator
 from support import Sampler, evaluate, product, read
 
@@ -249,28 +246,8 @@ def lp(columns, rhs="", rows=" G LOW\n L HIGH\n", end=""):
 
 
 @needs_glpk
-class Demo(unittest.TestCase):
-    def setUp(self):
-        directory = tempfile.TemporaryDirectory()
-        self.addCleanup(directory.cleanup)
-        self.path = os.path.join(directory.name, "model.mps")
-
-    def run_host(self, *arguments, change=None):
-        """Status, output and errors of the command, or of one where Python text changed things."""
-        command = ["-m", "host"] if change is None else [
-            "-c", change + "\nfrom host.__main__ import main\nsys.exit(main())"]
-        result = subprocess.run([sys.executable, *command, *arguments], universal_newlines=True,
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        return result.returncode, result.stdout, result.stderr
-
-    def solve(self, text, *arguments, **how):
-        with open(self.path, "w") as file:
-            file.write(text)
-        return self.run_host(self.path, *arguments, **how)
-
-    def row(self, output, label):
-        (line,) = (line for line in output.splitlines() if line.startswith(label))
-        return line[len(label) :].split()
+class Demo(DemoCase):
+    file_name = "model.mps"
 
     def test_objectives(self):
         empty = lp(" X LOW 1 HIGH 1", " B LOW 1 HIGH 5")
@@ -314,7 +291,7 @@ class Demo(unittest.TestCase):
         no_module = "import sys, host.closures as c\nc.BUILDS = ()\nsys.modules['fragments'] = None"
         no_glpk = "import sys, host.glpk as g\ng.LIBRARY = 'libnone.so.1'"
         for expected, answer in (
-            ("FILE.mps", self.run_host()),
+            ("required: FILE", self.run_host()),
             ("No such file", self.run_host(self.path)),
             ("directory", self.run_host(os.path.dirname(self.path))),
             ("not an MPS file: line 1", self.solve("hello\n")),
@@ -332,9 +309,7 @@ class Demo(unittest.TestCase):
             ("libnone.so.1", self.solve(MIXED, change=no_glpk)),
         ):
             with self.subTest(expected=expected):
-                status, output, errors = answer
-                self.assertEqual((status, output), (2, ""))
-                self.assertRegex(errors, r"\Ahost: .*%s.*\n\Z" % re.escape(expected))
+                self.assert_refused(expected, answer)
 
 
 if __name__ == "__main__":

@@ -32,18 +32,12 @@ void for_each_element(const Extents& d, bool hassp, int nelem, I64<S> sp, Visit 
 } // namespace
 
 /// d0, d2 and d4 of the view, each times what comes in.
-CLOSURE(540, long long, (long long d0, int shape_base, I32 wi32, int xdim))
-{
-    return product(d0, wi32.from(shape_base), xdim);
-}
-CLOSURE(541, long long, (long long d2, int shape_base, I32 wi32, int xdim, int ydim))
-{
-    return product_behind(d2, wi32.from(shape_base), xdim, ydim);
-}
-CLOSURE(542, long long, (long long d4, int nd, int shape_base, I32 wi32, int ydim))
-{
-    return product_behind(d4, wi32.from(shape_base), ydim, nd);
-}
+CLOSURE_AS(540, long long, (long long d0, int shape_base, I32 wi32, int xdim),
+           product(d0, wi32.from(shape_base), xdim))
+CLOSURE_AS(541, long long, (long long d2, int shape_base, I32 wi32, int xdim, int ydim),
+           product_behind(d2, wi32.from(shape_base), xdim, ydim))
+CLOSURE_AS(542, long long, (long long d4, int nd, int shape_base, I32 wi32, int ydim),
+           product_behind(d4, wi32.from(shape_base), ydim, nd))
 
 /// Scales the coefficients off the diagonal in place.
 CLOSURE(543, void,
@@ -90,10 +84,7 @@ CLOSURE(544, void,
 
 // A shape without axis `n`, in two parts.
 
-CLOSURE(538, void, (int n, I32 r, I32 shape))
-{
-    copy_n(shape, n, r);
-}
+CLOSURE_AS(538, void, (int n, I32 r, I32 shape), copy_n(shape, n, r))
 CLOSURE(539, void, (int n, I32 r, I32 shape))
 {
     copy_n(shape.from(int64_t{n} + 1), shape.length() - 1 - n, r.from(n));

@@ -20,21 +20,6 @@ void fill_with_ones(I32<S> shape, int64_t from, int64_t end)
     fill_n(shape.from(from), end - from, 1);
 }
 
-/// Entries of a dense matrix to triplets, row by row, zeros too.
-template <class S>
-void dense_to_triplets(int dimi, int dimj, I32<S> msubi, I32<S> msubj, F64<S> mval,
-                       Matrix<double, S> mx)
-{
-    int64_t k = 0;
-    for (int i = 0; i < dimi; ++i) {
-        for (int j = 0; j < dimj; ++j, ++k) {
-            msubi[k] = i;
-            msubj[k] = j;
-            mval[k] = mx(i, j);
-        }
-    }
-}
-
 } // namespace
 
 /// push_expression: the row-wise form goes onto the stack as a dense expression. Each element gets
@@ -61,52 +46,32 @@ CLOSURE(601, void,
     }
 }
 
-CLOSURE(600, void, (int end, int from, I32 shape))
-{
-    fill_with_ones(shape, from, end);
-}
-CLOSURE(598, void, (int end, int from, I32 shape))
-{
-    fill_with_ones(shape, from, end);
-}
+CLOSURE_AS(600, void, (int end, int from, I32 shape), fill_with_ones(shape, from, end))
+CLOSURE_AS(598, void, (int end, int from, I32 shape), fill_with_ones(shape, from, end))
 
-CLOSURE(599, void, (int n, I32 sh, I32 shape))
-{
-    copy_n(sh, n, shape);
-}
-CLOSURE(597, void, (int n, I32 sh, I32 shape))
-{
-    copy_n(sh, n, shape);
-}
+CLOSURE_AS(599, void, (int n, I32 sh, I32 shape), copy_n(sh, n, shape))
+CLOSURE_AS(597, void, (int n, I32 sh, I32 shape), copy_n(sh, n, shape))
 
 // Row-wise form from pairs (ii[k], idxs[k]): a counting sort by row, of which each closure is one
 // step. Pairs of one row keep their order.
 
 CLOSURE(593, void, (I64 ii, int n, I64 ptrb))
 {
-    for (int k = 0; k < n; ++k) ++ptrb[ii[k] + 1];
+    count_keys(
+        n, [&](int64_t k) { return ii[k]; }, ptrb);
 }
 
-CLOSURE(594, void, (I64 ptrb, int n))
-{
-    running_sum(ptrb, n);
-}
+CLOSURE_AS(594, void, (I64 ptrb, int n), running_sum(ptrb, n))
 
 CLOSURE(595, void, (I64 idxs, I64 ii, int n, I64 ptrb, I64 subj))
 {
     for (int k = 0; k < n; ++k) subj[ptrb[ii[k]]++] = idxs[k];
 }
 
-CLOSURE(596, void, (I64 ptrb, int n))
-{
-    shift_up(ptrb, n);
-}
+CLOSURE_AS(596, void, (I64 ptrb, int n), shift_up(ptrb, n))
 
 /// Number of positions of the first `n` dimensions, times `size`.
-CLOSURE(592, int, (int n, I32 shape, int size))
-{
-    return product(size, shape, n);
-}
+CLOSURE_AS(592, int, (int n, I32 shape, int size), product(size, shape, n))
 
 /// Pads row `k` of a table of shapes with ones, from the length of `shp` on.
 CLOSURE(591, void, (int k, int nd, I32Matrix shapes, I32 shp))
@@ -120,15 +85,9 @@ CLOSURE(590, void, (int k, I32Matrix shapes, I32 shp))
     for (int64_t i = 0; i < shp.length(); ++i) shapes(k, i) = shp[i];
 }
 
-CLOSURE(589, void, (int n, I32 s, I32 shape))
-{
-    fill_with_ones(shape, s.length(), n);
-}
+CLOSURE_AS(589, void, (int n, I32 s, I32 shape), fill_with_ones(shape, s.length(), n))
 
-CLOSURE(588, void, (I32 s, I32 shape))
-{
-    copy_n(s, s.length(), shape);
-}
+CLOSURE_AS(588, void, (I32 s, I32 shape), copy_n(s, s.length(), shape))
 
 /// Largest and smallest number of dimensions of operands 1 to `n` - 1 and of the values passed.
 CLOSURE(587, results(int, int), (int maxnd, int minnd, int n, I32 nds))
@@ -142,39 +101,26 @@ CLOSURE(587, results(int, int), (int maxnd, int minnd, int n, I32 nds))
 
 CLOSURE(580, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx))
 {
-    dense_to_triplets(dimi, dimj, msubi, msubj, mval, mx);
+    dense_to_triplets(dimi, dimj, mx, msubi, msubj, mval);
 }
 CLOSURE(579, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx))
 {
-    dense_to_triplets(dimi, dimj, msubi, msubj, mval, mx);
+    dense_to_triplets(dimi, dimj, mx, msubi, msubj, mval);
 }
 CLOSURE(578, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx))
 {
-    dense_to_triplets(dimi, dimj, msubi, msubj, mval, mx);
+    dense_to_triplets(dimi, dimj, mx, msubi, msubj, mval);
 }
 
-CLOSURE(577, void, (int n, int nd, I64 s, I64 sp, I32Matrix sparsity))
-{
-    add_linear_indexes(n, nd, s, sp, sparsity);
-}
-CLOSURE(575, void, (int n, int nd, I64 s, I64 sp, I32Matrix sparsity))
-{
-    add_linear_indexes(n, nd, s, sp, sparsity);
-}
+CLOSURE_AS(577, void, (int n, int nd, I64 s, I64 sp, I32Matrix sparsity),
+           add_linear_indexes(n, nd, s, sp, sparsity))
+CLOSURE_AS(575, void, (int n, int nd, I64 s, I64 sp, I32Matrix sparsity),
+           add_linear_indexes(n, nd, s, sp, sparsity))
 
-CLOSURE(576, void, (int nd, I64 s, I32 shp))
-{
-    row_major_strides(shp, nd, s);
-}
-CLOSURE(574, void, (int nd, I64 s, I32 shp))
-{
-    row_major_strides(shp, nd, s);
-}
+CLOSURE_AS(576, void, (int nd, I64 s, I32 shp), row_major_strides(shp, nd, s))
+CLOSURE_AS(574, void, (int nd, I64 s, I32 shp), row_major_strides(shp, nd, s))
 
-CLOSURE(573, int, (int size, I32 vals))
-{
-    return product(size, vals, vals.length());
-}
+CLOSURE_AS(573, int, (int size, I32 vals), product(size, vals, vals.length()))
 
 /// Consistency of a row-wise form: whether the first `n` entries of `inst` ascend strictly within
 /// [0, size), whether `ptrb` never descends over `n` rows, and whether no extent is negative.
@@ -184,7 +130,7 @@ CLOSURE(572, results(bool, bool, bool),
          I32 thisshape))
 {
     for (int64_t i = 0; shapeok && i < thisshape.length(); ++i) shapeok = thisshape[i] >= 0;
-    for (int i = 0; ptrbok && i < n; ++i) ptrbok = ptrb[i] <= ptrb[i + 1];
+    ptrbok = ascending(ptrbok, ptrb, int64_t{n} + 1);
     if (inst.length() > 0) instok = strictly_ascending(inst[0] >= 0 && inst[n - 1] < size, inst, n);
     return {instok, ptrbok, shapeok};
 }
@@ -196,9 +142,7 @@ CLOSURE(571, void, (int cof_base, int nelem, int nnz, int ptr_base, F64 rf64, I3
     fill_n(rf64.from(cof_base), nnz, 1.0);
 }
 
-CLOSURE(570, void, (I32 ri32, I32 shape, int shape_base))
-{
-    copy_n(shape, shape.length(), ri32.from(shape_base));
-}
+CLOSURE_AS(570, void, (I32 ri32, I32 shape, int shape_base),
+           copy_n(shape, shape.length(), ri32.from(shape_base)))
 
 } // namespace fragments

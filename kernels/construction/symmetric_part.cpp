@@ -86,10 +86,8 @@ void with_code(int rncodeatom, Write write)
 
 } // namespace
 
-CLOSURE(556, int, (int maxd, int nd, int shape_base, I32 wi32))
-{
-    return greatest(maxd, wi32.from(shape_base), nd);
-}
+CLOSURE_AS(556, int, (int maxd, int nd, int shape_base, I32 wi32),
+           greatest(maxd, wi32.from(shape_base), nd))
 
 /// dim[0], dim[2] and dim[4] of the view around axes `dim1` and `dim2`, each times what it holds.
 CLOSURE(557, void, (I32 dim, int dim1, int shape_base, I32 wi32))
@@ -106,15 +104,10 @@ CLOSURE(559, void, (I32 dim, int dim2, int nd, int shape_base, I32 wi32))
 }
 
 /// stride[3] down to stride[0] of the view, in 64 bits; stride[4] is the host's.
-CLOSURE(560, void, (I32 dim, I64 stride))
-{
-    row_major_strides(dim, 5, stride);
-}
+CLOSURE_AS(560, void, (I32 dim, I64 stride), row_major_strides(dim, 5, stride))
 
-CLOSURE(561, void, (int curperm_base, int nelem, I32 xi32))
-{
-    iota_n(xi32.from(curperm_base), nelem);
-}
+CLOSURE_AS(561, void, (int curperm_base, int nelem, I32 xi32),
+           iota_n(xi32.from(curperm_base), nelem))
 
 /// Sorts the permutation at `curperm_base` by the axes sortidx[0] to sortidx[3], least significant
 /// first: a stable radix sort with a pass for each of them that has an extent above 1. A pass goes
@@ -168,10 +161,8 @@ CLOSURE(564, results(int, int, int),
     return {sizes.rncodeatom, sizes.rnelem, static_cast<int>(sizes.rnnz)};
 }
 
-CLOSURE(565, void, (int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32))
-{
-    copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base));
-}
+CLOSURE_AS(565, void, (int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+           copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base)))
 
 /// Writes a sparse result: `ptr`, `sp`, the terms and, if `rncodeatom` is not 0, their programs.
 /// Goes on from places i1 and i2 of the two orders; returns (codei, eli, i1, i2, nnzi).
@@ -215,10 +206,8 @@ CLOSURE(567, results(int, int),
     return {rncodeatom, rnnz};
 }
 
-CLOSURE(568, void, (int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32))
-{
-    copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base));
-}
+CLOSURE_AS(568, void, (int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+           copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base)))
 
 /// Writes a dense result: `ptr`, the terms and, if `rncodeatom` is not 0, their programs.
 /// Returns (codei, eli, nnzi, relemi).

@@ -52,10 +52,7 @@ CLOSURE(547, void, (I32 dim, int nd, int shape_base, I32 wi32, int ydim))
 }
 
 /// stride[3] down to stride[0] of the view, in 32 bits; stride[4] is the host's.
-CLOSURE(548, void, (I32 dim, I32 stride))
-{
-    row_major_strides(dim, 5, stride);
-}
+CLOSURE_AS(548, void, (I32 dim, I32 stride), row_major_strides(dim, 5, stride))
 
 /// Sizes of the result: adds the terms and atoms in the triangle to (rncodeatom, rnnz).
 CLOSURE(549, results(int, int),
@@ -78,21 +75,15 @@ CLOSURE(549, results(int, int),
     return {sizes.rncodeatom, static_cast<int>(sizes.rnnz)};
 }
 
-CLOSURE(550, void, (int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32))
-{
-    copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base));
-}
+CLOSURE_AS(550, void, (int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+           copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base)))
 
 /// The result's `sp` for the lower triangle, from entry `n` on, ascending. Returns the next n.
-CLOSURE(551, int, (I32 dim, int n, I64 ri64, int rsp_base, I32 stride))
-{
-    return list_positions(true, dim, stride, n, ri64.from(rsp_base));
-}
+CLOSURE_AS(551, int, (I32 dim, int n, I64 ri64, int rsp_base, I32 stride),
+           list_positions(true, dim, stride, n, ri64.from(rsp_base)))
 /// The same for the upper triangle.
-CLOSURE(552, int, (I32 dim, int n, I64 ri64, int rsp_base, I32 stride))
-{
-    return list_positions(false, dim, stride, n, ri64.from(rsp_base));
-}
+CLOSURE_AS(552, int, (I32 dim, int n, I64 ri64, int rsp_base, I32 stride),
+           list_positions(false, dim, stride, n, ri64.from(rsp_base)))
 
 /// Writes the elements at the `count` positions that stand in the result's `sp`: `ptr`, the terms
 /// and, if `rncodeatom` > 0, their programs. Returns (codei, nnzi).

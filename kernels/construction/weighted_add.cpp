@@ -13,13 +13,6 @@ namespace fragments {
 
 namespace {
 
-/// What becomes of the programs of an operand with `ncodeatom` atoms.
-Code form_of(int ncodeatom, int rncodeatom)
-{
-    if (ncodeatom >= 1) return Code::scaled;
-    return rncodeatom > 0 ? Code::constant : Code::none;
-}
-
 /// Merges two lists of elements by their strictly ascending linear indexes, from the places
 /// list1.begin and list2.begin on: calls `element(in1, in2)` for each distinct index, with whether
 /// it stands in each list, and then steps over it. Reads no index once a list is used up.
@@ -54,8 +47,8 @@ CLOSURE(508, void,
                              {codeptr1_base, code1_base, cconst1_base});
     const Operand<Stride> e2(wi32, wi64, wf64, {ptr2_base, nidxs2_base, cof2_base},
                              {codeptr2_base, code2_base, cconst2_base});
-    const Code form1 = form_of(ncodeatom1, rncodeatom);
-    const Code form2 = form_of(ncodeatom2, rncodeatom);
+    const Code form1 = form_of(ncodeatom1, rncodeatom > 0);
+    const Code form2 = form_of(ncodeatom2, rncodeatom > 0);
     auto r = SPARSE_RESULT();
     r.ptr[0] = 0;
     if (rncodeatom > 0) r.codeptr[0] = 0;
@@ -72,10 +65,8 @@ CLOSURE(508, void,
         });
 }
 
-CLOSURE(507, void, (I32 ri32, int rnd, int rshape_base, int shape_base, I32 wi32))
-{
-    copy_n(wi32.from(shape_base), rnd, ri32.from(rshape_base));
-}
+CLOSURE_AS(507, void, (I32 ri32, int rnd, int rshape_base, int shape_base, I32 wi32),
+           copy_n(wi32.from(shape_base), rnd, ri32.from(rshape_base)))
 
 /// Sizes the sum of two sparse expressions: adds the number of distinct linear indexes to `rnelem`.
 CLOSURE(506, int, (int nelem1, int nelem2, int rnelem, int sp1_base, int sp2_base, I64 wi64))
@@ -91,10 +82,8 @@ CLOSURE(506, int, (int nelem1, int nelem2, int rnelem, int sp1_base, int sp2_bas
 }
 
 /// Number of positions of a shape, times `size`.
-CLOSURE(505, long long, (int nd, int shape_base, long long size, I32 wi32))
-{
-    return product(size, wi32.from(shape_base), nd);
-}
+CLOSURE_AS(505, long long, (int nd, int shape_base, long long size, I32 wi32),
+           product(size, wi32.from(shape_base), nd))
 
 /// A dense, B sparse: appends an element for each one of A to a dense result, from element `i1` of
 /// A and `i2` of B on. Returns (codei, eli, i1, i2, nnzi).
@@ -111,8 +100,8 @@ CLOSURE(504, results(int, int, int, int, int),
                              {codeptr1_base, code1_base, cconst1_base});
     const Operand<Stride> e2(wi32, wi64, wf64, {ptr2_base, nidxs2_base, cof2_base},
                              {codeptr2_base, code2_base, cconst2_base});
-    const Code form1 = form_of(ncodeatom1, rncodeatom);
-    const Code form2 = form_of(ncodeatom2, rncodeatom);
+    const Code form1 = form_of(ncodeatom1, rncodeatom > 0);
+    const Code form2 = form_of(ncodeatom2, rncodeatom > 0);
     auto r = STACKED_RESULT(codei, eli, nnzi);
     const auto sp2 = wi64.from(sp2_base);
     Range list1{i1, nelem1};
@@ -127,10 +116,8 @@ CLOSURE(504, results(int, int, int, int, int),
     return {r.codei, r.elmi, static_cast<int>(list1.begin), static_cast<int>(list2.begin), r.nnzi};
 }
 
-CLOSURE(503, void, (I32 ri32, int rnd, int rshape_base, int shape_base, I32 wi32))
-{
-    copy_n(wi32.from(shape_base), rnd, ri32.from(rshape_base));
-}
+CLOSURE_AS(503, void, (I32 ri32, int rnd, int rshape_base, int shape_base, I32 wi32),
+           copy_n(wi32.from(shape_base), rnd, ri32.from(rshape_base)))
 
 /// Both dense: writes all `rnelem` elements. Returns (codei, cofi).
 CLOSURE(502, results(int, int),
@@ -145,8 +132,8 @@ CLOSURE(502, results(int, int),
                              {codeptr1_base, code1_base, cconst1_base});
     const Operand<Stride> e2(wi32, wi64, wf64, {ptr2_base, nidxs2_base, cof2_base},
                              {codeptr2_base, code2_base, cconst2_base});
-    const Code form1 = form_of(ncodeatom1, rncodeatom);
-    const Code form2 = form_of(ncodeatom2, rncodeatom);
+    const Code form1 = form_of(ncodeatom1, rncodeatom > 0);
+    const Code form2 = form_of(ncodeatom2, rncodeatom > 0);
     auto r = STACKED_RESULT(codei, 0, cofi);
     for (int e = 0; e < rnelem; ++e) {
         r.append_scaled(e1, e, mul1, form1);

@@ -8,6 +8,7 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
+#include "operand_list.h"
 #include "scratch.h"
 #include "stacked_expression.h"
 
@@ -19,8 +20,7 @@ namespace {
 template <class S>
 Code code_of_operand(bool anycode, I32<S> ncodeatom, int k)
 {
-    if (!anycode) return Code::none;
-    return ncodeatom[k] < 1 ? Code::constant : Code::scaled;
+    return anycode ? form_of(ncodeatom[k], true) : Code::none;
 }
 
 /// Adds the terms and atoms that all operands bring to the result.
@@ -61,26 +61,6 @@ void merge_operands(int n, I32<S> nelem, I32<S> sp_base, I64<S> wi64, Take take,
     }
 }
 
-/// The headers of the operands and the stack that holds their sections.
-template <class S>
-struct Operands
-{
-    bool anycode;
-    I32<S> cconst, code, codeptr, cof_base, ncodeatom, nidxs_base, ptr_base;
-    F64<S> w, wf64;
-    I32<S> wi32;
-    I64<S> wi64;
-
-    /// Operand k, which has terms: of others only `ptr_base` may be read.
-    Operand<S> operator[](int k) const
-    {
-        Operand<S> operand(wi32, wi64, wf64, {ptr_base[k], nidxs_base[k], cof_base[k]});
-        if (code_of_operand(anycode, ncodeatom, k) == Code::scaled)
-            operand.set_code(wi32, wf64, {codeptr[k], code[k], cconst[k]});
-        return operand;
-    }
-};
-
 /// Counts the terms and atoms of operand k into the entry above that of each target element;
 /// `target(e)` is the result element that element e goes to.
 template <class S, class Target>
@@ -103,16 +83,16 @@ void count_elements(bool anycode, I32<S> codeptr, int k, I32<S> ncodeatom, I32<S
 /// Copies operand k to its places: r.ptr[d] is the next free term of result element d, and xcode[d]
 /// its next free atom. Both are left behind what was written.
 template <class S, class Target>
-void scatter(const Operands<S>& operands, int k, I32<S> nelem, Result<S> r, I32<S> xcode,
-             Target target)
+void scatter(const OperandList<S>& operands, bool anycode, int k, I32<S> nelem, F64<S> w,
+             Result<S> r, I32<S> xcode, Target target)
 {
     const int n = nelem[k];
     if (n < 1) return;
-    const auto ptr = operands.wi32.from(operands.ptr_base[k]);
+    const auto ptr = operands.ptr(k);
     if (ptr[0] >= ptr[n]) return;
-    const Operand<S> operand = operands[k];
-    const Code form = code_of_operand(operands.anycode, operands.ncodeatom, k);
-    const double weight = operands.w[k];
+    const Code form = code_of_operand(anycode, operands.ncodeatom, k);
+    const Operand<S> operand = operands.operand(k, form == Code::scaled);
+    const double weight = w[k];
     for (int e = 0; e < n; ++e) {
         const int64_t d = target(e);
         r.nnzi = r.ptr[d];
@@ -137,8 +117,7 @@ CLOSURE(509, bool, (int n, I32 nd, bool sameshape, I32 shape_base, I32 wi32))
 
 CLOSURE(510, bool, (bool anycode, int n, I32 ncodeatom))
 {
-    for (int k = 0; !anycode && k < n; ++k) anycode = ncodeatom[k] > 0;
-    return anycode;
+    return has_code(anycode, n, ncodeatom);
 }
 
 /// Sizes of the scatter path: (rncodeatom, rnnz), added to.
@@ -194,10 +173,8 @@ CLOSURE(517, void,
                    xi32.from(xcode_base), [](int e) { return e; });
 }
 
-CLOSURE(518, void, (I32 ri32, int rnelem, int rptr_base))
-{
-    running_sum(ri32.from(rptr_base), rnelem);
-}
+CLOSURE_AS(518, void, (I32 ri32, int rnelem, int rptr_base),
+           running_sum(ri32.from(rptr_base), rnelem))
 
 CLOSURE(519, void, (int rncodeatom, int rnelem, int xcode_base, I32 xi32))
 {
@@ -211,10 +188,7 @@ CLOSURE(520, void,
          int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
          int rptr_base, I32 sp_base, F64 w, F64 wf64, I32 wi32, I64 wi64, int xcode_base, I32 xi32))
 {
-    const Operands<Stride> operands{anycode,    cconst,   code, codeptr, cof_base, ncodeatom,
-                                    nidxs_base, ptr_base, w,    wf64,    wi32,     wi64};
-    const auto r = STACKED_RESULT();
-    scatter(operands, k, nelem, r, xi32.from(xcode_base),
+    scatter(OPERAND_LIST(), anycode, k, nelem, w, STACKED_RESULT(), xi32.from(xcode_base),
             [&](int e) { return wi64[sp_base[k] + e]; });
 }
 
@@ -225,16 +199,11 @@ CLOSURE(521, void,
          int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
          int rptr_base, F64 w, F64 wf64, I32 wi32, I64 wi64, int xcode_base, I32 xi32))
 {
-    const Operands<Stride> operands{anycode,    cconst,   code, codeptr, cof_base, ncodeatom,
-                                    nidxs_base, ptr_base, w,    wf64,    wi32,     wi64};
-    const auto r = STACKED_RESULT();
-    scatter(operands, k, nelem, r, xi32.from(xcode_base), [](int e) { return e; });
+    scatter(OPERAND_LIST(), anycode, k, nelem, w, STACKED_RESULT(), xi32.from(xcode_base),
+            [](int e) { return e; });
 }
 
-CLOSURE(522, void, (I32 ri32, int rnelem, int rptr_base))
-{
-    shift_up(ri32.from(rptr_base), rnelem);
-}
+CLOSURE_AS(522, void, (I32 ri32, int rnelem, int rptr_base), shift_up(ri32.from(rptr_base), rnelem))
 
 /// The merge path: writes `ptr`, `sp`, the terms and their programs.
 CLOSURE(523, void,
@@ -243,15 +212,15 @@ CLOSURE(523, void,
          int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
          int rptr_base, int rsp_base, I32 sp_base, F64 w, F64 wf64, I32 wi32, I64 wi64))
 {
-    const Operands<Stride> operands{anycode,    cconst,   code, codeptr, cof_base, ncodeatom,
-                                    nidxs_base, ptr_base, w,    wf64,    wi32,     wi64};
+    const auto operands = OPERAND_LIST();
     auto r = SPARSE_RESULT();
     merge_operands(
         n, nelem, sp_base, wi64,
         [&](int k, int e) {
-            const auto ptr = wi32.from(ptr_base[k]);
-            if (ptr[e] < ptr[e + 1])
-                r.append_scaled(operands[k], e, w[k], code_of_operand(anycode, ncodeatom, k));
+            const auto ptr = operands.ptr(k);
+            if (ptr[e] >= ptr[e + 1]) return;
+            const Code form = code_of_operand(anycode, ncodeatom, k);
+            r.append_scaled(operands.operand(k, form == Code::scaled), e, w[k], form);
         },
         [&](int64_t index) { r.close_element(index); });
 }

@@ -38,7 +38,9 @@ CLOSURE(337, void,
     copy_n(e.nidxs, nnz, r.nidxs);
     if (rhassp) copy_n(wi64.from(sp_base), rnelem, ri64.from(rsp_base));
     if (rncodeatom > 0) r.codeptr[0] = 0;
-    append_parameter_programs(r, e, 0, nnz, hascode > 0, param);
+    for_code(hascode > 0, [&]<bool coded> {
+        append_parameter_programs<coded>(r, e, Range{0, nnz}, param);
+    });
 }
 
 // tile_param: the single element of E times each of `rnelem` parameters. The terms of the element
@@ -54,8 +56,10 @@ CLOSURE(336, void,
                             {ptrcode_base, code_base, cconst_base});
     Result<Stride> r(ri32, {}, rf64, {}, {rcodeptr_base, rcode_base, rcconst_base});
     const auto pidx = xi32.from(pidx_base);
-    for (int64_t i = 0; nnz > 0 && i < rnelem; ++i)
-        append_parameter_programs(r, e, 0, nnz, hascode != 0, pidx[i]);
+    for_code(hascode != 0, [&]<bool coded> {
+        for (int64_t i = 0; nnz > 0 && i < rnelem; ++i)
+            append_parameter_programs<coded>(r, e, Range{0, nnz}, pidx[i]);
+    });
 }
 
 /// `nidxs`.

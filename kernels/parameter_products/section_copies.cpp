@@ -37,22 +37,14 @@ CLOSURE(388, void,
 }
 
 /// `shape`.
-CLOSURE(397, void, (int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32))
-{
-    copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base));
-}
-CLOSURE(387, void, (int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32))
-{
-    copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base));
-}
-CLOSURE(381, void, (int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32))
-{
-    copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base));
-}
-CLOSURE(360, void, (int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32))
-{
-    copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base));
-}
+CLOSURE_AS(397, void, (int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+           copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base)))
+CLOSURE_AS(387, void, (int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+           copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base)))
+CLOSURE_AS(381, void, (int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+           copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base)))
+CLOSURE_AS(360, void, (int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+           copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base)))
 
 /// `sp`, of a sparse expression.
 CLOSURE(398, void, (bool hassp, int nelem, I64 ri64, int rsp_base, int sp_base, I64 wi64))
@@ -65,16 +57,12 @@ CLOSURE(384, void, (bool hassp, int nelem, I64 ri64, int rsp_base, int sp_base, 
 }
 
 /// `cof`.
-CLOSURE(383, void, (int cof_base, int nnz, int rcof_base, F64 rf64, F64 wf64))
-{
-    copy_n(wf64.from(cof_base), nnz, rf64.from(rcof_base));
-}
+CLOSURE_AS(383, void, (int cof_base, int nnz, int rcof_base, F64 rf64, F64 wf64),
+           copy_n(wf64.from(cof_base), nnz, rf64.from(rcof_base)))
 
 /// `nidxs`.
-CLOSURE(382, void, (int nidxs_base, int nnz, I64 ri64, int rnidxs_base, I64 wi64))
-{
-    copy_n(wi64.from(nidxs_base), nnz, ri64.from(rnidxs_base));
-}
+CLOSURE_AS(382, void, (int nidxs_base, int nnz, I64 ri64, int rnidxs_base, I64 wi64),
+           copy_n(wi64.from(nidxs_base), nnz, ri64.from(rnidxs_base)))
 
 /// `ptr`.
 CLOSURE(380, void, (int nelem, int ptr_base, I32 ri32, int rptr_base, I32 wi32))

@@ -8,83 +8,25 @@
 // 458 test this). E is read as a matrix with `d1` columns, dense or with `sp`. An element of R
 // holds the terms of each element of E that meets an entry of M, scaled by it; none are merged.
 // Places of the diagonal where nothing meets have no element.
-//
-// The sizing closures take the walk of the writing ones.
 
 #include "algorithms.h"
 #include "closure_frame.h"
 #include "matrix_operand.h"
+#include "matrix_walks.h"
 #include "stacked_expression.h"
 
 namespace fragments {
 
 namespace {
 
-/// Left side, dense E: `pair(m, e)` for entry m of M and the element e that it meets, `element(i)`
-/// behind each row i of M that has an entry. Returns the entry behind the last row.
-template <class S, class Pair, class Element>
-int walk_left_dense(int d1, int mpos, int64_t mnnz, I32<S> msubi, I32<S> msubj, Pair pair,
-                    Element element)
-{
-    const auto row = [&](int64_t k) { return msubi[k]; };
-    return static_cast<int>(for_each_run(mpos, mnnz, row, [&](int i, Range run) {
-        for (int64_t m = run.begin; m < run.end; ++m) pair(m, d1 * msubj[m] + i);
-        element(i);
-    }));
-}
+/// The entries of M by column, as 450 groups them.
+template <class S>
+using Columns = ColumnRuns<Triplets<S>, S>;
 
-/// Left side, sparse E: a merge on two levels. Where row i of M meets column i of E, their entries
-/// and elements are merged in turn: `pair(m, e)` for each match, and behind them `meeting(i,
-/// matched)`. Moves both cursors: `mpos` over M's entries, `epos` over the places of `perm`.
-template <class S, class Pair, class Meeting>
-void walk_left_sparse(int d1, int& mpos, int64_t mnnz, I32<S> msubi, I32<S> msubj, int& epos,
-                      int nelem, I64<S> sp, I32<S> perm, Pair pair, Meeting meeting)
-{
-    const auto row_of_entry = [&](int64_t m) { return int64_t{msubi[m]}; };
-    const auto column_of_element = [&](int64_t p) { return sp[perm[p]] % d1; };
-    while (mpos < mnnz && epos < nelem) {
-        const int64_t i = row_of_entry(mpos);
-        const int64_t column = column_of_element(epos);
-        if (i < column) {
-            ++mpos;
-            continue;
-        }
-        if (column < i) {
-            ++epos;
-            continue;
-        }
-        const Range entries{mpos, run_end(mpos, mnnz, row_of_entry, i)};
-        const Range elements{epos, run_end(epos, nelem, column_of_element, i)};
-        bool matched = false;
-        for_each_match(
-            entries, [&](int64_t m) { return int64_t{msubj[m]}; }, elements,
-            [&](int64_t p) { return sp[perm[p]] / d1; },
-            [&](int64_t m, int64_t p) {
-                pair(m, perm[p]);
-                matched = true;
-            });
-        meeting(i, matched);
-        mpos = static_cast<int>(entries.end);
-        epos = static_cast<int>(elements.end);
-    }
-}
-
-/// Right side, dense E: `pair(k, e)` as on the left, `element(j)` behind each column j of M that
-/// has an entry.
+/// Right side, sparse E: as walk_right_diagonal, but `element(i)` only where some pair has
+/// matched. Rows of E and columns of M from `md1` on are not reached.
 template <class S, class Pair, class Element>
-void walk_right_dense(int d1, EntriesByColumn<S> m, Pair pair, Element element)
-{
-    const auto column = [&](int64_t p) { return m.column(p); };
-    for_each_run(0, m.mnnz, column, [&](int j, Range run) {
-        for (int64_t p = run.begin; p < run.end; ++p) pair(m.perm[p], m.row(p) + d1 * j);
-        element(j);
-    });
-}
-
-/// Right side, sparse E: as walk_right_dense, but `element(i)` only where some pair has matched.
-/// Rows of E and columns of M from `md1` on are not reached.
-template <class S, class Pair, class Element>
-void walk_right_sparse(int d1, int md1, int nelem, I64<S> sp, EntriesByColumn<S> m, Pair pair,
+void walk_right_sparse(int d1, int md1, int nelem, I64<S> sp, const Columns<S>& m, Pair pair,
                        Element element)
 {
     const auto row_of_element = [&](int64_t a) { return sp[a] / d1; };
@@ -93,13 +35,13 @@ void walk_right_sparse(int d1, int md1, int nelem, I64<S> sp, EntriesByColumn<S>
     Range entries{0, 0};
     for (int i = 0; i < md1; ++i) {
         elements = {elements.end, run_end(elements.end, nelem, row_of_element, i)};
-        entries = {entries.end, run_end(entries.end, m.mnnz, column_of_entry, i)};
+        entries = {entries.end, run_end(entries.end, m.entries.count, column_of_entry, i)};
         bool matched = false;
         for_each_match(
             elements, [&](int64_t a) { return sp[a] % d1; }, entries,
-            [&](int64_t p) { return int64_t{m.row(p)}; },
+            [&](int64_t p) { return m.entries.key(m.entry(p)); },
             [&](int64_t a, int64_t p) {
-                pair(m.perm[p], a);
+                pair(m.entry(p), a);
                 matched = true;
             });
         if (matched) element(i);
@@ -107,13 +49,13 @@ void walk_right_sparse(int d1, int md1, int nelem, I64<S> sp, EntriesByColumn<S>
 }
 
 template <class S, class Pair, class Element>
-void walk_right(bool hassp, int d1, int md1, int nelem, I64<S> sp, EntriesByColumn<S> m, Pair pair,
+void walk_right(bool hassp, int d1, int md1, int nelem, I64<S> sp, const Columns<S>& m, Pair pair,
                 Element element)
 {
     if (hassp)
         walk_right_sparse(d1, md1, nelem, sp, m, pair, element);
     else
-        walk_right_dense(d1, m, pair, element);
+        walk_right_diagonal(d1, m, 0, pair, element);
 }
 
 } // namespace
@@ -140,20 +82,24 @@ CLOSURE(457, results(int, int, int, int, int),
     const auto e = STACKED_OPERAND();
     auto r = SPARSE_RESULT(codei, elmi, nnzi);
     const Code form = ncodeatom > 0 ? Code::scaled : Code::none;
+    const Triplets m{msubi.length(), msubi, msubj};
+    const ColumnRuns columns{LinearEntries{nelem, wi64.from(sp_base), d1}, xi32.from(xcperm_base)};
+    Range entries{mpos, m.count};
+    Range places{epos, nelem};
     bool copied = false;
-    walk_left_sparse(
-        d1, mpos, msubi.length(), msubi, msubj, epos, nelem, wi64.from(sp_base),
-        xi32.from(xcperm_base),
-        [&](int64_t m, int q) {
+    walk_diagonal(
+        m, entries, columns, places,
+        [&](int64_t k, int64_t q) {
             if (e.terms(q) <= 0) return;
-            r.append_scaled(e, q, mval[m], form);
+            r.append_scaled(e, q, mval[k], form);
             copied = true;
         },
         [&](int64_t i, bool) {
             if (copied) r.close_element(i);
             copied = false;
         });
-    return {r.codei, r.elmi, epos, mpos, r.nnzi};
+    return {r.codei, r.elmi, static_cast<int>(places.begin), static_cast<int>(entries.begin),
+            r.nnzi};
 }
 
 /// Groups the elements of a sparse E by column, by a stable counting sort, and then sizes R of
@@ -170,11 +116,12 @@ CLOSURE(456, results(int, int, int),
         nelem, [&](int64_t q) { return sp[q] % d1; }, d1, xi32.from(xcolptr_base), perm);
     Sizes sizes{rncodeatom, rnelem, rnnz};
     const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
-    int mpos = 0;
-    int epos = 0;
-    walk_left_sparse(
-        d1, mpos, msubi.length(), msubi, msubj, epos, nelem, sp, perm,
-        [&](int64_t, int q) { sizes.add_scaled(e, q, ncodeatom > 0); },
+    const Triplets m{msubi.length(), msubi, msubj};
+    Range entries{0, m.count};
+    Range places{0, nelem};
+    walk_diagonal(
+        m, entries, ColumnRuns{LinearEntries{nelem, sp, d1}, perm}, places,
+        [&](int64_t, int64_t q) { sizes.add_scaled(e, q, ncodeatom > 0); },
         [&](int64_t, bool matched) { sizes.rnelem += matched ? 1 : 0; });
     return {sizes.rncodeatom, sizes.rnelem, static_cast<int>(sizes.rnnz)};
 }
@@ -194,8 +141,8 @@ CLOSURE(455, void,
     ri32[rshape_base] = diaglen;
     r.ptr[0] = 0;
     if (ncodeatom > 0) r.codeptr[0] = 0;
-    walk_left_dense(
-        d1, 0, msubi.length(), msubi, msubj,
+    walk_left_diagonal(
+        Triplets{msubi.length(), msubi, msubj}, 0, d1,
         [&](int64_t m, int q) { r.append_scaled(e, q, mval, m, form); },
         [&](int i) { r.close_element(i); });
 }
@@ -208,8 +155,8 @@ CLOSURE(454, results(int, int, int, int),
 {
     Sizes sizes{rncodeatom, rnelem, rnnz};
     const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
-    mpos = walk_left_dense(
-        d1, mpos, msubi.length(), msubi, msubj,
+    mpos = walk_left_diagonal(
+        Triplets{msubi.length(), msubi, msubj}, mpos, d1,
         [&](int64_t, int q) { sizes.add_scaled(e, q, ncodeatom > 0); },
         [&](int) { ++sizes.rnelem; });
     return {mpos, sizes.rncodeatom, sizes.rnelem, static_cast<int>(sizes.rnnz)};
@@ -237,8 +184,8 @@ CLOSURE(452, results(int, int, int),
     auto r = SPARSE_RESULT(codei, elmi, nnzi);
     const Code form = ncodeatom > 0 ? Code::scaled : Code::none;
     walk_right<Stride>(
-        hassp, d1, md1, nelem, wi64.from(sp_base), {mnnz, msubi, msubj, xi32.from(xmperm_base)},
-        [&](int k, int64_t q) { r.append_scaled(e, q, mval, k, form); },
+        hassp, d1, md1, nelem, wi64.from(sp_base), {{mnnz, msubi, msubj}, xi32.from(xmperm_base)},
+        [&](int64_t k, int64_t q) { r.append_scaled(e, q, mval, k, form); },
         [&](int i) { r.close_element(i); });
     return {r.codei, r.elmi, r.nnzi};
 }
@@ -252,8 +199,8 @@ CLOSURE(451, results(int, int, int),
     Sizes sizes{rncodeatom, rnelem, rnnz};
     const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
     walk_right<Stride>(
-        hassp, d1, md1, nelem, wi64.from(sp_base), {mnnz, msubi, msubj, xi32.from(xmperm_base)},
-        [&](int, int64_t q) { sizes.add_scaled(e, q, ncodeatom > 0); },
+        hassp, d1, md1, nelem, wi64.from(sp_base), {{mnnz, msubi, msubj}, xi32.from(xmperm_base)},
+        [&](int64_t, int64_t q) { sizes.add_scaled(e, q, ncodeatom > 0); },
         [&](int) { ++sizes.rnelem; });
     return {sizes.rncodeatom, sizes.rnelem, static_cast<int>(sizes.rnnz)};
 }

@@ -87,10 +87,8 @@ CLOSURE(462, void,
 }
 
 /// Number of positions of a shape, times `prod`.
-CLOSURE(461, long long, (int nd, long long prod, int shape_base, I32 wi32))
-{
-    return product(prod, wi32.from(shape_base), nd);
-}
+CLOSURE_AS(461, long long, (int nd, long long prod, int shape_base, I32 wi32),
+           product(prod, wi32.from(shape_base), nd))
 
 /// Sizes R = M .* E: (rncodeatom, rnelem, rnnz), added to, but for a dense E `rnelem` replaced.
 CLOSURE(460, results(int, int, int),

@@ -11,16 +11,11 @@
 namespace fragments {
 
 /// Adds the linear index of each row of subscripts to `res`; `s` are the strides.
-CLOSURE(449, void, (int nd, I64 res, I64 s, I32Matrix vsub))
-{
-    add_linear_indexes(vsub.rows(), nd, s, res, vsub);
-}
+CLOSURE_AS(449, void, (int nd, I64 res, I64 s, I32Matrix vsub),
+           add_linear_indexes(vsub.rows(), nd, s, res, vsub))
 
 /// Row-major strides of a shape, but for the last one, which the host has set to 1.
-CLOSURE(448, void, (int nd, I64 s, I32 shape))
-{
-    row_major_strides(shape, nd, s);
-}
+CLOSURE_AS(448, void, (int nd, I64 s, I32 shape), row_major_strides(shape, nd, s))
 
 /// Writes the terms, by ascending index of the tensor, none merged. Returns (codei, iterm).
 CLOSURE(447, results(int, int),

@@ -4,51 +4,22 @@
 // column (482 tests this); a dense one is `mval` alone, row-major, md0 x md1. E has `d1` columns:
 // its element (j, c) has linear index j * d1 + c. R's element (i, c) holds the terms of each E(j,
 // c) that meets an entry of M(i, :), scaled by it, in ascending j; none are merged.
-//
-// The sizing closures take the walk of the writing ones, so that the two agree.
 
 #include "algorithms.h"
 #include "closure_frame.h"
 #include "matrix_operand.h"
+#include "matrix_walks.h"
 #include "stacked_expression.h"
 
 namespace fragments {
 
 namespace {
 
-/// Sparse M, dense E: `pair(m, e)` for entry m of M and the element e that it meets, `element(i,
-/// c)` behind the pairs of each element of R, also behind none.
-template <class S, class Pair, class Element>
-int walk_dense(int d1, int mpos, int mnnz, I32<S> msubi, I32<S> msubj, Pair pair, Element element)
+/// The elements of a sparse E by column, as 476 groups them.
+template <class S>
+auto by_column(I64<S> sp, int d1, I32<S> ptr, I32<S> perm)
 {
-    const auto row = [&](int64_t k) { return msubi[k]; };
-    return static_cast<int>(for_each_run(mpos, mnnz, row, [&](int i, Range run) {
-        for (int c = 0; c < d1; ++c) {
-            for (int64_t m = run.begin; m < run.end; ++m) pair(m, d1 * msubj[m] + c);
-            element(i, c);
-        }
-    }));
-}
-
-/// Sparse M, sparse E: as walk_dense, but `element(i, c)` only where some pair has been met.
-template <class S, class Pair, class Element>
-void walk_sparse(int d1, int mnnz, I32<S> msubi, I32<S> msubj, ColumnGrouping<S> columns, I64<S> sp,
-                 Pair pair, Element element)
-{
-    const auto row = [&](int64_t k) { return msubi[k]; };
-    for_each_run(0, mnnz, row, [&](int i, Range run) {
-        for (int c = 0; c < d1; ++c) {
-            bool found = false;
-            for_each_match_in_long(
-                run, [&](int64_t m) { return int64_t{msubj[m]}; }, columns.column(c),
-                [&](int64_t p) { return sp[columns.perm[p]] / d1; },
-                [&](int64_t m, int64_t p) {
-                    pair(m, columns.perm[p]);
-                    found = true;
-                });
-            if (found) element(i, c);
-        }
-    });
+    return GroupedColumns{LinearEntries{0, sp, d1}, ColumnGrouping<S>{ptr, perm}, d1};
 }
 
 /// Replaces the sizes by those for a dense M, each of whose `md0` rows takes all of E.
@@ -84,8 +55,8 @@ CLOSURE(481, results(int, int, int, int),
     const auto e = STACKED_OPERAND();
     auto r = SPARSE_RESULT(codei, elmi, nnzi);
     const Code form = rncodeatom > 0 ? Code::scaled : Code::none;
-    mpos = walk_dense(
-        d1, mpos, mnnz, msubi, msubj,
+    mpos = walk_left_dense(
+        Triplets{mnnz, msubi, msubj}, mpos, d1,
         [&](int64_t m, int q) { r.append_scaled(e, q, mval, m, form); },
         [&](int i, int c) { r.close_element(d1 * i + c); });
     return {r.codei, r.elmi, mpos, r.nnzi};
@@ -103,17 +74,14 @@ CLOSURE(480, results(int, int, int),
     const auto e = SPARSE_OPERAND();
     auto r = STACKED_RESULT(codei, elmi, nnzi);
     const Code form = rncodeatom > 0 ? Code::scaled : Code::none;
-    const ColumnGrouping<Stride> columns{xi32.from(eptr_base), xi32.from(eperm_base)};
+    const auto columns = by_column(e.sp, d1, xi32.from(eptr_base), xi32.from(eperm_base));
     for (int i = 0; i < md0; ++i) {
         const auto row = mval.from(int64_t{md1} * i);
-        for (int c = 0; c < d1; ++c) {
-            const Range column = columns.column(c);
-            for (int64_t p = column.begin; p < column.end; ++p) {
-                const int q = columns.perm[p];
-                r.append_scaled(e, q, row, e.sp[q] / d1, form);
-            }
+        columns.for_each_column(0, [&](int, Range places) {
+            for (int64_t p = places.begin; p < places.end; ++p)
+                r.append_scaled(e, columns.entry(p), row, e.sp[columns.entry(p)] / d1, form);
             r.close_element();
-        }
+        });
     }
     return {r.codei, r.elmi, r.nnzi};
 }
@@ -131,8 +99,9 @@ CLOSURE(479, void,
     auto r = SPARSE_RESULT();
     const Code form = rncodeatom > 0 ? Code::scaled : Code::none;
     walk_sparse(
-        d1, mnnz, msubi, msubj, {xi32.from(eptr_base), xi32.from(eperm_base)}, e.sp,
-        [&](int64_t m, int q) { r.append_scaled(e, q, mval, m, form); },
+        Triplets{mnnz, msubi, msubj}, 0,
+        by_column(e.sp, d1, xi32.from(eptr_base), xi32.from(eperm_base)),
+        [&](int64_t m, int64_t q) { r.append_scaled(e, q, mval, m, form); },
         [&](int i, int c) { r.close_element(d1 * i + c); });
 }
 
@@ -149,8 +118,9 @@ CLOSURE(478, results(int, int, long long),
         return {sizes.rncodeatom, sizes.rnelem, sizes.rnnz};
     }
     const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
-    walk_dense(
-        d1, 0, mnnz, msubi, msubj, [&](int64_t, int q) { sizes.add_scaled(e, q, ncodeatom > 0); },
+    walk_left_dense(
+        Triplets{mnnz, msubi, msubj}, 0, d1,
+        [&](int64_t, int q) { sizes.add_scaled(e, q, ncodeatom > 0); },
         [&](int, int) { ++sizes.rnelem; });
     return {sizes.rncodeatom, sizes.rnelem, sizes.rnnz};
 }
@@ -168,8 +138,9 @@ CLOSURE(477, results(int, int, long long),
     }
     const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
     walk_sparse(
-        d1, mnnz, msubi, msubj, {xi32.from(eptr_base), xi32.from(eperm_base)}, wi64.from(sp_base),
-        [&](int64_t, int q) { sizes.add_scaled(e, q, ncodeatom > 0); },
+        Triplets{mnnz, msubi, msubj}, 0,
+        by_column(wi64.from(sp_base), d1, xi32.from(eptr_base), xi32.from(eperm_base)),
+        [&](int64_t, int64_t q) { sizes.add_scaled(e, q, ncodeatom > 0); },
         [&](int, int) { ++sizes.rnelem; });
     return {sizes.rncodeatom, sizes.rnelem, sizes.rnnz};
 }

@@ -5,15 +5,13 @@
 #include "closure_frame.h"
 #include "matrix_operand.h"
 #include "stacked_expression.h"
-#include "tensor_operand.h"
+#include "subscripts.h"
 
 namespace fragments {
 
 /// The shape of an expression, from one stack to another.
-CLOSURE(501, void, (I32 ri32, int rnd, int rshape_base, int shape_base, I32 wi32))
-{
-    copy_n(wi32.from(shape_base), rnd, ri32.from(rshape_base));
-}
+CLOSURE_AS(501, void, (I32 ri32, int rnd, int rshape_base, int shape_base, I32 wi32),
+           copy_n(wi32.from(shape_base), rnd, ri32.from(rshape_base)))
 
 /// push_unit_terms: one term of coefficient 1.0 in each element. The variable indexes are the
 /// host's to write.
@@ -42,25 +40,17 @@ CLOSURE(499, void,
 
 /// Tests of a matrix with as many entries as `msubi` has: whether the order is broken (498), an
 /// index out of range (497), neither of the two (496). A flag that tells of a fault stays.
-CLOSURE(498, bool, (bool badorder, I32 msubi, I32 msubj))
-{
-    return badorder || has_bad_order(msubi.length(), msubi, msubj);
-}
-CLOSURE(497, bool, (bool badidx, int md0, int md1, I32 msubi, I32 msubj))
-{
-    return badidx || has_bad_index(md0, md1, msubi.length(), msubi, msubj);
-}
-CLOSURE(496, bool, (int md0, int md1, I32 msubi, I32 msubj, bool valid))
-{
-    return valid && !has_bad_index(md0, md1, msubi.length(), msubi, msubj) &&
-           !has_bad_order(msubi.length(), msubi, msubj);
-}
+CLOSURE_AS(498, bool, (bool badorder, I32 msubi, I32 msubj),
+           badorder || has_bad_order(msubi.length(), msubi, msubj))
+CLOSURE_AS(497, bool, (bool badidx, int md0, int md1, I32 msubi, I32 msubj),
+           badidx || has_bad_index(md0, md1, msubi.length(), msubi, msubj))
+CLOSURE_AS(496, bool, (int md0, int md1, I32 msubi, I32 msubj, bool valid),
+           valid && !has_bad_index(md0, md1, msubi.length(), msubi, msubj) &&
+               !has_bad_order(msubi.length(), msubi, msubj))
 
 /// Whether some linear index lies outside a shape of `total` positions.
-CLOSURE(404, bool, (bool badidx, I64 sparsity, long long total))
-{
-    return badidx || has_bad_index(total, sparsity);
-}
+CLOSURE_AS(404, bool, (bool badidx, I64 sparsity, long long total),
+           badidx || has_bad_index(total, sparsity))
 
 /// Elements of a constant vector: each has one term with index 0, or none if its value is 0 (also
 /// -0). Returns `nnzi`.

@@ -1,8 +1,7 @@
 #pragma once
 
-/// Sparse constant matrices as operands: triplet lists `msubi`, `msubj` with the values beside
-/// them, ordered strictly by row and then column. There is no row pointer: a row is a run of equal
-/// `msubi`.
+/// The tests of sparse constant matrices: triplet lists `msubi`, `msubj` with the values beside
+/// them, ordered strictly by row and then column.
 
 #include <tuple>
 
@@ -39,29 +38,5 @@ std::tuple<bool, bool> test_independently(bool badidx, bool badorder, int md0, i
     return {badidx || has_bad_index(md0, md1, mnnz, msubi, msubj),
             badorder || has_bad_order(mnnz, msubi, msubj)};
 }
-
-/// A matrix's entries or an expression's elements by column: those of column c are perm[p] for p
-/// from ptr[c] up to but not including ptr[c + 1], in ascending row.
-template <class S>
-struct ColumnGrouping
-{
-    I32<S> ptr;
-    I32<S> perm;
-
-    Range column(int c) const { return {ptr[c], ptr[c + 1]}; }
-};
-
-/// A sparse matrix's entries taken column by column: the p-th one is entry perm[p].
-template <class S>
-struct EntriesByColumn
-{
-    int mnnz;
-    I32<S> msubi;
-    I32<S> msubj;
-    I32<S> perm;
-
-    int row(int64_t p) const { return msubi[perm[p]]; }
-    int column(int64_t p) const { return msubj[perm[p]]; }
-};
 
 } // namespace fragments

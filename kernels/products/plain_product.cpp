@@ -11,7 +11,7 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
-#include "matrix_operand.h"
+#include "matrix_walks.h"
 #include "stacked_expression.h"
 
 namespace fragments {

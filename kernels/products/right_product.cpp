@@ -6,82 +6,62 @@
 // (466). R's element (r, c) holds the terms of each E(r, j) that meets an entry of M(:, c), scaled
 // by it, in ascending j; none are merged.
 //
-// The sizing closures take the walk of the writing ones, so that the two agree. With a dense M
-// nothing needs sizing: each term goes once into each of the md1 columns.
+// With a dense M nothing needs sizing: each term goes once into each of the md1 columns.
 
 #include "algorithms.h"
 #include "closure_frame.h"
 #include "matrix_operand.h"
+#include "matrix_walks.h"
 #include "stacked_expression.h"
 
 namespace fragments {
 
 namespace {
 
-/// Dense E, sparse M: `pair(k, e)` for entry k of M and the element e that it meets, `element(r,
-/// c)` behind the pairs of each element of R, also behind none.
-template <class S, class Pair, class Element>
-void walk_dense(int d0, int d1, int md1, ColumnGrouping<S> columns, I32<S> msubi, Pair pair,
-                Element element)
+/// A sparse M by column, as 466 groups its entries, with the pointers and without.
+template <class S>
+auto by_column(I32<S> msubi, int md1, I32<S> ptr, I32<S> perm)
 {
-    for (int r = 0; r < d0; ++r) {
-        for (int c = 0; c < md1; ++c) {
-            const Range column = columns.column(c);
-            for (int64_t p = column.begin; p < column.end; ++p) {
-                const int k = columns.perm[p];
-                pair(k, msubi[k] + d1 * r);
-            }
-            element(r, c);
-        }
-    }
+    return GroupedColumns{Triplets{0, msubi, I32<S>{}}, ColumnGrouping<S>{ptr, perm}, md1};
+}
+template <class S>
+auto by_column(int mnnz, I32<S> msubi, I32<S> msubj, I32<S> perm)
+{
+    return ColumnRuns{Triplets{mnnz, msubi, msubj}, perm};
 }
 
-/// Sparse E, sparse M: as walk_dense, from stored element `epos` on, but `element(r, c)` only where
-/// some pair has been taken. Returns the position behind the last row. Costs for each row of E the
-/// length of M and of the row once for each column of M.
-///
-/// An entry of M is taken only if it is above 0.0: one of 0.0 or below gives no term and makes no
-/// element. The test is part of the walk because the host reserves what 467 counts and 468 then
-/// fills it without looking: a pair that only 468 took would overrun the result. A host that wants
-/// the product with an M of both signs has to split it, for instance into E M = E M+ - E M-.
-template <class S, class Pair, class Element>
-int walk_sparse(int d1, int epos, int nelem, I64<S> sp, EntriesByColumn<S> m, F64<S> mval,
-                Pair pair, Element element)
+/// Sparse E, sparse M: a pair is taken only if the entry of M is above 0.0. One of 0.0 or below
+/// gives no term and makes no element. The test is part of the walk because the host reserves what
+/// 467 counts and 468 then fills it without looking: a pair that only 468 took would overrun the
+/// result. A host that wants the product with an M of both signs has to split it, for instance into
+/// E M = E M+ - E M-.
+template <class S, class Columns, class Pair, class Element>
+int walk_above_zero(const LinearEntries<S>& e, int epos, const Columns& m, F64<S> mval, Pair pair,
+                    Element element)
 {
-    const auto row_of_element = [&](int64_t a) { return sp[a] / d1; };
-    const auto column_of_entry = [&](int64_t p) { return m.column(p); };
-    return static_cast<int>(for_each_run(epos, nelem, row_of_element, [&](int64_t r, Range row) {
-        // The elements of one row give their column by a subtraction in place of a division.
-        const int64_t start = r * d1;
-        for_each_run(0, m.mnnz, column_of_entry, [&](int c, Range column) {
-            bool found = false;
-            for_each_match(
-                row, [&](int64_t a) { return sp[a] - start; }, column,
-                [&](int64_t p) { return int64_t{m.row(p)}; },
-                [&](int64_t a, int64_t p) {
-                    const int k = m.perm[p];
-                    if (!(mval[k] > 0.0)) return;
-                    found = true;
-                    pair(k, a);
-                });
-            if (found) element(r, c);
+    bool taken = false;
+    return walk_sparse(
+        e, epos, m,
+        [&](int64_t q, int64_t k) {
+            if (!(mval[k] > 0.0)) return;
+            pair(k, q);
+            taken = true;
+        },
+        [&](int64_t row, int c) {
+            if (taken) element(row, c);
+            taken = false;
         });
-    }));
 }
 
 } // namespace
 
 /// Whether the entries of a sparse M are out of order, or `badorder` came in set.
-CLOSURE(475, bool, (bool badorder, int mnnz, I32 msubi, I32 msubj))
-{
-    return badorder || has_bad_order(mnnz, msubi, msubj);
-}
+CLOSURE_AS(475, bool, (bool badorder, int mnnz, I32 msubi, I32 msubj),
+           badorder || has_bad_order(mnnz, msubi, msubj))
 
 /// Whether an entry of a sparse M is out of range, or `badidx` came in set.
-CLOSURE(474, bool, (bool badidx, int md0, int md1, int mnnz, I32 msubi, I32 msubj))
-{
-    return badidx || has_bad_index(md0, md1, mnnz, msubi, msubj);
-}
+CLOSURE_AS(474, bool, (bool badidx, int md0, int md1, int mnnz, I32 msubi, I32 msubj),
+           badidx || has_bad_index(md0, md1, mnnz, msubi, msubj))
 
 /// Writes R for dense E, dense M: all d0 * md1 elements, without `sp`. Returns (codei, elmi, nnzi).
 CLOSURE(473, results(int, int, int),
@@ -151,9 +131,9 @@ CLOSURE(470, results(int, int, int),
     auto r = SPARSE_RESULT(codei, relmi, nnzi);
     // Not `> 0` as in the siblings: a count below 0 means code here.
     const Code form = rncodeatom != 0 ? Code::scaled : Code::none;
-    walk_dense(
-        d0, d1, md1, {xi32.from(mcolptr_base), xi32.from(mperm_base)}, msubi,
-        [&](int k, int q) { r.append_scaled(e, q, mval, k, form); },
+    walk_right_dense(
+        d0, d1, by_column(msubi, md1, xi32.from(mcolptr_base), xi32.from(mperm_base)),
+        [&](int64_t k, int q) { r.append_scaled(e, q, mval, k, form); },
         [&](int row, int c) { r.close_element(row * md1 + c); });
     return {r.codei, r.nnzi, r.elmi};
 }
@@ -165,9 +145,9 @@ CLOSURE(469, results(int, int),
 {
     Sizes sizes{rncodeatom, 0, rnnz};
     const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
-    walk_dense(
-        d0, d1, md1, {xi32.from(mcolptr_base), xi32.from(mperm_base)}, msubi,
-        [&](int, int q) { sizes.add_scaled(e, q, ncodeatom > 0); }, [](int, int) {});
+    walk_right_dense(
+        d0, d1, by_column(msubi, md1, xi32.from(mcolptr_base), xi32.from(mperm_base)),
+        [&](int64_t, int q) { sizes.add_scaled(e, q, ncodeatom > 0); }, [](int, int) {});
     return {sizes.rncodeatom, static_cast<int>(sizes.rnnz)};
 }
 
@@ -185,9 +165,10 @@ CLOSURE(468, results(int, int, int, int),
     const auto e = STACKED_OPERAND();
     auto r = SPARSE_RESULT(codei, elmi, nnzi);
     const Code form = ncodeatom > 0 ? Code::scaled : Code::none;
-    epos = walk_sparse(
-        d1, epos, nelem, wi64.from(sp_base), {mnnz, msubi, msubj, xi32.from(mperm_base)}, mval,
-        [&](int k, int64_t q) { r.append_scaled(e, q, mval, k, form); },
+    epos = walk_above_zero(
+        LinearEntries{nelem, wi64.from(sp_base), d1}, epos,
+        by_column(mnnz, msubi, msubj, xi32.from(mperm_base)), mval,
+        [&](int64_t k, int64_t q) { r.append_scaled(e, q, mval, k, form); },
         [&](int64_t row, int c) { r.close_element(md1 * row + c); });
     return {r.codei, r.elmi, epos, r.nnzi};
 }
@@ -201,9 +182,10 @@ CLOSURE(467, results(int, int, long long),
 {
     Sizes sizes{rncodeatom, rnelem, rnnz};
     const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
-    walk_sparse(
-        d1, 0, nelem, wi64.from(sp_base), {mnnz, msubi, msubj, xi32.from(mperm_base)}, mval,
-        [&](int, int64_t q) { sizes.add_scaled(e, q, ncodeatom > 0); },
+    walk_above_zero(
+        LinearEntries{nelem, wi64.from(sp_base), d1}, 0,
+        by_column(mnnz, msubi, msubj, xi32.from(mperm_base)), mval,
+        [&](int64_t, int64_t q) { sizes.add_scaled(e, q, ncodeatom > 0); },
         [&](int64_t, int) { ++sizes.rnelem; });
     return {sizes.rncodeatom, sizes.rnelem, sizes.rnnz};
 }

@@ -5,17 +5,9 @@
 
 #include "algorithms.h"
 #include "array.h"
+#include "subscripts.h"
 
 namespace fragments {
-
-/// Whether some index lies outside a shape of `size` positions.
-template <class S>
-bool has_bad_index(int64_t size, I64<S> list)
-{
-    for (int64_t k = 0; k < list.length(); ++k)
-        if (list[k] < 0 || list[k] >= size) return true;
-    return false;
-}
 
 /// Calls `meet(k, q)` for each index k of the list that an expression stores, as its element q:
 /// all of them if it is dense.

@@ -7,24 +7,11 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
+#include "subscripts.h"
 
 namespace fragments {
 
 namespace {
-
-/// Whether a subscript lies outside dimension k; a negative one does in any shape.
-template <class S>
-bool out_of_range(int subscript, I32<S> shape, int k)
-{
-    return subscript < 0 || subscript >= shape[k];
-}
-
-/// target[places[i]] = source[i] for i below `n`.
-template <class T, class S>
-void scatter_n(Array<T, S> source, int64_t n, I64<S> places, Array<T, S> target)
-{
-    for (int64_t i = 0; i < n; ++i) target[places[i]] = source[i];
-}
 
 /// Calls `value(v)` for each distinct value but the first, in the ascending order of `perm`.
 template <class S, class Value>
@@ -85,26 +72,19 @@ CLOSURE(173, void, (I32 i0, I32 i1, I32Matrix midxs))
 /// Whether `bad`, or some subscript of the table is outside its dimension.
 CLOSURE(174, bool, (bool bad, I32Matrix midxs, I32 shape))
 {
-    for (int i = 0; !bad && i < midxs.rows(); ++i)
-        for (int k = 0; !bad && k < midxs.columns(); ++k) bad = out_of_range(midxs(i, k), shape, k);
-    return bad;
+    return any_out_of_range(bad, midxs, shape);
 }
 
 /// The same for plain indexes, all of dimension 0.
 CLOSURE(179, bool, (I32 idxs, bool bad, I32 shape))
 {
-    for (int64_t i = 0; !bad && i < idxs.length(); ++i) bad = out_of_range(idxs[i], shape, 0);
-    return bad;
+    return any_out_of_range(bad, idxs, shape);
 }
 
 /// The native index at each row of subscripts, of which the first `nd` columns count.
 CLOSURE(176, void, (I64 basevar_nativeidxs, I64 idxs, I32Matrix midxs, int nd, I64 strides))
 {
-    for (int i = 0; i < midxs.rows(); ++i) {
-        int64_t linear = 0;
-        for (int k = 0; k < nd; ++k) linear += midxs(i, k) * strides[k];
-        idxs[i] = basevar_nativeidxs[linear];
-    }
+    pick_rows(basevar_nativeidxs, midxs, nd, strides, idxs);
 }
 
 /// Appends a dense part to a list pair: its native indexes from slot `pos` on, and the pattern 0,

@@ -16,14 +16,6 @@ namespace fragments {
 
 namespace {
 
-/// `initial` times the extents of the box, in 32 bits.
-template <class S>
-int box_size(int initial, I32<S> first, I32<S> last, int nd)
-{
-    for (int k = 0; k < nd; ++k) initial *= last[k] - first[k];
-    return initial;
-}
-
 /// Copies `n` entries of the row-major `list` from the box on, in row-major order of the box: an
 /// odometer that moves a run of the innermost dimension at a time and never divides. Dimension 0
 /// has no carry, so the walk ends by the count. `nd` is at least 1.

@@ -1,0 +1,27 @@
+// push_param_array: an array of parameters as an expression.
+
+#include "algorithms.h"
+#include "closure_frame.h"
+#include "parameter_program.h"
+
+namespace fragments {
+
+/// Element k gets one term, of index 0 and coefficient 0.0, with the program that pushes parameter
+/// nidxs[k]. `sp` is written only with `hassp`, `codeptr` only with elements.
+CLOSURE(315, void,
+        (bool hassp, int nd, int nelem, I32 nidxs, int rcconst_base, int rcode_base,
+         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
+         int rptr_base, int rshape_base, int rsp_base, I32 shape, I64 sp))
+{
+    ri32[rptr_base] = 0;
+    copy_n(shape, nd, ri32.from(rshape_base));
+    fill_n(ri64.from(rnidxs_base), nelem, 0);
+    fill_n(rf64.from(rcof_base), nelem, 0.0);
+    iota_n(ri32.from(rptr_base), int64_t{nelem} + 1);
+    if (nelem > 0) iota_n(ri32.from(rcodeptr_base), int64_t{nelem} + 1);
+    if (hassp) copy_n(sp, nelem, ri64.from(rsp_base));
+    fill_n(ri32.from(rcode_base), nelem, op_param);
+    convert_n(nidxs, nelem, rf64.from(rcconst_base));
+}
+
+} // namespace fragments

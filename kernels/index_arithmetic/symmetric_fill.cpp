@@ -1,0 +1,38 @@
+// An array that is symmetric in two of its axes, from a list of the entries of one triangle. The
+// steps fold the shape into the five extents `dim`, make the 32-bit strides, and fill.
+
+#include "algorithms.h"
+#include "closure_frame.h"
+#include "five_dimensional_view.h"
+
+namespace fragments {
+
+// dim[0], dim[2] and dim[4] of the view, each times what it holds.
+CLOSURE_AS(263, void, (int axis, I32 dim, I32 shape), fold_extents(shape, {0, axis}, dim, 0))
+CLOSURE_AS(264, void, (int axis0, int axis1, I32 dim, I32 shape),
+           fold_extents(shape, {int64_t{axis0} + 1, axis1}, dim, 2))
+CLOSURE_AS(265, void, (int axis, I32 dim, int nd, I32 shape),
+           fold_extents(shape, {int64_t{axis} + 1, nd}, dim, 4))
+
+/// stride[3] down to stride[0]; stride[4] is the host's.
+CLOSURE_AS(266, void, (I32 dim, I32 stride), row_major_strides(dim, 5, stride))
+
+/// Each entry of `nativeidxs`, from `ipos` on, to the next position of the lower or the upper
+/// triangle, in storage order, and to its mirror. Returns the place behind the last entry.
+CLOSURE(267, int, (I32 dim, int ipos, I32 nativeidxs, I32 nidxs, I32 stride, bool upper))
+{
+    const Extents d = extents(dim);
+    for_each_position(
+        d,
+        [&](int64_t i) {
+            return upper ? Range{i, d[1]} : Range{0, i + 1};
+        },
+        [&](const Position& x) {
+            const int32_t entry = nativeidxs[ipos++];
+            nidxs[x.linear(stride)] = entry;
+            nidxs[Position{x.a, x.j, x.m, x.i, x.b}.linear(stride)] = entry;
+        });
+    return ipos;
+}
+
+} // namespace fragments

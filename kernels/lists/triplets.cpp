@@ -1,0 +1,113 @@
+// Constant matrices as triplets: parallel lists of row `subi` (i32), column `subj` (i32) and value
+// `val` (f64). Names with a trailing underscore are raw input, in any order; those without are the
+// cleaned form. `k` and `pos` are running places, which come back as the result.
+
+#include "algorithms.h"
+#include "closure_frame.h"
+
+namespace fragments {
+
+/// Dense, row-major, from triplets. Of several entries for one place the last stays, and places
+/// without an entry keep what they hold. The length of `subi` counts.
+CLOSURE_AS(638, void, (int dimj, F64 r, I32 subi, I32 subj, F64 val),
+           scatter_triplets(subi.length(), subi, subj, val, dimj, r))
+
+/// Row starts, from ascending `subi`: the entries of row i are ptrb[i] up to but not including
+/// ptrb[i + 1]. Writes `dimi` entries and returns the closing one, at most `nnz`. The search begins
+/// at `pos`.
+CLOSURE(637, long long, (int dimi, long long nnz, long long pos, I64 ptrb, I32 subi))
+{
+    for (int i = 0; i < dimi; ++i) {
+        ptrb[i] = pos;
+        pos = run_end(
+            pos, nnz, [&](int64_t t) { return subi[t]; }, i);
+    }
+    return pos;
+}
+
+/// Copies the triplets whose value isn't 0.0, in their order. The length of `val_` counts.
+CLOSURE(636, int, (int k, I32 subi, I32 subi_, I32 subj, I32 subj_, F64 val, F64 val_))
+{
+    for (int64_t t = 0; t < val_.length(); ++t) {
+        if (val_[t] == 0.0) continue;
+        subi[k] = subi_[t];
+        subj[k] = subj_[t];
+        val[k] = val_[t];
+        ++k;
+    }
+    return k;
+}
+
+/// `count` plus the values that 636 keeps: a NaN is one.
+CLOSURE(635, int, (int count, F64 val_))
+{
+    for (int64_t t = 0; t < val_.length(); ++t) count += val_[t] != 0.0;
+    return count;
+}
+
+/// `outofrange`, or whether one of the first `n` entries lies outside a `dimi` x `dimj` matrix.
+CLOSURE(634, bool, (int dimi, int dimj, long long n, bool outofrange, I32 subi_, I32 subj_))
+{
+    for (int64_t t = 0; !outofrange && t < n; ++t)
+        outofrange = subi_[t] < 0 || subi_[t] >= dimi || subj_[t] < 0 || subj_[t] >= dimj;
+    return outofrange;
+}
+
+/// All positions of a `dimi` x `dimj` matrix, row by row.
+CLOSURE(633, int, (int dimi, int dimj, int k, I32 subi, I32 subj))
+{
+    for (int i = 0; i < dimi; ++i) {
+        for (int j = 0; j < dimj; ++j, ++k) {
+            subi[k] = i;
+            subj[k] = j;
+        }
+    }
+    return k;
+}
+
+/// A row-major block of `data`, from `pos` on, to columns that are `step` apart in `newdata`.
+/// Returns the place behind the block.
+CLOSURE(632, int, (F64 data, int dimi, int dimj, F64 newdata, int pos, int step))
+{
+    const auto block = data.from(pos);
+    for (int64_t i = 0; i < dimi; ++i)
+        for (int64_t j = 0; j < dimj; ++j) newdata[i + j * step] = block[i * dimj + j];
+    return pos + dimi * dimj;
+}
+
+/// The greatest of the values passed and the first `n` entries of each list.
+CLOSURE(631, results(int, int), (int maxi, int maxj, int n, I32 subi, I32 subj))
+{
+    return {greatest(maxi, subi, n), greatest(maxj, subj, n)};
+}
+CLOSURE(630, results(int, int), (int maxi, int maxj, int n, I32 subi, I32 subj))
+{
+    return {greatest(maxi, subi, n), greatest(maxj, subj, n)};
+}
+
+/// Triplets of a dense matrix, row by row, zeros too.
+CLOSURE(629, int, (F64Matrix data, int dimi, int dimj, int k, I32 subi, I32 subj, F64 val))
+{
+    const int64_t count =
+        dense_to_triplets(dimi, dimj, data, subi.from(k), subj.from(k), val.from(k));
+    return static_cast<int>(k + count);
+}
+
+/// `count` plus the first `n` extents.
+CLOSURE_AS(628, int, (int count, I32 jdims, int n), sum_n(count, jdims, n))
+CLOSURE_AS(627, int, (int count, I32 idims, int n), sum_n(count, idims, n))
+
+/// The diagonal entries `msubi` (rows and columns alike) of a block with its corner at (`offi`,
+/// `offj`), to places `k` and on.
+CLOSURE(626, void,
+        (long long count, long long k, I32 msubi, int offi, int offj, I32 subi, I32 subj))
+{
+    const auto rows = subi.from(k);
+    const auto columns = subj.from(k);
+    for (int64_t t = 0; t < count; ++t) {
+        rows[t] = msubi[t] + offi;
+        columns[t] = msubi[t] + offj;
+    }
+}
+
+} // namespace fragments

@@ -1,0 +1,235 @@
+#pragma once
+
+/// The walks of the products of a matrix M and an expression E that is read as a matrix: which
+/// entry of the left factor meets which one of the right factor, in the order of the result. What
+/// becomes of a pair is the product's own: `pair` takes the two, and `element` stands behind the
+/// pairs of each element of the result, with its row and column. A sizing closure and its writer
+/// share a walk, so that the two agree.
+///
+/// The types of rows and columns carry over to what is computed from them: 32 bits in triplets, 64
+/// in linear indexes.
+
+#include "algorithms.h"
+#include "array.h"
+
+namespace fragments {
+
+/// The entries of a matrix as triplet lists `msubi`, `msubj`, ordered strictly by row and then
+/// column, with the values elsewhere. There is no row pointer: a row is a run of equal `msubi`.
+template <class S>
+struct Triplets
+{
+    int64_t count;
+    I32<S> msubi;
+    I32<S> msubj;
+
+    int row(int64_t k) const { return msubi[k]; }
+    int column(int64_t k) const { return msubj[k]; }
+    int column_in_row(int64_t k, int /*row*/) const { return msubj[k]; }
+
+    /// What ascends with the row among the entries of one column: of entry k, and of any place.
+    int64_t key(int64_t k) const { return msubi[k]; }
+    int64_t key(int64_t row, int64_t /*column*/) const { return row; }
+
+    /// Calls `visit(row, entries)` for each row that has an entry, from entry `begin` on. Returns
+    /// the entry behind the last row.
+    template <class Visit>
+    int64_t for_each_row(int64_t begin, Visit visit) const
+    {
+        return for_each_run(
+            begin, count, [&](int64_t k) { return row(k); }, visit);
+    }
+};
+
+template <class S>
+Triplets(int64_t, I32<S>, I32<S>) -> Triplets<S>;
+
+/// The entries of a matrix, or the stored elements of an expression, as a list of row-major linear
+/// indexes, strictly ascending.
+template <class S>
+struct LinearEntries
+{
+    int64_t count;
+    I64<S> linear;
+    int columns;
+
+    int64_t row(int64_t k) const { return linear[k] / columns; }
+    int64_t column(int64_t k) const { return linear[k] % columns; }
+    /// The same without a division, where the row is known.
+    int64_t column_in_row(int64_t k, int64_t row) const { return linear[k] - row * columns; }
+
+    int64_t key(int64_t k) const { return linear[k]; }
+    int64_t key(int64_t row, int64_t column) const { return row * columns + column; }
+
+    template <class Visit>
+    int64_t for_each_row(int64_t begin, Visit visit) const
+    {
+        while (begin < count) {
+            const int64_t in_row = row(begin);
+            const int64_t next = near_lower_bound(
+                {begin + 1, count}, [&](int64_t k) { return linear[k]; }, (in_row + 1) * columns);
+            visit(in_row, Range{begin, next});
+            begin = next;
+        }
+        return begin;
+    }
+};
+
+template <class S>
+LinearEntries(int64_t, I64<S>, int) -> LinearEntries<S>;
+
+/// Entries taken column by column, in ascending row: the p-th one is entry perm[p]. The columns are
+/// runs, and those without an entry don't occur.
+template <class Entries, class S>
+struct ColumnRuns
+{
+    Entries entries;
+    I32<S> perm;
+
+    int64_t entry(int64_t p) const { return perm[p]; }
+    auto column(int64_t p) const { return entries.column(perm[p]); }
+
+    /// Calls `visit(column, places)` for each column, from place `begin` on. Returns the place
+    /// behind the last one.
+    template <class Visit>
+    int64_t for_each_column(int64_t begin, Visit visit) const
+    {
+        return for_each_long_run(
+            begin, entries.count, [&](int64_t p) { return column(p); }, visit);
+    }
+};
+template <class Entries, class S>
+ColumnRuns(Entries, I32<S>) -> ColumnRuns<Entries, S>;
+
+/// Positions by column: those of column c are perm[p] for p from ptr[c] up to but not including
+/// ptr[c + 1].
+template <class S>
+struct ColumnGrouping
+{
+    I32<S> ptr;
+    I32<S> perm;
+
+    Range column(int c) const { return {ptr[c], ptr[c + 1]}; }
+};
+
+/// Entries taken by such a grouping. Each of the `count` columns occurs, also one without an entry.
+template <class Entries, class S>
+struct GroupedColumns
+{
+    Entries entries;
+    ColumnGrouping<S> grouping;
+    int count;
+
+    int64_t entry(int64_t p) const { return grouping.perm[p]; }
+
+    template <class Visit>
+    void for_each_column(int begin, Visit visit) const
+    {
+        for (int c = begin; c < count; ++c) visit(c, grouping.column(c));
+    }
+};
+template <class Entries, class S>
+GroupedColumns(Entries, ColumnGrouping<S>, int) -> GroupedColumns<Entries, S>;
+
+/// M E with a dense E of `d1` columns, from entry `begin` of M on: `pair(m, e)`, and an element of
+/// the result in each column of each row of M that has an entry. Returns the entry behind the last
+/// row.
+template <class M, class Pair, class Element>
+int walk_left_dense(const M& m, int64_t begin, int d1, Pair pair, Element element)
+{
+    return static_cast<int>(m.for_each_row(begin, [&](auto row, Range entries) {
+        for (int c = 0; c < d1; ++c) {
+            for (int64_t k = entries.begin; k < entries.end; ++k)
+                pair(k, d1 * m.column_in_row(k, row) + c);
+            element(row, c);
+        }
+    }));
+}
+
+/// E M with a dense E of `d0` rows and `d1` columns, by the columns of M: `pair(m, e)`, and an
+/// element of the result in each row for each column of M that occurs.
+template <class Rows, class Columns, class Pair, class Element>
+void walk_right_dense(Rows d0, int d1, const Columns& m, Pair pair, Element element)
+{
+    for (Rows r = 0; r < d0; ++r) {
+        m.for_each_column(0, [&](auto c, Range places) {
+            for (int64_t p = places.begin; p < places.end; ++p)
+                pair(m.entry(p), m.entries.row(m.entry(p)) + d1 * r);
+            element(r, c);
+        });
+    }
+}
+
+/// A product of two sparse factors, the left one by rows from entry `begin` on and the right one by
+/// columns: `pair(a, b)` with an entry of each, and an element of the result where there is some
+/// pair. Returns the entry behind the last row. Costs for each row the number of right columns, and
+/// for each of these the length of the row times the logarithm of the distances in the column.
+template <class Left, class Columns, class Pair, class Element>
+int walk_sparse(const Left& left, int64_t begin, const Columns& right, Pair pair, Element element)
+{
+    return static_cast<int>(left.for_each_row(begin, [&](auto row, Range entries) {
+        right.for_each_column(0, [&](auto c, Range places) {
+            bool met = false;
+            for_each_match_in_long(
+                entries,
+                [&](int64_t a) { return right.entries.key(left.column_in_row(a, row), c); }, places,
+                [&](int64_t p) { return right.entries.key(right.entry(p)); },
+                [&](int64_t a, int64_t p) {
+                    pair(a, right.entry(p));
+                    met = true;
+                });
+            if (met) element(row, c);
+        });
+    }));
+}
+
+/// The diagonal of M E with a dense E, from entry `begin` of M on: `pair(m, e)`, and an element of
+/// the result for each row of M that has an entry. Returns the entry behind the last row.
+template <class M, class Pair, class Element>
+int walk_left_diagonal(const M& m, int64_t begin, int d1, Pair pair, Element element)
+{
+    return static_cast<int>(m.for_each_row(begin, [&](auto row, Range entries) {
+        for (int64_t k = entries.begin; k < entries.end; ++k)
+            pair(k, d1 * m.column_in_row(k, row) + row);
+        element(row);
+    }));
+}
+
+/// The diagonal of E M with a dense E, by the columns of M from place `begin` on: `pair(m, e)`, and
+/// an element of the result for each column of M that has an entry. Returns the place behind the
+/// last column.
+template <class Columns, class Pair, class Element>
+int walk_right_diagonal(int d1, const Columns& m, int64_t begin, Pair pair, Element element)
+{
+    return static_cast<int>(m.for_each_column(begin, [&](auto c, Range places) {
+        for (int64_t p = places.begin; p < places.end; ++p)
+            pair(m.entry(p), m.entries.row(m.entry(p)) + d1 * c);
+        element(c);
+    }));
+}
+
+/// The diagonal of a product of two sparse factors. Row i of the left one has to meet column i of
+/// the right one first, and inside that meeting entries meet: `pair(a, b)` with an entry of each,
+/// and behind each meeting `element(i, met)`. Moves both cursors: `entries` over the left factor,
+/// `places` over the columns of the right one.
+template <class Left, class Columns, class Pair, class Element>
+void walk_diagonal(const Left& left, Range& entries, const Columns& right, Range& places, Pair pair,
+                   Element element)
+{
+    for_each_meeting(
+        entries, [&](int64_t a) { return int64_t{left.row(a)}; }, places,
+        [&](int64_t p) { return int64_t{right.column(p)}; },
+        [&](int64_t i, Range in_row, Range in_column) {
+            bool met = false;
+            for_each_match(
+                in_row, [&](int64_t a) { return right.entries.key(left.column(a), i); }, in_column,
+                [&](int64_t p) { return right.entries.key(right.entry(p)); },
+                [&](int64_t a, int64_t p) {
+                    pair(a, right.entry(p));
+                    met = true;
+                });
+            element(i, met);
+        });
+}
+
+} // namespace fragments

@@ -1,0 +1,168 @@
+"""The host's constant data in any order, and models that lose rows and columns and gain others."""
+
+import itertools
+import random
+import unittest
+from array import array
+from math import inf
+
+from host.data import sorting_permutation
+from host.glpk import Problem, SolverError
+from host.matrices import DenseMatrix, SparseMatrix
+from host.model import Model
+from host.products import SparseTensor
+from host.slots import Slots
+from support import product
+from test_host import needs_glpk
+
+
+def sums(entries):
+    """The sum of the values at each place, in ascending order, from (place, value) pairs."""
+    result = {}
+    for place, value in entries:
+        result[place] = result.get(place, 0.0) + value
+    return dict(sorted(result.items()))
+
+
+class Data(unittest.TestCase):
+    def test_matrices(self):
+        for seed in range(150):
+            rng = random.Random(seed)
+            rows, columns, n = rng.randrange(1, 5), rng.randrange(1, 5), rng.randrange(15)
+            subi, subj = rng.choices(range(rows), k=n), rng.choices(range(columns), k=n)
+            val = rng.choices([0.0, -0.0, 1.5, 2.0], k=n)
+            entries = sums(((i, j), v) for i, j, v in zip(subi, subj, val) if v)
+            data = [[entries.get((i, j), 0.0) for j in range(columns)] for i in range(rows)]
+            flat = sum(data, [])
+            view = memoryview(array("d", flat)).cast("B").cast("d", [rows, columns])
+            for m in (SparseMatrix.from_triplets(rows, columns, subi, array("i", subj), val),
+                      SparseMatrix.from_dense(data), SparseMatrix.from_dense(view)):
+                self.assertEqual(list(zip(zip(m.msubi, m.msubj), m.mval)), list(entries.items()))
+                self.assertEqual((m.dense().rows, list(m.dense().mval)), (rows, flat))
+            self.assertEqual(list(DenseMatrix.from_rows(view).transpose().mval),
+                             list(itertools.chain(*zip(*data))))
+        self.assertEqual(list(SparseMatrix.diagonal([2, 3]).dense().mval), [2, 0, 0, 3])
+        self.assertEqual(SparseMatrix.from_dense([[], []]).dense().rows, 2)
+
+    def test_tensors(self):
+        for seed in range(150):
+            rng = random.Random(seed)
+            shape, n = rng.choices([1, 2, 3, 2**20], k=rng.randrange(4)), rng.randrange(12)
+            drawn = [[rng.randrange(rng.choice([d, min(d, 3)])) for d in shape] for _ in range(n)]
+            linear = [sum(i * product(shape[k + 1 :]) for k, i in enumerate(s)) for s in drawn]
+            values = rng.choices([0.0, 0.5, -0.5], k=n)
+            for t in (SparseTensor.from_subscripts(shape, drawn, values),
+                      SparseTensor.from_subscripts(shape, sum(drawn, []), values),
+                      SparseTensor.from_indexes(shape, linear, values)):
+                self.assertEqual(list(zip(t.msp, t.mcof)), list(sums(zip(linear, values)).items()))
+            for total in (1000, 2**50):  # by digits, and too many of these
+                linear = array("q", rng.choices([0, 3, 31, 32, 999, total - 1], k=n))
+                self.assertEqual(list(sorting_permutation(linear, total)),
+                                 sorted(range(n), key=linear.__getitem__))
+
+    def test_refusals_name_the_entry(self):
+        triplets, subscripts = SparseMatrix.from_triplets, SparseTensor.from_subscripts
+        for text, make, *arguments in (
+            (r"entry 1, at \[2, 0\], .*\[2, 3\]", triplets, 2, 3, [1, 2, 3], [2, 0, 0], [1] * 3),
+            (r"entry 0, at \[0, -1\]", triplets, 2, 3, [0, 9], [-1, 9], [1, 1]),
+            (r"entry 1, at \[0, 4294967296\]", triplets, 2, 3, [0, 0], [1, 2**32], [1, 1]),
+            (r"entry 1, at \[1, 3\], .*\[2, 3\]", subscripts, [2, 3], [0, 2, 1, 3], [1, 1]),
+            (r"entry 0, at \[4294967296\]", subscripts, [2], [[2**32]], [1]),
+            ("has 2 subscripts", subscripts, [2, 3], [[1, 0], [1]], [1, 1]),
+            ("can't have 3", subscripts, [2, 3], [1, 0, 1], [1, 1]),
+            ("no shape", subscripts, [2**31 - 1] * 3, [], []),
+            (r"entry 2, at \[6\]", SparseTensor.from_indexes, [2, 3], [1, 5, 6], [1] * 3),
+            ("same length", SparseMatrix.from_dense, [[1.0], [1.0, 2.0]]),
+        ):
+            self.assertRaisesRegex(ValueError, text, make, *arguments)
+
+    def test_slots(self):
+        for seed in range(60):
+            rng, slots, runs, peak = random.Random(seed), Slots(2), [], 0
+            for _ in range(30):
+                if runs and rng.random() < 0.5:
+                    slots.give_back(runs.pop(rng.randrange(len(runs))))
+                else:
+                    runs.append(slots.take(rng.randrange(6)))
+                used = sorted(itertools.chain(*runs))
+                peak = max(peak, len(used))
+                self.assertEqual((slots.used, slots.top), (len(set(used)), peak))
+                self.assertEqual([k for k in range(peak + 2) if slots.all_used([k])], used)
+
+
+@needs_glpk
+class GrowingModels(unittest.TestCase):
+    """max x0 + x1 + x2 where each piece (rows, upper) demands rows x + (1 + p) y <= upper + p, with
+    a y of its own."""
+
+    def build(self, pieces):
+        model = Model(Problem())
+        x, p, e = model.variable([3], 0.0, 9.0), model.parameter(1.0), model.evaluator
+        model.maximize(e.mul_left(DenseMatrix(1, 3, [1.0] * 3), e.push_variable(x)))
+        return model, x, p, [self.add(model, x, p, *piece) for piece in pieces]
+
+    def add(self, model, x, p, rows, upper):
+        y, e, n = model.variable([1], 0.0, 1.0), model.evaluator, len(rows)
+        with e.w.scratch():
+            ax = e.mul_left(DenseMatrix(n, 3, sum(rows, [])), e.push_variable(x))
+            ys = e.mul_left(DenseMatrix(n, 1, [1.0] * n), e.push_variable(y))
+            moving = e.mul_param_scalar(p.index, e.weighted_sum(
+                [ys, e.push_expression([n], [1.0] * n)], [1, -1]))
+            return y, model.constrain(e.weighted_sum([ax, ys, moving], [1, 1, 1]), -inf, upper)
+
+    def test_changes_in_a_loop(self):
+        for seed in range(3):
+            rng, pieces, peak = random.Random(seed), [], 0
+            model, x, p, parts = self.build([])
+            for step in range(40):
+                if len(pieces) == 4:
+                    k = rng.randrange(4)
+                    _, (y, constraint) = pieces.pop(k), parts.pop(k)
+                    model.remove(constraint)
+                    if step % 3:
+                        model.solve()
+                    model.remove(y)
+                pieces.append(([rng.choices([0.0, 1.0, 2.0], k=3) for _ in range(rng.randrange(4))],
+                               rng.randrange(1, 6)))
+                parts.append(self.add(model, x, p, *pieces[-1]))
+                peak = max(peak, model._constants.store.code_used)
+                fresh, _, q, _ = self.build(pieces)
+                for p.value, q.value in ((1.0, 1.0), (2.5, 2.5)):
+                    self.assertEqual((model.solve(), fresh.solve()), ("optimal",) * 2)
+                    self.assertAlmostEqual(model.objective(), fresh.objective())
+                    for (rows, upper), (y, constraint) in zip(pieces, parts):
+                        levels = model.levels(x) + model.levels(y)
+                        for row, found in zip(rows, model.row_levels(constraint)):
+                            held = map(float.__mul__, row + [1.0 + p.value], levels)
+                            self.assertAlmostEqual(found, sum(held))
+            self.assertEqual((model.native.columns, model.native.rows <= 12), (3 + 4, True))
+            self.assertLessEqual(len(model._constants.store.code), 4 * peak)
+
+    def test_refusals(self):
+        model, x, p, ((y, constraint),) = self.build([([[1.0, 0.0, 0.0]], 1.0)])
+        other, view, push = model.variable([2]), x.slice([0], [1]), model.evaluator.push_variable
+        for item in (y, x, view, Model(Problem()).variable([1]), p):
+            self.assertRaisesRegex(ValueError, "can", model.remove, item)
+        self.assertEqual((model.solve(), model.objective()), ("optimal", 20.0))
+        model.remove(constraint)
+        model.remove(y)
+        for use, item in ((model.row_levels, constraint), (model.row_duals, constraint),
+                          (model.levels, y), (model.duals, y), (model.minimize, push(y)),
+                          (lambda e: model.constrain(e, 0.0, 1.0), push(y)),
+                          (model.remove, constraint), (model.remove, y)):
+            self.assertRaisesRegex(ValueError, "not any more|removed before", use, item)
+        self.assertRaisesRegex(ValueError, "no solution", model.levels, x)
+        self.assertRaises(SolverError, model.constrain, push(other), [inf] * 2, 1.0)
+        self.assertEqual((model.solve(), model.objective()), ("optimal", 27.0))
+
+    def test_values_of_many_parameters(self):
+        model, other = Model(Problem()), Model(Problem())
+        a, b, c = model.parameters([1.0, 2.0, 3.0])
+        model.set_values([c, a], [30.0, 10.0])
+        self.assertEqual(list(model.values([a, b, c, a])), [10.0, 2.0, 30.0, 10.0])
+        self.assertRaisesRegex(ValueError, "can't have", model.set_values, [a, b], [1.0])
+        self.assertRaisesRegex(ValueError, "other model", model.values, [other.parameter(1.0)])
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,132 @@
+"""Semidefinite problems in SDPA's format: read, and solved on two roads."""
+
+import io
+import math
+import random
+import shutil
+import unittest
+import unittest.mock
+
+from host.csdp import Csdp
+from host.sdpa import FormatError, SdpaProblem
+from host.semidefinite import build
+from host_support import DemoCase
+from support import f64
+
+needs_csdp = unittest.skipUnless(shutil.which("csdp"), "CSDP is missing")
+
+# The largest eigenvalue of [[2, 1], [1, 2]], with a diagonal block for what the trace leaves.
+EIGENVALUE = """\
+"a comment
+* another
+1 = number of constraints
+2 = number of blocks
+{2, -1}
+(1.0)
+0 1 1 1 2.0
+0 1 1 2 1.0
+0 1 2 2 2
+1 1 1 1 1
+1 1 2 2 1.0
+1 2 1 1 1
+"""
+
+
+def sdpa(constraints, blocks, c, *entries):
+    return "\n".join((str(constraints), str(len(blocks)), " ".join(map(str, blocks)), c,
+                      *entries)) + "\n"
+
+
+def pentagon():
+    """Lovasz' theta number of the cycle of five nodes: the square root of 5."""
+    ones = ["0 1 %d %d 1" % (i, j) for i in range(1, 6) for j in range(i, 6)]
+    trace = ["1 1 %d %d 1" % (i, i) for i in range(1, 6)]
+    edges = ["%d 1 %d %d 1" % (k + 2, *sorted((k % 5 + 1, (k + 1) % 5 + 1))) for k in range(5)]
+    return sdpa(6, [5], "1 0 0 0 0 0", *ones, *trace, *edges)
+
+
+@needs_csdp
+class Demo(DemoCase):
+    file_name = "model.dat-s"
+
+    def test_objectives(self):
+        for text, p, objectives in ((EIGENVALUE, "2", (3, 6)),
+                                    (pentagon(), "0.5", (math.sqrt(5), math.sqrt(5) / 2))):
+            with self.subTest(text=text):
+                status, output, errors = self.solve(text, "--parameter", p)
+                self.assertEqual((status, errors), (0, ""))
+                for road in ("objective by closures", "objective by CSDP alone"):
+                    for found, expected in zip(self.row(output, road), objectives):
+                        self.assertAlmostEqual(float(found), expected, places=6)
+                for kind in ("matrices", "duals"):
+                    for value in self.row(output, "largest difference of " + kind):
+                        self.assertLessEqual(float(value), 1e-7)
+
+    def test_roads_that_differ(self):
+        change = "import sys, host.sdpa as s\ns.SdpaProblem.objective = lambda self, X: 3.0001"
+        self.assertEqual(self.solve(EIGENVALUE, change=change)[0], 1)
+
+    def test_bad_input(self):
+        infeasible = sdpa(2, [2], "1 2", "1 1 1 1 1", "2 1 1 1 1")
+        for expected, answer in (
+            ("No such file", self.run_host(self.path)),
+            ("line 1: 'hello' stands where", self.solve("hello\n")),
+            ("line 5: the entry (1, 3) lies outside of block 1",
+             self.solve(sdpa(1, [2], "1", "1 1 1 3 1"))),
+            ("CSDP says: Success: SDP is primal infeasible", self.solve(infeasible)),
+            ("CSDP gave up: Incorrect SDPA file", self.solve(EIGENVALUE.replace("1 2 2 2", "1,2,2,2"))),
+            ("--maximize", self.solve(EIGENVALUE, "--maximize")),
+            ("no program csdp", self.solve(EIGENVALUE, PATH="/nowhere")),
+        ):
+            with self.subTest(expected=expected):
+                self.assert_refused(expected, answer)
+
+
+class Format(unittest.TestCase):
+    def read(self, text):
+        with unittest.mock.patch("builtins.open", lambda *_, **__: io.StringIO(text)):
+            return SdpaProblem.read("F")
+
+    def test_what_is_written_is_read(self):
+        rng = random.Random(1)
+        blocks = [3, -4, 2]
+        problem = SdpaProblem.empty(blocks, f64([rng.random(), -1e-300]))
+        for k in range(3):
+            for b, n in enumerate(blocks):
+                for i in range(abs(n)):
+                    problem.append(k, b, i, i if n < 0 else rng.randrange(i, n), rng.random() - 0.5)
+        text = io.StringIO()
+        problem.write(text)
+        self.assertEqual(self.read(text.getvalue()), problem)
+
+    def test_errors_name_the_line(self):
+        for line, what, text in (
+            (1, "number of constraints is 0", sdpa(0, [1], "")),
+            (3, "dimension 0", sdpa(1, [0], "1")),
+            (4, "ends before the constants", sdpa(2, [2], "1")),
+            (4, "not finite", sdpa(1, [2], "inf")),
+            (5, "five numbers", sdpa(1, [2], "1", "1 1 1 1")),
+            (5, "five numbers", sdpa(1, [2], "1", "1 1 1 1 1 more")),
+            (5, "no matrix 2", sdpa(1, [2], "1", "2 1 1 1 1")),
+            (5, "no block 2", sdpa(1, [2], "1", "1 2 1 1 1")),
+            (5, "not on the diagonal", sdpa(1, [-2], "1", "1 1 1 2 1")),
+            (6, "stands twice", sdpa(1, [2], "1", "1 1 1 2 1", "1 1 2 1 1")),
+        ):
+            with self.assertRaisesRegex(FormatError, r"F .*line %d: .*%s" % (line, what)):
+                self.read(text)
+
+    def test_model_hands_over_what_was_read(self):
+        problem = self.read(EIGENVALUE.replace("0 1 2 2 2", "0 1 2 2 0.1"))
+        problem.c[0] = 0.7
+        built = build(problem, Csdp())
+        built.scale.value = 3.0
+        handed = built.model.problem()
+        self.assertEqual(list(handed.rows.offset), [0.0, -3.0 * 0.7])
+        entries = zip(handed.rows.barsubi, handed.rows.matsubj, handed.rows.matsubi,
+                      handed.rows.matcof)
+        self.assertEqual(sorted(entries), [(0, 0, 0, 2.0), (0, 0, 1, 1.0), (0, 1, 1, 0.1),
+                                           (1, 0, 0, 1.0), (1, 1, 1, 1.0)])
+
+
+if __name__ == "__main__":
+    unittest.main()
