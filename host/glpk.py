@@ -19,7 +19,7 @@ import time
 from array import array
 from dataclasses import dataclass
 
-from .assembly import transpose_triplets
+from .assembly import rows_of_entries, transpose_triplets
 from .matrices import SparseMatrix
 from .progress import progress
 from .stacks import zeros
@@ -27,6 +27,7 @@ from .stacks import zeros
 LIBRARY = "libglpk.so.40"
 
 FREE, LOWER, UPPER, DOUBLE, FIXED = 1, 2, 3, 4, 5  # kinds of bounds
+KINDS = ((FREE, UPPER), (LOWER, DOUBLE))  # by whether there is a lower and an upper bound
 FIXED_MPS, FREE_MPS = 1, 2
 MINIMIZE, MAXIMIZE = 1, 2
 AUTOMATIC_SCALING = 0x80
@@ -230,9 +231,7 @@ class Problem:
         for first, last in ranges:
             # The library has a row 0, and rows in any order.
             rowptr, msubj, mval = transpose_triplets(ptr[first : last + 1], rows + 1, subi, val)
-            msubi = array("i")
-            for i, (begin, end) in enumerate(zip(rowptr[1:], rowptr[2:])):
-                msubi.extend(array("i", [i]) * (end - begin))
+            msubi = rows_of_entries(rowptr[1:])
             yield SparseMatrix(rows, last - first, msubi, msubj, mval)
 
     def _compressed(self):
@@ -388,15 +387,8 @@ def address(numbers, place=0):
 
 def native_bounds(lower, upper):
     """Kinds, lower and upper bounds as the library takes them."""
-    kinds = list(map(kind_of_bounds, lower, upper))
-    return kinds, map(ctypes.c_double, lower), map(ctypes.c_double, upper)
-
-
-def kind_of_bounds(lower, upper):
-    if not (lower < math.inf and upper > -math.inf):
+    greatest, least = math.inf, -math.inf
+    if not all(map(greatest.__gt__, lower)) or not all(map(least.__lt__, upper)):
         raise SolverError("a bound is not a finite number")
-    if lower == upper:
-        return FIXED
-    if lower > -math.inf:
-        return DOUBLE if upper < math.inf else LOWER
-    return UPPER if upper < math.inf else FREE
+    kinds = [FIXED if l == u else KINDS[l > least][u < greatest] for l, u in zip(lower, upper)]
+    return kinds, map(ctypes.c_double, lower), map(ctypes.c_double, upper)
