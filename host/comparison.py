@@ -49,9 +49,9 @@ class Roads:
     """A problem that can be solved on both roads for any value of the parameter.
 
     What a kind of problem brings: `solver`, the name of the native solver, with `native`, the one
-    of the first road; `kinds`, what levels and duals belong to; `tolerances`; `heading`, lines that
-    tell what the problem is; `build()`, which returns the model; and the roads, `ours(p)` with the
-    model `built` and `theirs(p)`, which return an Outcome.
+    of the first road; `kinds`, what the levels and duals are called; `tolerances`; `heading`, lines
+    that tell what the problem is; `build()`, which gives `built`, the model of the first road; and
+    the roads, `ours(p)` and `theirs(p)`, which return an Outcome.
     """
 
     built = None

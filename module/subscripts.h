@@ -77,8 +77,8 @@ bool any_out_of_range(bool flag, I32<S> indexes, I32<S> shape)
 }
 
 /// `initial` plus the linear index of row `i` of the table, of which `nd` columns count.
-template <class S>
-int64_t linear_of_row(int64_t initial, Matrix<int32_t, S> table, int64_t i, int nd, I64<S> strides)
+template <class S, class Strides>
+int64_t linear_of_row(int64_t initial, Matrix<int32_t, S> table, int64_t i, int nd, Strides strides)
 {
     for (int k = 0; k < nd; ++k) initial += table(i, k) * strides[k];
     return initial;

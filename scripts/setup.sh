@@ -48,14 +48,14 @@ fi
 
 # --- the solvers of the demos, and example models
 
-has_glpk() { "$python" -c 'import ctypes; ctypes.CDLL("libglpk.so.40")' 2>/dev/null; }
-
-# The system's own Python can have a conic solver as a package; the tests that need it are left out
+# One more that the system's own Python can have as a package: tests that need it are left out
 # where it is missing.
-if [[ -n ${1:-} && $EUID -eq 0 && $python == $(command -pv "python$1") ]] &&
+if [[ -n $version && $EUID -eq 0 && $python == "$(command -pv "python$version")" ]] &&
     command -v apt-get >/dev/null && ! "$python" -c 'import cvxopt' 2>/dev/null; then
     (install "CVXOPT" python3-cvxopt) || true
 fi
+
+has_glpk() { "$python" -c 'import ctypes; ctypes.CDLL("libglpk.so.40")' 2>/dev/null; }
 
 missing=()
 has_glpk || missing+=(libglpk40)
