@@ -8,7 +8,6 @@ numbers that it can't work with. So an adapter passes nothing on unseen, and whe
 all the same, it ends with one line that says why. Nothing else is printed.
 """
 
-import bisect
 import ctypes
 import itertools
 import math
@@ -41,8 +40,8 @@ class SolverError(Exception):
 
 
 def _prototypes():
-    """Result and arguments of each routine. Those that are called for each column get their arguments
-    in the library's own types, as to convert them takes longer than the rest of a call.
+    """Result and arguments of each routine. Those that are called for each column get their
+    arguments in the library's own types, as to convert them takes longer than the rest of a call.
     """
     problem, text, whole, real = ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int, ctypes.c_double
     lists = ctypes.c_void_p
@@ -229,7 +228,7 @@ class Problem:
         `last`, counted from 0, as a SparseMatrix."""
         rows, (ptr, subi, val) = self.rows, self._compressed()
         for first, last in ranges:
-            # The library has a row 0, and rows in any order.
+            # The library counts rows from 1: a row 0, which is empty, is left out again.
             rowptr, msubj, mval = transpose_triplets(ptr[first : last + 1], rows + 1, subi, val)
             msubi = rows_of_entries(rowptr[1:])
             yield SparseMatrix(rows, last - first, msubi, msubj, mval)
