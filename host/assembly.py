@@ -44,6 +44,12 @@ def transpose_triplets(ptr, columns, subj, val):
     return cptrb[: columns + 1], tsubi, tval
 
 
+def rows_of_entries(ptr):
+    """The row (i32) of each entry of triplets by row, from where each row starts."""
+    n = ptr[-1] - ptr[0]
+    return transpose_triplets(ptr, 1, zeros("i32", n), zeros("f64", n))[1]  # as one column
+
+
 def pointers(count):
     """A pointer array over `count` rows or columns, with one entry more for the counts."""
     return memoryview(zeros("i64", count + 2))

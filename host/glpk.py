@@ -8,7 +8,6 @@ numbers that it can't work with. So an adapter passes nothing on unseen, and whe
 all the same, it ends with one line that says why. Nothing else is printed.
 """
 
-import bisect
 import ctypes
 import itertools
 import math
@@ -19,7 +18,7 @@ import time
 from array import array
 from dataclasses import dataclass
 
-from .assembly import transpose_triplets
+from .assembly import rows_of_entries, transpose_triplets
 from .matrices import SparseMatrix
 from .progress import progress
 from .stacks import zeros
@@ -27,6 +26,7 @@ from .stacks import zeros
 LIBRARY = "libglpk.so.40"
 
 FREE, LOWER, UPPER, DOUBLE, FIXED = 1, 2, 3, 4, 5  # kinds of bounds
+KINDS = ((FREE, UPPER), (LOWER, DOUBLE))  # by whether there is a lower and an upper bound
 FIXED_MPS, FREE_MPS = 1, 2
 MINIMIZE, MAXIMIZE = 1, 2
 AUTOMATIC_SCALING = 0x80
@@ -40,8 +40,8 @@ class SolverError(Exception):
 
 
 def _prototypes():
-    """Result and arguments of each routine. Those that are called for each column get their arguments
-    in the library's own types, as to convert them takes longer than the rest of a call.
+    """Result and arguments of each routine. Those that are called for each column get their
+    arguments in the library's own types, as to convert them takes longer than the rest of a call.
     """
     problem, text, whole, real = ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int, ctypes.c_double
     lists = ctypes.c_void_p
@@ -228,11 +228,9 @@ class Problem:
         `last`, counted from 0, as a SparseMatrix."""
         rows, (ptr, subi, val) = self.rows, self._compressed()
         for first, last in ranges:
-            # The library has a row 0, and rows in any order.
+            # The library counts rows from 1: a row 0, which is empty, is left out again.
             rowptr, msubj, mval = transpose_triplets(ptr[first : last + 1], rows + 1, subi, val)
-            msubi = array("i")
-            for i, (begin, end) in enumerate(zip(rowptr[1:], rowptr[2:])):
-                msubi.extend(array("i", [i]) * (end - begin))
+            msubi = rows_of_entries(rowptr[1:])
             yield SparseMatrix(rows, last - first, msubi, msubj, mval)
 
     def _compressed(self):
@@ -388,15 +386,8 @@ def address(numbers, place=0):
 
 def native_bounds(lower, upper):
     """Kinds, lower and upper bounds as the library takes them."""
-    kinds = list(map(kind_of_bounds, lower, upper))
-    return kinds, map(ctypes.c_double, lower), map(ctypes.c_double, upper)
-
-
-def kind_of_bounds(lower, upper):
-    if not (lower < math.inf and upper > -math.inf):
+    greatest, least = math.inf, -math.inf
+    if not all(map(greatest.__gt__, lower)) or not all(map(least.__lt__, upper)):
         raise SolverError("a bound is not a finite number")
-    if lower == upper:
-        return FIXED
-    if lower > -math.inf:
-        return DOUBLE if upper < math.inf else LOWER
-    return UPPER if upper < math.inf else FREE
+    kinds = [FIXED if l == u else KINDS[l > least][u < greatest] for l, u in zip(lower, upper)]
+    return kinds, map(ctypes.c_double, lower), map(ctypes.c_double, upper)

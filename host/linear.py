@@ -56,7 +56,8 @@ def build(problem, native):
 
         def side(bounds, others):
             """p b, with b the finite ones of these bounds, and of the others where they are not."""
-            b = [first_finite(*pair) for pair in zip(bounds, others)]
+            b = [b if math.isfinite(b) else other if math.isfinite(other) else 0.0
+                 for b, other in zip(bounds, others)]
             return e.mul_param_scalar(p.index, e.push_expression([problem.rows], b))
 
         # The constants come first, as the model has them: so nothing is left to sort.
@@ -145,8 +146,3 @@ def cuts(count):
     """Begin and end of each block."""
     edges = [count * k // BLOCKS for k in range(BLOCKS + 1)]
     return list(zip(edges, edges[1:]))
-
-
-def first_finite(bound, other):
-    """The first of two bounds that is not infinite, or 0.0."""
-    return bound if math.isfinite(bound) else other if math.isfinite(other) else 0.0

@@ -50,8 +50,10 @@ class Slots:
         self._mark(slots, 0)
 
     def all_used(self, slots):
-        """Whether all these numbers are of used slots."""
-        return max(slots, default=-1) < self.top and (
+        """Whether all these numbers (i32, or others, which take longer) are of used slots."""
+        largest = closure(439, -1, slots, len(slots), 0) if getattr(
+            slots, "typecode", "") == "i" else max(slots, default=-1)
+        return largest < self.top and (
             self.used == self.top or all(map(self._taken.__getitem__, slots)))
 
     def _mark(self, slots, taken):

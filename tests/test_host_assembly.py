@@ -37,12 +37,12 @@ class Assembly(unittest.TestCase):
             rng = random.Random(seed)
             rows, columns, triplets = random_triplets(rng)
             triplets.sort(key=lambda t: t[0])
-            by_column = sorted(triplets, key=lambda t: t[1])
             starts = lambda sub, count: prefix(map(list(sub).count, range(count)))
             subi, subj, val = arrays(triplets)
             first = rng.randrange(rows + 1)  # the rows before that are left out
-            kept = [t for t in by_column if t[0] >= first]
-            ptr, tsubi, tval = transpose_triplets(i64(starts(subi, rows)[first:]), columns, subj, val)
+            kept = sorted((t for t in triplets if t[0] >= first), key=lambda t: t[1])
+            ptr = i64(starts(subi, rows)[first:])
+            ptr, tsubi, tval = transpose_triplets(ptr, columns, subj, val)
             self.assertEqual(list(zip(tsubi, tval)), [(i - first, value) for i, _, value in kept])
             self.assertEqual(list(ptr), starts([j for _, j, _ in kept], columns))
 

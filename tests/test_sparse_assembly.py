@@ -73,7 +73,7 @@ class SparseAssembly(unittest.TestCase):
             rng = random.Random(seed)
             lo, mid, hi = sorted(rng.randrange(90) for _ in range(3))
             vals, src = [rng.randrange(-5, 5) for _ in range(90)], rng.sample(range(90), 90)
-            left, right = (sorted(src[a:b], key=vals.__getitem__) for a, b in ((lo, mid), (mid, hi)))
+            left, right = (sorted(run, key=vals.__getitem__) for run in (src[lo:mid], src[mid:hi]))
             src[lo:hi], tgt = left + right, lay(i32([MARKER["i"]] * 90))
             call(129, lo, mid, hi, lay(i32(src)), tgt, lay(i32(vals)))
             merged = sorted(right + left, key=vals.__getitem__)  # of equal keys the right run first
