@@ -11,13 +11,14 @@ from dataclasses import replace
 from .closures import closure
 from .construction import Construction
 from .matrices import DenseMatrix, SparseMatrix
+from .parameter_products import ParameterProducts
 from .products import Products
 from .stacks import LARGEST, OperandList, Stack, as_array, operand, size, zeros
 from .structure import Structure
 from .sums import Sums
 
 
-class Evaluator(Construction, Sums, Products, Structure):
+class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
     """Builds expressions. A result stands on the r stack and operands are taken from the w stack;
     the two are the same arrays here, so that a result is the next operand where it stands. The x
     stack is scratch between the closures of one operation.
