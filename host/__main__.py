@@ -12,6 +12,8 @@ The time in the host takes in handing the model to the solver and taking the sol
 time in the solver is that of solving alone. Reading the file is in neither, and the second road is
 not in the account.
 
+While this takes its time, standard error tells the step that it is in, if that is a terminal.
+
 Exit status: 0; 1 if the roads differ by more than 1e-6, relative (1e-4 for matrices and their
 duals); 2, with one line on standard error, if there is nothing to compare: the file can't be read,
 its problem has no solution, the parameter is not a finite number, the solver or the module is
@@ -25,6 +27,7 @@ import sys
 from .closures import load
 from .glpk import SolverError
 from .linear import LinearRoads
+from .progress import progress
 from .sdpa import FormatError
 from .semidefinite import SemidefiniteRoads
 
@@ -75,6 +78,7 @@ def run(arguments):
         arguments[k : k + 2] = ["=".join(arguments[k : k + 2])]
     options = parser.parse_args(arguments)
     load()
+    progress("reading the file ...")
     both = roads(options)
 
     comparisons = []
@@ -84,6 +88,7 @@ def run(arguments):
         if comparison.ours.status != "optimal" and p == 1.0 and comparison.agrees:
             raise SolverError("%s has no solution: %s"
                               % (options.file, both.why_unsolved(comparison.ours)))
+    progress.clear()
     print(both.table(comparisons), flush=True)
     if not all(c.agrees for c in comparisons):
         t = both.tolerances
@@ -100,6 +105,8 @@ def main(arguments=None):
         text = "%s: %s" % (error.filename, error.strerror) if error.filename else str(error)
     except (UsageError, FormatError, SolverError, ImportError, OverflowError, MemoryError) as error:
         text = str(error) or type(error).__name__
+    finally:
+        progress.clear()
     print("host: " + " ".join(text.split()), file=sys.stderr)
     return 2
 

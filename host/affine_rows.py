@@ -1,12 +1,12 @@
 """Affine rows of a native model with semidefinite variables, from finished expressions."""
 
 import itertools
-import math
 import operator
 from array import array
 
 from .closures import closure
 from .conic import Forms
+from .model import all_finite
 from .row_store import RowStore
 from .stacks import zeros
 from .variables import Variable
@@ -92,7 +92,7 @@ class AffineRows:
         if self._store.entry_used == 0:
             return self.fixed
         subi, subj, val = self._store.evaluate(param_value, x)
-        if not all(map(math.isfinite, val)):
+        if not all_finite(val):
             raise OverflowError("a coefficient is not finite for the present parameter values")
         forms = self.fixed.copy()
         for i, j, v in zip(subi, subj, val):

@@ -5,6 +5,7 @@ from math import inf
 
 from .closures import closure
 from .construction import stored_places
+from .data import linear_indexes, rank2
 from .matrices import SparseMatrix
 from .stacks import as_array, size, zeros
 from .variables import Variable
@@ -21,7 +22,7 @@ class IndexArray:
 
     def at(self, *subscripts):
         """The index at these subscripts. Raises ValueError if no element is stored there."""
-        linear = linear_index(self.shape, subscripts)
+        (linear,) = linear_indexes(self.shape, subscripts, 1)
         if self.sparsity is None:
             return self.indexes[linear]
         place = closure(313, linear, 0, self.sparsity)
@@ -101,11 +102,10 @@ class Bounds:
         is 0.0 if it isn't listed, as in any sparse matrix."""
         shape, lists = common_shape(lower, upper), (lower.msubi, lower.msubj)
         count = closure(282, *lists, 0, upper.msubi, upper.msubj)
-        lbv, ubv, sparsity = zeros("f64", count), zeros("f64", count), zeros("i64", count)
-        inst = rank2(zeros("i32", 2 * count), count, 2)
-        closure(283, inst, lbv, *lists, lower.mval, ubv, upper.msubi, upper.msubj, upper.mval)
-        closure(577, count, 2, strides(as_array("i32", shape), 306), sparsity, inst)
-        return cls(shape, lbv, ubv, sparsity)
+        lbv, ubv, inst = zeros("f64", count), zeros("f64", count), zeros("i32", 2 * count)
+        closure(283, rank2(inst, count, 2), lbv, *lists, lower.mval, ubv, upper.msubi, upper.msubj,
+                upper.mval)
+        return cls(shape, lbv, ubv, linear_indexes(shape, inst, count))
 
     def variable(self, model):
         """A new variable of the model between these bounds, sparse as they are."""
@@ -125,27 +125,8 @@ def common_shape(lower, upper):
     return shapes[0]
 
 
-# Shapes and positions.
-
-
-def linear_index(shape, subscripts):
-    """The row-major linear index of a position of the shape (i32). Raises ValueError if it isn't
-    one."""
-    nd = len(shape)
-    try:
-        key = as_array("i32", subscripts)
-        outside = len(key) != nd or closure(305, False, rank2(key, 1, nd), shape)
-    except OverflowError:
-        outside = True
-    if outside:
-        raise ValueError("%s is no position of the shape %s" % (list(subscripts), list(shape)))
-    return closure(269, key, key[0], shape) if nd > 0 else 0
-
-
 def position(shape, linear):
-    """The subscripts at a linear index of the shape (i32). Raises ValueError if it hasn't that."""
-    if not 0 <= linear < closure(268, shape, 1):
-        raise ValueError("the shape %s has no position %d" % (list(shape), linear))
+    """The subscripts at a linear index of the shape (i32)."""
     subscripts = zeros("i32", len(shape))
     if len(shape) > 0:
         closure(272, linear, subscripts, shape)
@@ -153,15 +134,9 @@ def position(shape, linear):
 
 
 def strides(shape, number):
-    """The row-major strides (i64) of the shape, by the closure of that number."""
+    """The row-major strides (i64) of the shape (i32), by the closure of that number."""
     result = zeros("i64", len(shape))
-    result[-1:] = as_array("i64", [1] * len(result[-1:]))
+    if len(shape) > 0:
+        result[-1] = 1
     closure(number, len(shape), shape, result)
     return result
-
-
-def rank2(values, rows, columns):
-    """An array as a rank-2 one; None if it has no entries, as there are no such views."""
-    if rows * columns == 0:
-        return None
-    return memoryview(values).cast("B").cast(values.typecode, [rows, columns])

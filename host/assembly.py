@@ -31,31 +31,17 @@ def sort_triplets(rows, columns, subi, subj, val):
     return result
 
 
-def transpose_triplets(first, last, columns, subi, subj, val):
-    """The triplets (subi, subj, val), in ascending order of row, as they are in ascending order of
-    column and, within a column, of row. The rows are `first` up to but not including `last`, and
-    count from 0 in the result."""
-    rptrb, cptrb = pointers(last), pointers(columns)
-    closure(117, cptrb, len(val), rptrb, subi, subj)
-    closure(118, last + 1, rptrb)
-    closure(119, cptrb, columns)
-    return _scatter(last - first, rptrb[first + 1 :], cptrb, subj, val)
-
-
-def transpose_compressed(ptr, columns, subj, val):
-    """The same for triplets without `subi`: those of row i stand from ptr[i] up to but not
-    including ptr[i + 1] (i64)."""
+def transpose_triplets(ptr, columns, subj, val):
+    """Triplets by row in ascending order of column and, within a column, of row: (ptr, subi, val).
+    In both lists `ptr` (i64) has where each row or column starts, and the end of the last."""
+    begin, end = ptr[0], ptr[-1]
     cptrb = pointers(columns)
-    closure(121, cptrb, len(val), subj)
+    closure(121, cptrb, end - begin, memoryview(subj)[begin:end])
     closure(122, cptrb, columns)
-    return _scatter(len(ptr) - 1, ptr, cptrb, subj, val)
-
-
-def _scatter(rows, rptrb, cptrb, subj, val):
-    result = empty_triplets(len(val))
+    tsubi, tsubj, tval = empty_triplets(end - begin)
     # The sum has left the start of each column one place up.
-    closure(120, cptrb[1:], rows, rptrb, subj, *result, val)
-    return result
+    closure(120, cptrb[1:], len(ptr) - 1, ptr, subj, tsubi, tsubj, tval, val)
+    return cptrb[: columns + 1], tsubi, tval
 
 
 def pointers(count):

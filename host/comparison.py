@@ -6,6 +6,7 @@ import time
 from dataclasses import dataclass, field
 
 from .closures import closure
+from .progress import progress
 
 
 @dataclass
@@ -48,17 +49,25 @@ class Roads:
     """A problem that can be solved on both roads for any value of the parameter.
 
     What a kind of problem brings: `solver`, the name of the native solver, with `native`, the one
-    of the first road; `kinds`, what levels and duals belong to; `tolerances`; `heading`, lines that
-    tell what the problem is; and the roads, `ours(p)` and `theirs(p)`, which return an Outcome.
+    of the first road; `kinds`, what the levels and duals are called; `tolerances`; `heading`, lines
+    that tell what the problem is; `build()`, which gives `built`, the model of the first road; and
+    the roads, `ours(p)` and `theirs(p)`, which return an Outcome.
     """
+
+    built = None
 
     def cost(self):
         return Cost(closure.calls, closure.seconds, self.native.seconds, time.perf_counter())
 
     def compare(self, p):
         start = self.cost()
+        if self.built is None:
+            progress("building the model ...")
+            self.built = self.build()
+        progress("solving for p = %g ..." % p)
         ours = self.ours(p)
         cost = self.cost() - start
+        progress("solving for p = %g again, by %s alone ..." % (p, self.solver))
         return Comparison(p, ours, self.theirs(p), cost, self.tolerances)
 
     def table(self, comparisons):

@@ -5,7 +5,7 @@ import math
 from array import array
 
 from .closures import closure
-from .conic import QUADRATIC, SEMIDEFINITE, Cone
+from .conic import SEMIDEFINITE, Cone
 from .stacks import as_array, size, zeros
 
 # A slot off the diagonal is the entry of its matrix times the square root of 2.
@@ -85,9 +85,9 @@ class SemidefiniteLayout:
 class ConeTables:
     """The cones of a model. Conic row k is slot k: slots are numbered cone by cone.
 
-    By slot: `accafeidxs` and `accb`, the affine row that it is and the constant that goes off;
-    `accid`, `ofs`, `afe`, `scale` (as the conic row): its cone, its place there, its affine row, and
-    the factor that turns its value into that of its element. By cone: `accptr`, its first slot.
+    By slot: `accafeidxs` and `accb`, the affine row that it is and the constant that goes off; as a
+    conic row `accid`, `ofs`, `afe` and `scale`, its cone, its place there, its affine row, and the
+    factor that turns its value into that of its element. By cone: `accptr`, its first slot.
     """
 
     def __init__(self):

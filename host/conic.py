@@ -22,8 +22,8 @@ class Forms:
                   + sum of <A, X[j]> over the variables j,
 
     the matrix A of form i and variable j by its lower triangle: for each k with barsubi[k] = i and
-    barsubj[k] = j it has matcof[k] at row matsubi[k] and column matsubj[k], which is no greater, and
-    at the mirrored place. Places not listed are zero, and what is listed twice adds up.
+    barsubj[k] = j it has matcof[k] at row matsubi[k] and column matsubj[k] <= matsubi[k], and at
+    the mirrored place. Places not listed are zero, and what is listed twice adds up.
 
     offset, cof, matcof: f64; all other lists: i32. Columns count from 1, all else from 0.
     """
@@ -111,7 +111,7 @@ class ConicSolution:
 
     In a minimisation the duals of bounds are at least 0, and those of cones and of semidefinite
     variables lie in the same cones; in a maximisation all have the other sign. In both, the
-    gradient of form 0 is the sum over all rows, columns, slots and variables of dual times gradient,
+    gradient of form 0 is the sum over rows, columns, slots and variables of dual times gradient,
     with `slc` - `suc` for a row and `slx` - `sux` for a column.
     """
 

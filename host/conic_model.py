@@ -14,9 +14,9 @@ from .affine_rows import AffineRows, ElementTables, split
 from .closures import closure
 from .cones import OFF_DIAGONAL, ConeTables, QuadraticLayout, SemidefiniteLayout, numbers
 from .conic import QUADRATIC, SEMIDEFINITE, ConicProblem, Forms
-from .domains import bounds, each, pattern
+from .domains import bounds, pattern
 from .expressions import Evaluator
-from .model import Constraint, Parameter
+from .model import Constraint, Parameter, all_finite, each
 from .stacks import size, zeros
 from .variables import Variable
 
@@ -56,7 +56,7 @@ class ConicModel:
         lower, upper = bounds(shape, lower, upper, at)
         if sparsity is not None:
             lower, upper = (array("d", map(side.__getitem__, sparsity)) for side in (lower, upper))
-        first, count = len(self._lower), len(lower)
+        first, count, self._solution = len(self._lower), len(lower), None
         self._lower.extend(lower)
         self._upper.extend(upper)
         self._cone.extend(itertools.repeat(-1, count))
@@ -79,8 +79,9 @@ class ConicModel:
     def semidefinite_variable(self, dim, count=None):
         """A positive semidefinite matrix variable of shape (dim, dim), or `count` of them, of shape
         (count, dim, dim)."""
-        if dim < 0 or (count or 0) < 0:
-            raise ValueError("%s is no shape" % [count, dim, dim])
+        if dim < 1 or (count or 0) < 0:
+            raise ValueError("%s matrices of dimension %s can't be" % (count or 1, dim))
+        self._solution = None
         x = self.tables.add(1 if count is None else count, dim)
         return Variable([dim, dim], x.nativeidxs) if count is None else x
 
@@ -123,7 +124,7 @@ class ConicModel:
         if kind not in KINDS or len(dimensions) != (1 if kind == QUADRATIC else 2):
             raise ValueError("there is no cone %r of %d dimensions" % (kind, len(dimensions)))
         layout, offset = KINDS[kind](e.shape, *dimensions), each(offset, size(e.shape))
-        if not all(map(math.isfinite, offset)):
+        if not all_finite(offset):
             raise ValueError("an offset is not finite")
         with self.evaluator.w.scratch():
             add = self._quadratic if kind == QUADRATIC else self._semidefinite
@@ -154,17 +155,17 @@ class ConicModel:
         ev, w = self.evaluator, self.evaluator.w
         e = ev.finish(e)
         with w.section("i64", e.nidxs_base, e.nnz) as nidxs:
-            if not -len(self.tables) <= min(nidxs, default=0) <= max(nidxs, default=0) < len(
-                    self._lower):
+            if not within(nidxs, len(self.tables), len(self._lower)):
                 raise ValueError("an expression has a variable that is not in the model")
         forms = split(self.tables, w, e)
-        if not all(map(math.isfinite, itertools.chain(forms.offset, forms.cof, forms.matcof))):
+        if not all(map(all_finite, (forms.offset, forms.cof, forms.matcof))):
             raise ValueError("a coefficient is not finite")
         if e.hassp:
             with w.section("i64", e.sp_base, e.nelem) as sp:
                 stored = array("i", map(rows.__getitem__, sp))
         else:
             stored = rows
+        self._solution = None
         target.add(new)
         target.write(w, e, forms, stored)
 
@@ -206,24 +207,26 @@ class ConicModel:
         return self._solved().objective
 
     def levels(self, variable):
-        s, res = self._solved(), zeros("f64", len(variable))
+        s, res = self._solved(variable), zeros("f64", len(variable))
         closure(19, s.barx, len(variable), variable.nativeidxs, 0, res, s.xx)
         return res
 
     def duals(self, variable):
         """Of a scalar variable the combined dual of its bounds, that of the lower minus that of the
         upper one, or its dual in its cone; of a semidefinite one the dual matrix."""
-        s, res = self._solved(), zeros("f64", len(variable))
+        s, res = self._solved(variable), zeros("f64", len(variable))
         closure(20, self.cones.accptr, s.accy, s.bars, len(variable), variable.nativeidxs, 0, res,
                 self._cone, self._place, self._yx)
         return res
 
     def row_levels(self, constraint):
         """The values of the elements, constants included; in a cone less their offsets."""
-        return self._read_rows(15, constraint, self._solved().accx, self._solution.xc)
+        s = self._solved(constraint, "accx", "xc")
+        return self._read_rows(15, constraint, s.accx, s.xc)
 
     def row_duals(self, constraint):
-        return self._read_rows(16, constraint, self._solved().accy, self._y)
+        s = self._solved(constraint, "accx", "xc")
+        return self._read_rows(16, constraint, s.accy, self._y)
 
     def _read_rows(self, number, constraint, slots, linear):
         t, codes = self.cones, constraint.nativeidxs
@@ -231,10 +234,23 @@ class ConicModel:
         closure(number, t.accptr, slots, t.accid, t.ofs, t.scale, len(codes), codes, 0, res, linear)
         return res
 
-    def _solved(self):
-        if self._solution is None:
-            raise ValueError("the model has no solution: it is not solved, or has no optimum")
-        return self._solution
+    def _solved(self, item=None, negative="barx", others="xx"):
+        """The solution; ValueError if there is none, or not of the variable or constraint `item`,
+        whose numbers are places in these lists of it, negative ones by their complements."""
+        s = self._solution
+        if s is None:
+            raise ValueError("the model has no solution: it is not solved as it is now, or has no "
+                             "optimum")
+        if item is not None and not within(item.nativeidxs, len(getattr(s, negative)),
+                                           len(getattr(s, others))):
+            raise ValueError("what is to be read is not in the model")
+        return s
+
+
+def within(numbers, below, above):
+    """Whether all of the numbers are under `above`, and the complements of negative ones under
+    `below`."""
+    return -below <= min(numbers, default=0) and max(numbers, default=0) < above
 
 
 def complements(slots):

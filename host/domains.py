@@ -4,6 +4,7 @@ import math
 from array import array
 
 from .closures import closure
+from .model import each
 from .stacks import as_array, size, zeros
 from .sums import require_room
 
@@ -31,7 +32,8 @@ def pattern(shape, subscripts):
     closure(49, nd, shape, strides)
     closure(51, False, n, shape, midxs, sparsity, strides)
     if not closure(42, True, sparsity):
-        perm, other, ptr = zeros("i32", n), zeros("i32", n), zeros("i32", closure(52, 0, nd, shape) + 1)
+        perm, other = zeros("i32", n), zeros("i32", n)
+        ptr = zeros("i32", closure(52, 0, nd, shape) + 1)
         closure(53, perm, n)
         for k in range(nd):
             closure(54, perm, k, midxs, n, nd, ptr, shape, other)
@@ -48,25 +50,14 @@ def bounds(shape, lower, upper, subscripts=None):
     others have no bounds. Raises ValueError if the lists don't fit or a bound is not one."""
     n = size(shape)
     bl, bu = array("d", [-math.inf]) * n, array("d", [math.inf]) * n
-    listed, same = subscripts is not None, is_number(lower) and is_number(upper)
+    listed = subscripts is not None
+    scalar = not listed and all(isinstance(side, (int, float)) for side in (lower, upper))
+    count = 1 if scalar else len(subscripts) if listed else n
     midxs = table(shape, subscripts) if listed else None
-    scalar, count = same and not listed, len(subscripts) if listed else n
-    lower, upper = (each(side, 1 if scalar else count) for side in (lower, upper))
+    lower, upper = each(lower, count), each(upper, count)
     if not all(l < math.inf and u > -math.inf for l, u in zip(lower, upper)):
         raise ValueError("a bound is not a finite number")
     if n > 0:
         closure(82, bl, bu, listed, lower, scalar, midxs, upper, len(shape), n,
                 as_array("i32", shape), 0)
     return bl, bu
-
-
-def is_number(bound):
-    return isinstance(bound, (int, float))
-
-
-def each(bound, count):
-    """A number (f64) for each of `count` elements, from one for all or a list."""
-    numbers = array("d", [bound]) * count if is_number(bound) else as_array("f64", bound)
-    if len(numbers) != count:
-        raise ValueError("%d elements can't have %d bounds" % (count, len(numbers)))
-    return numbers

@@ -52,22 +52,21 @@ def build(problem, native):
         optimize = model.maximize if problem.maximize else model.minimize
         optimize(e.weighted_sum(parts, [1.0] * len(parts)))
 
-        def scaled_side(b):
-            """p b"""
+        lower, upper = problem.row_bounds()
+
+        def side(bounds, others):
+            """p b, with b the finite ones of these bounds, and of the others where they are not."""
+            b = [first_finite(*pair) for pair in zip(bounds, others)]
             return e.mul_param_scalar(p.index, e.push_expression([problem.rows], b))
 
-        lower, upper = problem.row_bounds()
+        # The constants come first, as the model has them: so nothing is left to sort.
+        parts = [side(upper, lower), *map(e.mul_left, problem.matrices(ranges), blocks)]
         ranged = any(-math.inf < l < u < math.inf for l, u in zip(lower, upper))
-        # The constants come first, where the model has them: so nothing is left to sort.
-        parts = [scaled_side([first_finite(u, l) for l, u in zip(lower, upper)]),
-                 *map(e.mul_left, problem.matrices(ranges), blocks)]
-        floor = e.weighted_sum(
-            [scaled_side([first_finite(l, u) for l, u in zip(lower, upper)])], [-1.0])
         rows = model.constrain(
             e.weighted_sum(parts, [-1.0] + [1.0] * len(blocks)),
             [l if l == -math.inf else 0.0 for l in lower],
             [u if u == math.inf else 0.0 for u in upper],
-            floor=floor if ranged else None,
+            floor=e.weighted_sum([side(lower, upper)], [-1.0]) if ranged else None,
         )
     return ScaledModel(model, x, rows, p)
 
@@ -80,7 +79,7 @@ class LinearRoads(Roads):
     def __init__(self, path, maximize):
         self._problem = problem = Problem.read(path)
         problem.maximize = maximize
-        self.native, self._built, self._reference = Problem(), None, Reference(problem)
+        self.native, self._reference = Problem(), Reference(problem)
         self.heading = [
             "problem   %s (%s)" % (problem.name or "without a name", path),
             "size      " + ", ".join((count(problem.rows, "row"), count(problem.columns, "column"),
@@ -90,10 +89,11 @@ class LinearRoads(Roads):
             self.heading.append("          %s taken as continuous: this is the linear relaxation"
                                 % count(problem.integers, "integer column"))
 
+    def build(self):
+        return build(self._problem, self.native)
+
     def ours(self, p):
-        if self._built is None:
-            self._built = build(self._problem, self.native)
-        built, model = self._built, self._built.model
+        built, model = self.built, self.built.model
         built.scale.value = p
         outcome = Outcome(model.solve())
         if outcome.status == "optimal":
@@ -147,6 +147,6 @@ def cuts(count):
     return list(zip(edges, edges[1:]))
 
 
-def first_finite(*bounds):
-    """The first of the bounds that is not infinite, or 0.0."""
-    return next(filter(math.isfinite, bounds), 0.0)
+def first_finite(bound, other):
+    """The first of two bounds that is not infinite, or 0.0."""
+    return bound if math.isfinite(bound) else other if math.isfinite(other) else 0.0

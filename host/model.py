@@ -17,6 +17,7 @@ from .row_store import RowStore
 from .slots import Slots
 from .stacks import as_array, size, zeros
 from .variables import Variable
+from .views import ConstraintViews
 
 CONSTANT = array("i", [0])  # the variable index of the constant term
 
@@ -52,8 +53,9 @@ class Constants:
         self.moving.extend(zeros("f64", count))
         self.store.add_rows(count)
 
-    def __getitem__(self, row):
-        return self.fixed[row] + self.moving[row]
+    def at(self, rows):
+        fixed, moving = self.fixed, self.moving
+        return [fixed[row] + moving[row] for row in rows]
 
     def clear(self, rows):
         self.store.clear(rows)
@@ -86,7 +88,7 @@ class Constants:
         return rows, itertools.compress(zip(subi, subj, val), subj)
 
 
-class Constraint:
+class Constraint(ConstraintViews):
     """The rows of one expression: `nativeidxs` (i32) holds the row code of each element. `model` is
     the model that has made it; a view of one has none."""
 
@@ -313,11 +315,13 @@ class Model:
         self.native.set_rows(lrowidx, begins, ends, subj, val)
 
     def _bound(self, rows):
-        floors = (self._floor if self._has_floor[row] else self._constants for row in rows)
+        constants = self._constants.at(rows)
+        floors = [floor if self._has_floor[row] else constant for row, constant, floor
+                  in zip(rows, constants, self._floor.at(rows))]
         self.native.set_row_bounds(
             rows,
-            [self._lower[row] - floor[row] for row, floor in zip(rows, floors)],
-            [self._upper[row] - self._constants[row] for row in rows])
+            [self._lower[row] - floor for row, floor in zip(rows, floors)],
+            [self._upper[row] - constant for row, constant in zip(rows, constants)])
 
     # Solving.
 
@@ -329,7 +333,7 @@ class Model:
         moved_floor, _ = self._floor.evaluate(self.param_value, x)
         rows = sorted({*moved, *moved_floor})
         if rows[:1] == [0]:
-            self.native.set_objective(rows[:1], [self._constants[0]])
+            self.native.set_objective(rows[:1], self._constants.at(rows[:1]))
             del rows[0]
         self._bound(rows)
         for row, terms in itertools.groupby(coefficients, operator.itemgetter(0)):
@@ -401,10 +405,11 @@ def added(slots, last):
 
 
 def all_finite(values):
-    """Whether no number of the list (f64) is infinite or NaN: each minus itself is 0.0 then."""
+    """Whether no number of the list (f64) is infinite or NaN."""
     differences = zeros("f64", len(values))
     closure(23, len(values), values, values, differences)
-    return differences.tobytes() == bytes(differences.itemsize * len(values))
+    view = memoryview(differences)
+    return view == view  # each is 0.0, or NaN, which is not equal to itself
 
 
 def each(bound, count):

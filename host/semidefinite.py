@@ -77,7 +77,7 @@ class SemidefiniteRoads(Roads):
 
     def __init__(self, path):
         self._path, self._problem = path, SdpaProblem.read(path)
-        self.native, self._built = Csdp(), None
+        self.native = Csdp()
         p = self._problem
         blocks = ", ".join("%d diagonal" % -n if n < 0 else "%d x %d" % (n, n) for n in p.blocks)
         self.heading = [
@@ -87,10 +87,11 @@ class SemidefiniteRoads(Roads):
             "blocks    " + (blocks if len(blocks) < 80 else blocks[:76] + " ..."),
         ]
 
+    def build(self):
+        return build(self._problem, self.native)
+
     def ours(self, p):
-        if self._built is None:
-            self._built = build(self._problem, self.native)
-        built, model = self._built, self._built.model
+        built, model = self.built, self.built.model
         built.scale.value = p
         outcome = Outcome(model.solve())
         if outcome.status == "optimal":

@@ -112,7 +112,7 @@ class Sums:
         """(e + its transpose) / 2, the transpose exchanging the axes dim1 < dim2; sparse as `e` is.
         Elements of the diagonal stay as they are. Raises ValueError if that is no pair of axes of
         equal extent."""
-        w, (before, n, between, behind) = self.w, axis_pair(e, dim1, dim2)
+        w, (before, n, between, behind) = self.w, axis_pair(operand(e).shape, dim1, dim2)
         # The result with all terms twice is the largest; a halved term has two atoms more.
         ncodeatom = 2 * e.ncodeatom + 4 * e.nnz if e.ncodeatom > 0 else 0
         require_room(before, between, behind, 2 * e.nelem, 2 * e.nnz, ncodeatom)
@@ -165,7 +165,8 @@ class Sums:
         with `lower` the elements where it is at least that. Sparse, with every position of the
         triangle listed. Raises ValueError if that is no pair of axes of equal extent, or if the
         shape has more than 2^31 - 1 positions."""
-        r, w, (before, n, between, behind) = self.r, self.w, axis_pair(e, xdim, ydim)
+        r, w = self.r, self.w
+        before, n, between, behind = axis_pair(operand(e).shape, xdim, ydim)
         require_room(before, between, behind, size(e.shape))
         dim, stride = as_array("i32", [1, n, 1, n, 1]), as_array("i32", [0, 0, 0, 0, 1])
         closure(545, dim, e.shape_base, w.i32, xdim)
@@ -188,7 +189,7 @@ class Sums:
         """`e` with the elements off the diagonal of the axes xdim < ydim times `scale`. Raises
         ValueError if that is no pair of axes of equal extent."""
         r, w, scale = self.r, self.w, float(scale)
-        _, n, _, _ = axis_pair(e, xdim, ydim)
+        _, n, _, _ = axis_pair(operand(e).shape, xdim, ydim)
         ncodeatom = e.ncodeatom + 2 * e.nnz if e.ncodeatom > 0 else 0
         require_room(ncodeatom)
         h = r.reserve_expression(e.shape, e.nelem, e.nnz, ncodeatom, e.hassp)
@@ -223,11 +224,10 @@ class Sums:
         return h
 
 
-def axis_pair(e, first, second):
-    """What the axes first < second, of equal extent, make of the shape of the operand `e`: the
-    positions before, the extent, the positions between and behind. Else ValueError."""
-    shape = operand(e).shape
-    if not 0 <= first < second < e.nd or shape[first] != shape[second]:
+def axis_pair(shape, first, second):
+    """What the axes first < second, of equal extent, make of a shape: the positions before, the
+    extent, the positions between and behind. Else ValueError."""
+    if not 0 <= first < second < len(shape) or shape[first] != shape[second]:
         raise ValueError("%d and %d are no ascending axes of equal extent in the shape %s"
                          % (first, second, list(shape)))
     before, between, behind = shape[:first], shape[first + 1:second], shape[second + 1:]

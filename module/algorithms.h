@@ -113,6 +113,14 @@ Product product_behind(Product initial, Array<T, S> extents, int64_t k, int64_t 
     return product(initial, extents.from(k + 1), end - 1 - k);
 }
 
+/// The extents behind dimension `k`, up to but not including dimension `end`, each moved by `shift`
+/// dimensions: target[i + shift] = shape[i].
+template <class S>
+void copy_behind(int64_t k, int64_t end, I32<S> shape, int64_t shift, I32<S> target)
+{
+    copy_n(shape.from(k + 1), end - 1 - k, target.from(k + 1 + shift));
+}
+
 /// `initial` plus the first `n` entries of `list`, in the type of `initial`.
 template <class Sum, class T, class S>
 Sum sum_n(Sum initial, Array<T, S> list, int64_t n)

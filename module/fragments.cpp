@@ -7,13 +7,6 @@
 
 namespace fragments {
 
-#ifndef FRAGMENTS_COMPLETE
-// A closure that is not written yet is a null address. The complete build drops this line, and
-// the linker then refuses a missing number; a doubled one it refuses in either build.
-template <int Number>
-[[gnu::weak]] PyObject* closure(PyObject* module, PyObject* arguments);
-#endif
-
 namespace {
 
 constexpr int closure_count = 646;
@@ -66,10 +59,5 @@ PyModuleDef FragmentsModule = {
 extern "C" [[gnu::visibility("default")]] PyObject* PyInit_fragments()
 {
     using namespace fragments;
-#ifndef FRAGMENTS_COMPLETE
-    const auto end = std::remove_if(FragmentsMethods.begin(), FragmentsMethods.end() - 1,
-                                    [](const PyMethodDef& m) { return m.ml_meth == nullptr; });
-    std::fill(end, FragmentsMethods.end(), PyMethodDef{});
-#endif
     return PyModule_Create2(&FragmentsModule, PYTHON_API_VERSION);
 }

@@ -1,15 +1,18 @@
-"""The host's sparse matrices: triplets put in order, and what GLPK's columns come to."""
+"""The host at size: triplets put in order, what GLPK's columns come to, the steps of long work."""
 
+import os
 import random
+import subprocess
+import sys
+import tempfile
 import unittest
 
-from host.assembly import sort_triplets, transpose_compressed, transpose_triplets
+from host.assembly import sort_triplets, transpose_triplets
 from support import f64, i32, i64, prefix
-from test_host import Problem, needs_glpk
+from test_host import MIXED, Problem, needs_glpk
 
 
 def random_triplets(rng):
-    """(rows, columns, triplets without order, with repeats)"""
     rows, columns = rng.randrange(1, 7), rng.randrange(1, 7)
     return rows, columns, [(rng.randrange(rows), rng.randrange(columns), rng.random())
                            for _ in range(rng.choice([0, 1, 20]))]
@@ -31,15 +34,17 @@ class Assembly(unittest.TestCase):
 
     def test_transposition(self):
         for seed in range(60):
-            rows, columns, triplets = random_triplets(random.Random(seed))
+            rng = random.Random(seed)
+            rows, columns, triplets = random_triplets(rng)
             triplets.sort(key=lambda t: t[0])
             by_column = sorted(triplets, key=lambda t: t[1])
+            starts = lambda sub, count: prefix(map(list(sub).count, range(count)))
             subi, subj, val = arrays(triplets)
-            ptr = i64(prefix(map(list(subi).count, range(rows))))
-            self.assertEqual(list(zip(*transpose_compressed(ptr, columns, subj, val))), by_column)
-            shifted = i32(i + 3 for i in subi)
-            self.assertEqual(
-                list(zip(*transpose_triplets(3, 3 + rows, columns, shifted, subj, val))), by_column)
+            first = rng.randrange(rows + 1)  # the rows before that are left out
+            kept = [t for t in by_column if t[0] >= first]
+            ptr, tsubi, tval = transpose_triplets(i64(starts(subi, rows)[first:]), columns, subj, val)
+            self.assertEqual(list(zip(tsubi, tval)), [(i - first, value) for i, _, value in kept])
+            self.assertEqual(list(ptr), starts([j for _, j, _ in kept], columns))
 
 
 @needs_glpk
@@ -63,6 +68,27 @@ class Columns(unittest.TestCase):
                 self.assertEqual(list(zip(m.msubi, m.msubj, m.mval)), sorted(
                     (i, j - first, value) for (i, j), value in entries.items()
                     if first <= j < last))
+
+
+@needs_glpk
+class Steps(unittest.TestCase):
+    def test_steps_on_a_terminal(self):
+        steps = ["reading", "building", "solving", "alone"]
+        for text, status, expected, left in ((MIXED, 0, steps, r"\A *\Z"),
+                                             ("nothing", 2, steps[:1], r"\Ahost: .*MPS file")):
+            with tempfile.NamedTemporaryFile("w") as model:
+                print(text, file=model, flush=True)
+                terminal, standard_error = os.openpty()
+                found = subprocess.call([sys.executable, "-m", "host", model.name],
+                                        stdout=subprocess.DEVNULL, stderr=standard_error)
+                os.close(standard_error)
+                shown = os.read(terminal, 65536).decode().replace("\r\n", "\n")
+                os.close(terminal)
+            self.assertEqual((found, [s for s in steps if s in shown]), (status, expected))
+            screen = ""
+            for part in shown.split("\r"):
+                screen = part + screen[len(part) :]
+            self.assertRegex(screen, left)
 
 
 if __name__ == "__main__":

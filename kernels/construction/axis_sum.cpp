@@ -45,13 +45,6 @@ struct Targets
     }
 };
 
-/// The extents behind `dim`, one place down.
-template <class S>
-void copy_shape_behind(int dim, int nd, I32<S> rshape, I32<S> shape)
-{
-    copy_n(shape.from(dim + 1), nd - 1 - dim, rshape.from(dim));
-}
-
 } // namespace
 
 /// Writes the sum of a dense operand; element (a, c, b) is st0 * a + st1 * c + b. `j` elements and
@@ -77,7 +70,7 @@ CLOSURE(537, results(int, int, int),
 }
 
 CLOSURE_AS(536, void, (int dim, int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32),
-           copy_shape_behind(dim, nd, ri32.from(rshape_base), wi32.from(shape_base)))
+           copy_behind(dim, nd, wi32.from(shape_base), -1, ri32.from(rshape_base)))
 
 CLOSURE_AS(535, void, (int dim, I32 ri32, int rshape_base, int shape_base, I32 wi32),
            copy_n(wi32.from(shape_base), dim, ri32.from(rshape_base)))
@@ -115,7 +108,7 @@ CLOSURE(532, results(int, int, int, int),
 }
 
 CLOSURE_AS(531, void, (int dim, int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32),
-           copy_shape_behind(dim, nd, ri32.from(rshape_base), wi32.from(shape_base)))
+           copy_behind(dim, nd, wi32.from(shape_base), -1, ri32.from(rshape_base)))
 
 CLOSURE_AS(530, void, (int dim, I32 ri32, int rshape_base, int shape_base, I32 wi32),
            copy_n(wi32.from(shape_base), dim, ri32.from(rshape_base)))

@@ -38,8 +38,7 @@ CLOSURE(82, void,
         for (int64_t i = 0; i < n; ++i) set(i, i);
     } else {
         const Scratch<int32_t> strides(nd);
-        strides[nd - 1] = 1;
-        row_major_strides(ri32.from(shape_base), nd, strides.data());
+        all_row_major_strides(ri32.from(shape_base), nd, strides.data());
         for_each_listed(domsp, domlb.length(), nd, strides.data(),
                         [&](int64_t i, int64_t position) { set(position, i); });
     }

@@ -6,18 +6,6 @@
 
 namespace fragments {
 
-namespace {
-
-/// The extents behind dimension `k`, up to but not including dimension `end`, each moved by `shift`
-/// dimensions: target[i + shift] = shape[i].
-template <class S>
-void copy_behind(int64_t k, int64_t end, I32<S> shape, int64_t shift, I32<S> target)
-{
-    copy_n(shape.from(k + 1), end - 1 - k, target.from(k + 1 + shift));
-}
-
-} // namespace
-
 // The first `n` extents.
 CLOSURE_AS(60, void, (I32 accshape, int n, I32 shape), copy_n(shape, n, accshape))
 CLOSURE_AS(97, void, (I32 accshape, int n, I32 shape), copy_n(shape, n, accshape))

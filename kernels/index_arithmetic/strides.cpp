@@ -6,19 +6,6 @@
 
 namespace fragments {
 
-namespace {
-
-/// All strides, the last one too.
-template <class S>
-void all_strides(I32<S> shape, int n, I32<S> strides)
-{
-    if (n <= 0) return;
-    strides[n - 1] = 1;
-    row_major_strides(shape, n, strides);
-}
-
-} // namespace
-
 CLOSURE_AS(43, void, (int n, I32 shape, I64 strides), row_major_strides(shape, n, strides))
 CLOSURE_AS(175, void, (int n, I32 shape, I64 strides), row_major_strides(shape, n, strides))
 CLOSURE_AS(180, void, (int n, I32 shape, I64 strides), row_major_strides(shape, n, strides))
@@ -35,8 +22,8 @@ CLOSURE_AS(321, void, (int nd, I32 rshape, I64 rstride), row_major_strides(rshap
 CLOSURE_AS(99, void, (int n, I32 shape, I32 stride), row_major_strides(shape, n, stride))
 
 // In 32 bits, with the last stride.
-CLOSURE_AS(49, void, (int n, I32 shape, I32 strides), all_strides(shape, n, strides))
-CLOSURE_AS(62, void, (int n, I32 shape, I32 strides), all_strides(shape, n, strides))
+CLOSURE_AS(49, void, (int n, I32 shape, I32 strides), all_row_major_strides(shape, n, strides))
+CLOSURE_AS(62, void, (int n, I32 shape, I32 strides), all_row_major_strides(shape, n, strides))
 
 /// Strides of the shape whose dimension k is dimension perm[k] of `shape`.
 CLOSURE(207, void, (int n, I32 perm, I64 pstrides, I32 shape))

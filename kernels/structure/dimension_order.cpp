@@ -166,11 +166,7 @@ CLOSURE(418, void,
     }
 }
 
-CLOSURE(417, void, (I32 dperm, int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32))
-{
-    const auto rshape = ri32.from(rshape_base);
-    const auto shape = wi32.from(shape_base);
-    for (int64_t i = 0; i < nd; ++i) rshape[i] = shape[dperm[i]];
-}
+CLOSURE_AS(417, void, (I32 dperm, int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+           gather_n(wi32.from(shape_base), nd, dperm, ri32.from(rshape_base)))
 
 } // namespace fragments

@@ -89,18 +89,15 @@ CLOSURE(406, void, (I32Matrix idxs, int nd, I32 shape, I64 this_idxs))
 {
     const Scratch<int64_t> stride(nd);
     all_row_major_strides(shape, nd, stride.data());
-    for (int r = 0; r < idxs.rows(); ++r) {
-        int64_t linear = 0;
-        for (int d = 0; d < nd; ++d) linear += idxs(r, d) * stride[d];
-        this_idxs[r] = linear;
-    }
+    for (int r = 0; r < idxs.rows(); ++r)
+        this_idxs[r] = linear_of_row(0, idxs, r, nd, stride.data());
 }
 
 /// Whether `unfit`, or some subscript, in the first `nd` columns, lies outside its dimension.
 CLOSURE(405, bool, (I32Matrix idxs, int nd, I32 shape, bool unfit))
 {
     for (int r = 0; !unfit && r < idxs.rows(); ++r)
-        for (int c = 0; !unfit && c < nd; ++c) unfit = idxs(r, c) < 0 || idxs(r, c) >= shape[c];
+        for (int c = 0; !unfit && c < nd; ++c) unfit = out_of_range(idxs(r, c), shape, c);
     return unfit;
 }
 

@@ -28,8 +28,7 @@ void slice_dense(Array<T, S> list, I32<S> first, I32<S> last, int nd, I32<S> sha
     const Scratch<int32_t> at(nd); // linear position of the current run at each level
     const Scratch<int32_t> subscript(nd);
     const int inner = nd - 1;
-    stride[inner] = 1;
-    row_major_strides(shape, nd, stride.data());
+    all_row_major_strides(shape, nd, stride.data());
     const int32_t start = dot_n(int32_t{0}, first, stride.data(), nd);
     for (int k = 0; k < nd; ++k) {
         at[k] = start;

@@ -1,0 +1,149 @@
+"""The host's views of variables and constraints: each lists the array as it was moved, and as an
+expression has the values of the moved array."""
+
+import unittest
+from itertools import accumulate
+
+from host.model import Constraint
+from host.variables import Variable
+from support import i32, product, read
+from test_host_sums import HostCase, cases, positions
+
+
+def packed(i, j):
+    return max(i, j) * (max(i, j) + 1) // 2 + min(i, j)
+
+
+class Views(HostCase):
+    def variable(self, s, shape, sparse):
+        """A variable, and the native index of each stored element by its subscripts."""
+        sp = s.pattern(product(shape)) if sparse else None
+        stored = {x: s.rng.randrange(1, 1 + s.variable_count)
+                  for k, x in enumerate(positions(shape)) if not sparse or k in sp}
+        return Variable(shape, list(stored.values()), sp), stored
+
+    def expect(self, s, ev, view, shape, sparse, stored, twin=None):
+        """`twin` is what the operation has made of the variable as an expression."""
+        at = positions(shape)
+        places = at if view.sparsity is None else map(at.__getitem__, view.sparsity)
+        self.assertEqual(dict(zip(places, view.nativeidxs)), stored)
+        self.check(s, ev, ev.push_variable, view, shape=shape, sparse=sparse,
+                   values={x: s.variables[stored[x]] if x in stored else 0.0 for x in at})
+        if twin is not None:
+            self.assertEqual(read(ev.w, ev.push_variable(view)), read(ev.w, twin))
+
+    @cases(200)
+    def test_order_of_dimensions(self, s, ev, sparse, _):
+        shape = s.shape(s.rng.randrange(1, 5))
+        x, stored = self.variable(s, shape, sparse)
+        perm = s.rng.sample(range(len(shape)), len(shape))
+        move = lambda y: tuple(y[k] for k in perm)
+        self.expect(s, ev, x.permute_dims(perm), move(shape), sparse,
+                    {move(y): k for y, k in stored.items()},
+                    ev.permute_dims(ev.push_variable(x), perm))
+        if len(shape) == 2:
+            self.expect(s, ev, x.transpose(), shape[::-1], sparse,
+                        {y[::-1]: k for y, k in stored.items()}, ev.transpose(ev.push_variable(x)))
+
+    @cases(200)
+    def test_symmetric_pair(self, s, ev, sparse, _):
+        shape = s.shape(s.rng.randrange(2, 5))
+        p, q = sorted(s.rng.sample(range(len(shape)), 2))
+        shape[q] = n = shape[p]
+        move = lambda y: y[:p] + [packed(y[p], y[q])] + y[p + 1 : q] + y[q + 1 :]
+        x, stored = self.variable(s, shape, sparse)
+        trishape = shape[:p] + [packed(n, 0)] + shape[p + 1 : q] + shape[q + 1 :]
+        self.expect(s, ev, x.lower_triangle(p, q), trishape, sparse,
+                    {tuple(move(list(y))): k for y, k in stored.items() if y[q] <= y[p]})
+
+        x, stored = self.variable(s, trishape, sparse)
+        square = trishape[:p] + [n, n] + trishape[p + 1 :]
+        source = {y: (*y[:p], packed(*y[p : p + 2]), *y[p + 2 :]) for y in positions(square)}
+        self.expect(s, ev, x.unpack_symmetric(p), square, sparse,
+                    {y: stored[o] for y, o in source.items() if o in stored})
+
+        # Column by column the lower triangle is the mirrored one row by row.
+        mirror = lambda y: (*y[:p], y[q], *y[p + 1 : q], y[p], *y[q + 1 :])
+        lower = sorted((y for y in positions(shape) if y[q] <= y[p]), key=mirror)
+        table = {y: s.rng.randrange(s.variable_count) for y in lower}
+        self.expect(s, ev, Variable.semidefinite(shape, p, q, list(table.values())), shape, False,
+                    {z: ~k for y, k in table.items() for z in (y, mirror(y))})
+
+    @cases(200)
+    def test_stack(self, s, ev, sparse, mixed):
+        shape = s.shape(s.rng.randrange(1, 4))
+        dim = s.rng.randrange(len(shape) + 1)
+        extents = [s.rng.randrange(4) if dim < len(shape) else 1 for _ in range(3)]
+        kinds = [sparse or mixed and s.rng.random() < 0.5 for _ in extents]
+        around = lambda n: shape[:dim] + [n] + shape[dim + 1 :]
+        parts = [self.variable(s, around(n)[: len(shape)], k) for n, k in zip(extents, kinds)]
+        moved = {(*y[:dim], sum(y[dim : dim + 1]) + first, *y[dim + 1 :]): k
+                 for (_, stored), first in zip(parts, [0, *accumulate(extents)])
+                 for y, k in stored.items()}
+        self.expect(s, ev, Variable.stack([x for x, _ in parts], dim), around(sum(extents)),
+                    any(kinds), moved, ev.stack([ev.push_variable(x) for x, _ in parts], dim))
+
+    @cases(200)
+    def test_repeat(self, s, ev, sparse, _):
+        shape, copies = s.shape(s.rng.randrange(1, 4)), s.rng.randrange(4)
+        dim = s.rng.randrange(-1, len(shape) + 1)
+        x, stored = self.variable(s, shape, sparse)
+        view, e = x.repeat(copies, dim), ev.push_variable(x)
+        twin = ev.repeat(e, copies, dim) if 0 <= dim < len(shape) else None
+        if dim == -1:
+            shape, stored, dim = [1] + shape, {(0, *y): k for y, k in stored.items()}, 0
+        elif dim == len(shape):
+            shape, stored = shape + [1], {(*y, 0): k for y, k in stored.items()}
+        n = shape[dim]
+        shape[dim] *= copies
+        self.expect(s, ev, view, shape, sparse, {
+            (*y[:dim], y[dim] + c * n, *y[dim + 1 :]): k
+            for y, k in stored.items() for c in range(copies)}, twin)
+
+    def test_beyond_32_bits(self):
+        n = 2 ** 20
+        x = Variable([n, 2, n], [5, 6], [3 * n + 7, (2 * n - 1) * n])  # at (1, 1, 7), (n - 1, 1, 0)
+        for view, native, pattern in (
+                (x.permute_dims([2, 0, 1]), [6, 5], [2 * n - 1, (7 * n + 1) * 2 + 1]),
+                (x.repeat(2, -1), [5, 6, 5, 6], [3 * n + 7, (2 * n - 1) * n, (2 * n + 3) * n + 7,
+                                                 (4 * n - 1) * n]),
+                (Variable.stack([x, x], 1), [5, 5, 6, 6],
+                 [(4 + b) * n + 7 for b in (1, 3)] + [((n - 1) * 4 + b) * n for b in (1, 3)])):
+            self.assertEqual((list(view.nativeidxs), list(view.sparsity)), (native, pattern))
+
+    def test_examples(self):
+        rows = Constraint((2, 3), i32(range(10, 16)))
+        same = rows.slice([0, 0], [2, 3])
+        vector, matrix = Variable([2], [1, 2]), Variable([2, 2], [3, 4, 5, 6])
+        for view, shape, codes in (
+                (Variable.stack([vector, matrix], 1), [2, 3], [1, 3, 4, 2, 5, 6]),
+                (rows.slice([0, 1], [2, 3]), [2, 2], [11, 12, 14, 15]),
+                (rows.element(1, 2), [], [15]),
+                (Constraint.stack([rows, same]), [2, 3, 2], [k // 2 for k in range(20, 32)])):
+            self.assertEqual((list(view.shape), list(view.nativeidxs)), (shape, codes))
+
+    def test_refusals(self):
+        x, rows, big = Variable([2, 3], range(1, 7)), Constraint((2, 3), i32(range(6))), 2 ** 31 - 1
+        tall, flat = (Variable(shape, [1], [5]) for shape in ([big, big, 2], [2 ** 29, 1, big, 5]))
+        for message, method, *arguments in (
+                ("can be transposed", Variable([2], [1, 2]).transpose),
+                ("no order of 2", x.permute_dims, [0, 0]), ("no order of 2", x.permute_dims, [0]),
+                ("doesn't lie", x.slice, [0, 0], [2, 4]), ("doesn't lie", rows.slice, [0], [1]),
+                ("most is", tall.slice, [0] * 3, tall.shape), ("no ascend", x.lower_triangle, 0, 1),
+                ("no extent of a packed", x.unpack_symmetric, 0),
+                ("no dimension 2", x.unpack_symmetric, 2), ("no dimension 3", x.repeat, 1, 3),
+                ("-1 times", x.repeat, -1, 0), ("the most is", tall.repeat, 2, 0),
+                ("most is", Variable.stack, [tall] * 2, 0), ("most is", Variable.stack, [flat], 1),
+                ("more than", tall.repeat, 2, -1), ("more than", Variable.stack, [flat] * 3, 0),
+                ("no lower triangles", Variable.semidefinite, [2, 2], 0, 1, [0, 1]),
+                ("no entry", Variable.semidefinite, [1, 1], 0, 1, [-1]),
+                ("needs equal shapes", Variable.stack, [x, x.transpose()], 0),
+                ("a stack needs", Variable.stack, [], 0), ("a stack needs", Variable.stack, [x], 3),
+                ("one shape", Constraint.stack, [rows, rows.slice([0, 0], [1, 3])]),
+                ("no subscripts", rows.element, 2, 0), ("no subscripts", rows.element, 0)):
+            with self.subTest(message=message):
+                self.assertRaisesRegex(ValueError, message, method, *arguments)
+
+
+if __name__ == "__main__":
+    unittest.main()
