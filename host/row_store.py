@@ -4,6 +4,8 @@ Terms with a number for a coefficient go into the native model; the others are k
 programs, and give (row, variable, value) triplets for the current parameter values.
 """
 
+import itertools
+import operator
 from array import array
 
 from .closures import closure
@@ -56,6 +58,13 @@ class RowStore:
         self.entry_used += nparam
         self.code_used += natom
         self.longest = max(self.longest, longest)
+
+    def spans(self):
+        """(row, begin, end) for each row that has entries: their places in an evaluation."""
+        ends = list(itertools.accumulate(map(operator.sub, self.row_param_ptre,
+                                             self.row_param_ptrb)))
+        begins = itertools.chain([0], ends)
+        return [span for span in zip(itertools.count(), begins, ends) if span[1] < span[2]]
 
     def variables(self):
         """The variables that have an entry in some row."""
