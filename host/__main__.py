@@ -14,9 +14,8 @@ and 1.1, the same ones in each run.
 
 The time in the host takes in handing the model to the solver and taking the solution from it; the
 time in the solver is that of solving alone. Reading the file is in neither, and the second road is
-not in the account.
-
-While this takes its time, standard error tells the step that it is in, if that is a terminal.
+not in the account. While all this takes its time, standard error tells the step that it is in, if
+that is a terminal.
 
 Exit status: 0; 1 if the roads differ by more than 1e-6, relative (1e-4 for matrices and their
 duals); 2, with one line on standard error, if there is nothing to compare: the file can't be read,
