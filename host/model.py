@@ -45,23 +45,21 @@ class ParameterArray(IndexArray):
     def __init__(self, model, shape, values, sparsity=None):
         values, first = as_array("f64", values), len(model.param_value)
         super().__init__(shape, range(first, first + len(values)), sparsity)
-        self.model = model
-        model.param_value.extend(values)
+        self._table, self._places = model.param_value, slice(first, first + len(values))
+        self._table.extend(values)
 
     @property
     def values(self):
         """Those of all parameters (f64), in their order. Raises ValueError if others are set that
         are not as many."""
-        values = zeros("f64", len(self.indexes))
-        closure(101, self.indexes, self.model.param_value, values)
-        return values
+        return self._table[self._places]
 
     @values.setter
     def values(self, values):
         values, count = as_array("f64", values), len(self.indexes)
         if len(values) != count:
             raise ValueError("%d parameters can't have %d values" % (count, len(values)))
-        closure(102, self.indexes, self.model.param_value, values)
+        self._table[self._places] = values
 
 
 class Constants:
