@@ -5,7 +5,8 @@ A problem has blocks of semidefinite matrices X and m constraints:
     maximise  <F0, X>  subject to  <Fk, X> = c[k]  for k from 1 to m,  X semidefinite.
 
 All Fk are symmetric, with the blocks of X. A block of negative dimension is a diagonal one. An
-entry stands once, in either triangle, for both of its places.
+entry stands once, in either triangle, for both of its places. Commas and brackets are allowed in
+the lines of the dimensions and constants, but not in those of entries, where solvers trip over them.
 """
 
 import re
@@ -121,7 +122,7 @@ class _Reader:
         seen = set()
         line = self.line()
         while line is not None:
-            self.entry(problem, NUMBER.findall(line), seen)
+            self.entry(problem, line.split(), seen)
             line = self.line()
         return problem
 

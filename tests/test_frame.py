@@ -83,11 +83,17 @@ def refused(parameter):
             yield Exporter(format, ITEMSIZE[element], parameter.rank, extent=2)
 
 
+# Closures that divide by scalars for each element of an array.
+DIVIDING = {103, 163, 164}
+
+
 class Call:
-    """Arguments of one closure: 1 for each number, an exporter for each array."""
+    """Arguments of one closure: 0 for each scalar, 1 where it divides, an exporter for each
+    array."""
 
     def __init__(self, declaration, **form):
         self.declaration = declaration
+        self.scalar = int(declaration.number in DIVIDING)
         self.exporters = {k: accepted(p, **form) for k, p in declaration.arrays}
 
     def arguments(self, replaced=()):
@@ -95,7 +101,8 @@ class Call:
         replaced = dict(replaced)
         values = []
         for k, p in enumerate(self.declaration.parameters):
-            value = replaced.get(k, self.exporters.get(k, False if p.type == "bool" else 1))
+            scalar = False if p.type == "bool" else self.scalar
+            value = replaced.get(k, self.exporters.get(k, scalar))
             values.append(value.buffer if isinstance(value, (Exporter, ListExporter)) else value)
         return values
 
@@ -124,8 +131,9 @@ def for_each_closure(**form):
     return decorate
 
 
-# For calls that succeed: with all numbers 1 each loop is short, and nothing is divided by 0. The
-# margin is for closures that loop over an array's length.
+# For calls that succeed: with all counts 0, hardly a loop runs, but all of the frame. The margin is
+# for closures that loop over an array's length, or look at the last of 0 entries, and extents are 1
+# as some divide by them.
 ONES = dict(extent=8, value=1, margin=256)
 
 
@@ -156,8 +164,8 @@ class FrameTest(unittest.TestCase):
             self.assertEqual(tuple(map(type, result)), declaration.slots)
 
     def assert_succeeds(self, one, replaced=()):
-        """A call with ones has the declared result. The checked build may say instead that the
-        closure asks for more."""
+        """A call with counts of 0 has the declared result. The checked build may say instead that
+        the closure asks for more."""
         try:
             self.assert_result(one.declaration, one.run(replaced))
         except IndexError as error:

@@ -74,7 +74,6 @@ class Demo(DemoCase):
             ("line 5: the entry (1, 3) lies outside of block 1",
              self.solve(sdpa(1, [2], "1", "1 1 1 3 1"))),
             ("CSDP says: Success: SDP is primal infeasible", self.solve(infeasible)),
-            ("CSDP gave up: Incorrect SDPA file", self.solve(EIGENVALUE.replace("1 2 2 2", "1,2,2,2"))),
             ("--maximize", self.solve(EIGENVALUE, "--maximize")),
             ("no program csdp", self.solve(EIGENVALUE, PATH="/nowhere")),
         ):
@@ -107,6 +106,7 @@ class Format(unittest.TestCase):
             (4, "not finite", sdpa(1, [2], "inf")),
             (5, "five numbers", sdpa(1, [2], "1", "1 1 1 1")),
             (5, "five numbers", sdpa(1, [2], "1", "1 1 1 1 1 more")),
+            (5, "five numbers", sdpa(1, [2], "1", "1,1,1,1,1")),
             (5, "no matrix 2", sdpa(1, [2], "1", "2 1 1 1 1")),
             (5, "no block 2", sdpa(1, [2], "1", "1 2 1 1 1")),
             (5, "not on the diagonal", sdpa(1, [-2], "1", "1 1 1 2 1")),
