@@ -11,9 +11,10 @@ test checked sanitize test311:
 	@scripts/build.sh $(preset)
 	@ctest --preset $(preset) --parallel $$(nproc)
 
-# make demo [MODEL=FILE.mps] [PARAMETER=1.1]
+# make demo [MODEL=FILE.mps] [PARAMETER=1.1 | MATRIX=1]
 demo: export MODEL := $(MODEL)
 demo: export PARAMETER := $(PARAMETER)
+demo: export MATRIX := $(MATRIX)
 demo:
 	@scripts/build.sh release
 	@scripts/demo.sh

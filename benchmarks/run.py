@@ -15,6 +15,7 @@ import sys
 import time
 
 import benchmark_reference as reference
+import parameter_road
 import workloads
 from workloads import closure
 
@@ -121,6 +122,14 @@ def terms(options):
           rows())
 
 
+def parameters(options):
+    few, many = (parameter_road.nanoseconds(n, options.repetitions) for n in (300, 1000))
+    table("Parameter road: ns a parameter, for n x n parameters times a variable of n entries",
+          [("step", 54), ("n = 300", 10), ("n = 1000", 10), ("growth", 8)],
+          ((step, "%.1f" % a, "%.1f" % b, "%.2f" % (b / a))
+           for step, a, b in zip(parameter_road.STEPS, few, many)))
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     parser.add_argument("--most", type=int, default=10**7, help="largest number of terms")
@@ -129,7 +138,7 @@ def main():
     options = parser.parse_args()
     if options.repetitions < 1:
         parser.error("--repetitions must be at least 1")
-    for name, part in (("frame", frame), ("blocks", blocks)):
+    for name, part in (("frame", frame), ("blocks", blocks), ("parameters", parameters)):
         if options.pattern in name:
             part(options)
     terms(options)

@@ -308,13 +308,30 @@ def simplification(terms):
                       0, 0, 20, 0, doubles, ints), terms)
 
 
-def row_evaluation(terms):
-    """Rows of 4 entries, each with a program (constant, parameter, product)."""
-    atoms, rows = 3 * terms, max(1, terms // 4)
+def parameter_product(number, terms, each):
+    """8 columns of parameters times 8 elements of a column, dense (373) or sparse (378)."""
+    w, r, x = Stack(), Stack(), Stack()
+    rows = max(1, terms // (8 * each))
+    pnnz, n = 8 * rows, 8 * rows * each
+    e = expression(w, 8, each, sp=range(8) if number == 378 else None)
+    h = room(r, rows, n, 3 * n)
+    psp, pidx, perm = x.longs(range(pnnz)), x.ints(range(pnnz)), x.ints(range(8))
+    head = (0, 0, 0, 0, e.cof, 1, 0)
+    body = (h.cconst, h.code, h.codeptr, r.f64, r.i32, r.i64, h.nidxs, h.ptr, h.sp)
+    tail = (w.f64, w.i32, w.i64, x.i32, x.i64)
+    if number == 378:
+        return Work(378, (*head, 0, 8, e.nidxs, 0, 8, pidx, pnnz, 0, e.ptr, *body, e.sp, *tail,
+                          perm, psp), n)
+    return Work(373, (*head, 0, 0, e.nidxs, 0, 8, pidx, pnnz, e.ptr, *body, *tail, psp), n)
+
+
+def row_evaluation(terms, program):
+    """Rows of 4 entries, each with the opcodes of that program."""
+    size, rows = len(program), max(1, terms // 4)
     n = 4 * rows
-    return Work(134, (cycle("d", [1.5, 3.0, 0.0], atoms), cycle("i", [2, 1, 5], atoms), 0,
-                      cycle("i", [3], n), cycle("d", [1.0, 2.0], 8), cycle("q", [1, 2, 3], n),
-                      array.array("i", range(0, 12 * rows, 12)),
+    return Work(134, (cycle("d", [1.5, 3.0, 0.0][-size:], size * n), cycle("i", program, size * n),
+                      0, cycle("i", [size], n), cycle("d", [1.0, 2.0], 8),
+                      cycle("q", [1, 2, 3], n), array.array("i", range(0, size * n, 4 * size)),
                       array.array("i", range(0, 4 * rows, 4)),
                       array.array("i", range(4, 4 * rows + 4, 4)), 0, 0, zeros("i", n),
                       zeros("i", n), zeros("d", n), zeros("d", 8)), n)
@@ -332,6 +349,8 @@ def all():
         yield "470 right product, dense by sparse, " + one, of(right_product, 470)
         yield "468 right product, sparse by sparse, " + one, of(right_product, 468)
         yield "462 elementwise product, " + one, of(elementwise_product)
+        yield "373 parameter product, dense, " + one, of(parameter_product, 373)
+        yield "378 parameter product, sparse, " + one, of(parameter_product, 378)
         yield "523 weighted sum, merge, " + one, of(weighted_sum_merge)
         yield "521 weighted sum, scatter, " + one, of(weighted_sum_scatter)
         yield "508 weighted add, merge, " + one, of(weighted_add)
@@ -344,4 +363,6 @@ def all():
     yield "391 term sort, merging, 1 element", lambda n: term_sort(n, n, 10**6)
     yield "399 term merge, 10 terms", lambda n: term_merge(n, 10)
     yield "379 simplification, 3 atoms", simplification
-    yield "134 row evaluation, 3 atoms", row_evaluation
+    # (constant, parameter, product), and the parameter alone
+    yield "134 row evaluation, 3 atoms", lambda n: row_evaluation(n, [2, 1, 5])
+    yield "134 row evaluation, 1 atom", lambda n: row_evaluation(n, [1])

@@ -1,4 +1,4 @@
-"""python -m host FILE.mps [--parameter P] [--maximize]
+"""python -m host FILE.mps [--parameter P | --matrix-parameters] [--maximize]
 python -m host FILE.dat-s [--parameter P]
 
 Solves the linear problem in an MPS file, or the semidefinite one in a file of SDPA's sparse format,
@@ -7,6 +7,10 @@ native solver (GLPK, CSDP) solves it; on the other, that solver solves what stan
 are done for p = 1, the problem as it is, and for p = P: the constant side of every row or
 constraint is multiplied by p. On the first road only the parameter code runs for that, and nothing
 is built again.
+
+With --matrix-parameters each nonzero of the constraint matrix is a parameter of its own. Both roads
+are done for the matrix as it is, and for one with each nonzero times a random factor between 0.9
+and 1.1, the same ones in each run.
 
 The time in the host takes in handing the model to the solver and taking the solution from it; the
 time in the solver is that of solving alone. Reading the file is in neither, and the second road is
@@ -25,7 +29,7 @@ import sys
 
 from .closures import load
 from .glpk import SolverError
-from .linear import LinearRoads
+from .linear import LinearRoads, MatrixRoads
 from .progress import progress
 from .sdpa import FormatError
 from .semidefinite import SemidefiniteRoads
@@ -37,8 +41,8 @@ class UsageError(Exception):
 
 class Parser(argparse.ArgumentParser):
     def error(self, message):
-        raise UsageError("%s (usage: python -m host FILE [--parameter P] [--maximize])"
-                         % message)
+        raise UsageError("%s (usage: python -m host FILE [--parameter P | --matrix-parameters] "
+                         "[--maximize])" % message)
 
 
 def finite(text):
@@ -56,8 +60,11 @@ def roads(options):
     if options.file.endswith(".dat-s"):
         if options.maximize:
             raise UsageError("--maximize is for MPS files: SDPA's format tells what to maximize")
+        if options.matrix_parameters:
+            raise UsageError("--matrix-parameters is for MPS files")
         return SemidefiniteRoads(options.file)
-    return LinearRoads(options.file, options.maximize)
+    kind = MatrixRoads if options.matrix_parameters else LinearRoads
+    return kind(options.file, options.maximize)
 
 
 def run(arguments):
@@ -66,8 +73,11 @@ def run(arguments):
                     "problem through the closures and by its solver alone, and compares the two.")
     parser.add_argument("file", metavar="FILE",
                         help="an MPS file, fixed or free, or one of SDPA's format: FILE.dat-s")
-    parser.add_argument("--parameter", metavar="P", type=finite, default=1.1,
-                        help="second factor of the constants of all rows (default: 1.1)")
+    parameters = parser.add_mutually_exclusive_group()
+    parameters.add_argument("--parameter", metavar="P", type=finite, default=1.1,
+                            help="second factor of the constants of all rows (default: 1.1)")
+    parameters.add_argument("--matrix-parameters", action="store_true",
+                            help="a parameter for each nonzero of the matrix instead")
     parser.add_argument("--maximize", action="store_true",
                         help="maximize the objective; MPS files don't tell")
     arguments = list(sys.argv[1:] if arguments is None else arguments)
@@ -81,10 +91,10 @@ def run(arguments):
     both = roads(options)
 
     comparisons = []
-    for p in (1.0, options.parameter):
+    for p in both.steps(options.parameter):
         comparison = both.compare(p)
         comparisons.append(comparison)
-        if comparison.ours.status != "optimal" and p == 1.0 and comparison.agrees:
+        if comparison.ours.status != "optimal" and len(comparisons) == 1 and comparison.agrees:
             raise SolverError("%s has no solution: %s"
                               % (options.file, both.why_unsolved(comparison.ours)))
     progress.clear()

@@ -56,6 +56,15 @@ class Roads:
 
     built = None
 
+    def steps(self, parameter):
+        """The values of the parameter to solve for, of which the first leaves the problem as it
+        is."""
+        return 1.0, parameter
+
+    def label(self, p):
+        """What a person reads for a value of the parameter."""
+        return "p = %g" % p
+
     def cost(self):
         return Cost(closure.calls, closure.seconds, self.native.seconds, time.perf_counter())
 
@@ -64,11 +73,11 @@ class Roads:
         if self.built is None:
             progress("building the model ...")
             self.built = self.build()
-        progress("solving for p = %g ..." % p)
+        progress("solving for %s ..." % self.label(p))
         ours = self.ours(p)
         cost = self.cost() - start
-        progress("solving for p = %g again, by %s alone ..." % (p, self.solver))
-        return Comparison(p, ours, self.theirs(p), cost, self.tolerances)
+        progress("solving for %s again, by %s alone ..." % (self.label(p), self.solver))
+        return Comparison(self.label(p), ours, self.theirs(p), cost, self.tolerances)
 
     def table(self, comparisons):
         """The text that a person reads."""
@@ -76,7 +85,7 @@ class Roads:
             "%.9g" % outcome.objective)
         difference = lambda c, value: "%.1e" % value if c.solved else "-"
         rows = [
-            ("", lambda c: "p = %g" % c.p),
+            ("", lambda c: c.label),
             ("closures called", lambda c: str(c.cost.calls)),
             ("time in closures", lambda c: milliseconds(c.cost.closures)),
             ("time in the host", lambda c: milliseconds(c.cost.host)),
@@ -95,11 +104,11 @@ class Roads:
 
 
 class Comparison:
-    """Both roads for one value of p. They agree if they come to the same numbers, or if neither
+    """Both roads for one value of the parameter. They agree if they come to the same numbers, or if neither
     finds a solution, for the same reason."""
 
-    def __init__(self, p, ours, theirs, cost, tolerances):
-        self.p, self.ours, self.theirs, self.cost = p, ours, theirs, cost
+    def __init__(self, label, ours, theirs, cost, tolerances):
+        self.label, self.ours, self.theirs, self.cost = label, ours, theirs, cost
         self.solved = ours.status == theirs.status == "optimal"
         self.level_difference = largest_difference(ours.levels, theirs.levels)
         self.dual_difference = largest_difference(ours.duals, theirs.duals)

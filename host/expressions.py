@@ -11,13 +11,14 @@ from dataclasses import replace
 from .closures import closure
 from .construction import Construction
 from .matrices import DenseMatrix, SparseMatrix
+from .parameter_products import ParameterProducts
 from .products import Products
 from .stacks import LARGEST, OperandList, Stack, as_array, operand, size, zeros
 from .structure import Structure
 from .sums import Sums
 
 
-class Evaluator(Construction, Sums, Products, Structure):
+class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
     """Builds expressions. A result stands on the r stack and operands are taken from the w stack;
     the two are the same arrays here, so that a result is the next operand where it stands. The x
     stack is scratch between the closures of one operation.
@@ -286,9 +287,10 @@ class Evaluator(Construction, Sums, Products, Structure):
         w, x = self.w, self.x
         cof = w.reserve("f64", e.nnz)
         closure(383, e.cof_base, e.nnz, cof, w.f64, w.f64)
-        # A program can grow by two atoms, the number that it takes over and the addition.
-        code = x.reserve("i32", e.ncodeatom + 2 * e.nnz)
-        cconst = x.reserve("f64", e.ncodeatom + 2 * e.nnz)
+        # A program can grow by two atoms: the number that it takes over, and the addition.
+        with w.section("f64", cof, e.nnz) as numbers:
+            most = e.ncodeatom + 2 * closure(400, numbers, 0)
+        code, cconst = x.reserve("i32", most), x.reserve("f64", most)
         codeptr = x.reserve("i32", e.nnz + 1)
         x.i32[codeptr] = 0
         # Room for the tree of the longest program; a sum may take two nodes.

@@ -318,17 +318,29 @@ class Problem:
         self._lib.load_matrix(self._handle, len(ar), address(ia, -1), address(ja, -1),
                               address(ar, -1))
 
-    def change_row(self, i, coefficients):
-        """Gives some columns of row i, the keys of a dict, other coefficients."""
+    def change_rows(self, rows, begins, ends, subj, val):
+        """Gives columns of some rows other coefficients, told as in `set_rows`. The other terms of
+        these rows stay."""
+        if self.nonzeros == 0 and any(val):
+            return self.set_rows(rows, begins, ends, subj, val)
+        for i, begin, end in zip(rows, begins, ends):
+            self._change_row(i, subj[begin:end], val[begin:end])
+
+    def _change_row(self, i, subj, val):
         length = self._lib.get_mat_row(self._handle, i, None, None)
-        subj, val = zeros("i32", length), zeros("f64", length)
-        self._lib.get_mat_row(self._handle, i, address(subj, -1), address(val, -1))
-        held = dict(zip(subj, val))
-        if all(held.get(j, 0.0) == coefficient for j, coefficient in coefficients.items()):
-            return
-        terms = sorted({**held, **coefficients}.items())
-        self.set_rows([i], [0], [len(terms)], array("i", [j for j, _ in terms]),
-                      array("d", [v for _, v in terms]))
+        held, numbers = zeros("i32", length), zeros("f64", length)
+        self._lib.get_mat_row(self._handle, i, address(held, -1), address(numbers, -1))
+        # The library has the terms of a row that was set in the opposite order.
+        if memoryview(held)[::-1] == memoryview(subj):
+            if memoryview(numbers)[::-1] == memoryview(val):
+                return
+        else:
+            before, after = dict(zip(held, numbers)), dict(zip(subj, val))
+            if all(before.get(j, 0.0) == coefficient for j, coefficient in after.items()):
+                return
+            terms = sorted({**before, **after}.items())
+            subj, val = array("i", [j for j, _ in terms]), array("d", [v for _, v in terms])
+        self.set_rows([i], [0], [len(subj)], subj, val)
 
     # Solving it.
 

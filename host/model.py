@@ -6,11 +6,10 @@ to the native model; what depends on parameters goes to a row store, and only it
 parameter values change.
 """
 
-import itertools
 import math
-import operator
 from array import array
 
+from .arrays import IndexArray
 from .closures import closure
 from .expressions import Evaluator
 from .row_store import RowStore
@@ -37,6 +36,30 @@ class Parameter:
     @value.setter
     def value(self, value):
         self.model.param_value[self.index] = value
+
+
+class ParameterArray(IndexArray):
+    """Parameters of a model that were made together, as an array of that shape. All elements have
+    one, or those at the linear indexes `sparsity`."""
+
+    def __init__(self, model, shape, values, sparsity=None):
+        values, first = as_array("f64", values), len(model.param_value)
+        super().__init__(shape, range(first, first + len(values)), sparsity)
+        self._table, self._places = model.param_value, slice(first, first + len(values))
+        self._table.extend(values)
+
+    @property
+    def values(self):
+        """Those of all parameters (f64), in their order. Raises ValueError if others are set that
+        are not as many."""
+        return self._table[self._places]
+
+    @values.setter
+    def values(self, values):
+        values, count = as_array("f64", values), len(self.indexes)
+        if len(values) != count:
+            raise ValueError("%d parameters can't have %d values" % (count, len(values)))
+        self._table[self._places] = values
 
 
 class Constants:
@@ -73,19 +96,23 @@ class Constants:
         self.store.store(w, e, rows)
 
     def evaluate(self, param_value, x):
-        """Runs the programs. Returns the rows whose constant moves, and the (row, variable,
-        coefficient) of all terms of variables that do."""
+        """Runs the programs. Returns the rows whose constant moves, and the terms of variables that
+        do: a (row, begin, end) for each row that has some, and the lists of variables and
+        coefficients where these are places."""
         if self.store.entry_used == 0:
-            return array("i"), ()
-        subi, subj, val = self.store.evaluate(param_value, x)
+            return array("i"), (), (), ()
+        _, subj, val = self.store.evaluate(param_value, x)
         if not all_finite(val):
             raise OverflowError("a coefficient is not finite for the present parameter values")
-        constant = list(map(operator.not_, subj))
-        rows = array("i", itertools.compress(subi, constant))
+        spans = self.store.spans()
+        # The constant comes first in a row.
+        constants = {row: val[begin] for row, begin, _ in spans if subj[begin] == 0}
+        rows = array("i", constants)
         at = zeros("i64", len(rows))
         closure(197, rows, at)
-        closure(168, at, array("d", itertools.compress(val, constant)), at, self.moving)
-        return rows, itertools.compress(zip(subi, subj, val), subj)
+        closure(168, at, array("d", constants.values()), at, self.moving)
+        spans = [(row, begin + (row in constants), end) for row, begin, end in spans]
+        return rows, [span for span in spans if span[1] < span[2]], subj, val
 
 
 class Constraint(ConstraintViews):
@@ -138,6 +165,11 @@ class Model:
     def parameters(self, values):
         """A list of parameters, one for each of the values."""
         return [Parameter(self, value) for value in values]
+
+    def parameter_array(self, shape, values, sparsity=None):
+        """A ParameterArray with these values. Raises ValueError if they don't fit the shape or the
+        list of elements that have one."""
+        return ParameterArray(self, shape, values, sparsity)
 
     def set_values(self, parameters, values):
         """Gives each of the parameters its value. Raises ValueError, with none set, if there are
@@ -329,19 +361,18 @@ class Model:
         """Brings the native model to the present parameter values: the programs in the row stores
         run, and what they moved is set. Nothing is built again."""
         x = self.evaluator.x
-        moved, coefficients = self._constants.evaluate(self.param_value, x)
-        moved_floor, _ = self._floor.evaluate(self.param_value, x)
+        moved, spans, subj, val = self._constants.evaluate(self.param_value, x)
+        moved_floor, *_ = self._floor.evaluate(self.param_value, x)
         rows = sorted({*moved, *moved_floor})
         if rows[:1] == [0]:
             self.native.set_objective(rows[:1], self._constants.at(rows[:1]))
             del rows[0]
         self._bound(rows)
-        for row, terms in itertools.groupby(coefficients, operator.itemgetter(0)):
-            terms = {j: coefficient for _, j, coefficient in terms}
-            if row == 0:
-                self.native.set_objective(terms, terms.values())
-            else:
-                self.native.change_row(row, terms)
+        if spans and spans[0][0] == 0:
+            _, begin, end = spans.pop(0)
+            self.native.set_objective(subj[begin:end], val[begin:end])
+        if spans:
+            self.native.change_rows(*zip(*spans), subj, val)
 
     def solve(self):
         """Solves for the present parameter values; "optimal", "infeasible" or "unbounded"."""

@@ -4,6 +4,8 @@ Terms with a number for a coefficient go into the native model; the others are k
 programs, and give (row, variable, value) triplets for the current parameter values.
 """
 
+import itertools
+import operator
 from array import array
 
 from .closures import closure
@@ -25,6 +27,7 @@ class RowStore:
         self.entry_used = self.code_used = 0  # by the rows as they are
         self.entry_top = self.code_top = 0    # where the pools are free
         self.longest = 0                      # atoms of the longest program
+        self._triplets = zeros("i32", 0), zeros("i32", 0), zeros("f64", 0)
 
     def add_rows(self, count):
         """Appends `count` rows without entries."""
@@ -56,6 +59,13 @@ class RowStore:
         self.code_used += natom
         self.longest = max(self.longest, longest)
 
+    def spans(self):
+        """(row, begin, end) for each row that has entries: their places in an evaluation."""
+        ends = list(itertools.accumulate(map(operator.sub, self.row_param_ptre,
+                                             self.row_param_ptrb)))
+        begins = itertools.chain([0], ends)
+        return [span for span in zip(itertools.count(), begins, ends) if span[1] < span[2]]
+
     def variables(self):
         """The variables that have an entry in some row."""
         return {j for b, e in zip(self.row_param_ptrb, self.row_param_ptre)
@@ -68,7 +78,7 @@ class RowStore:
         atoms = closure(142, self.code_top, len(self.code), natom)
         for pool, capacity in ((self.param_varidx, entries), (self.param_code_sizes, entries),
                                (self.code, atoms), (self.cconst, atoms)):
-            pool.frombytes(bytes(pool.itemsize * (capacity - len(pool))))
+            pool *= capacity // len(pool)  # a power of 2; in place, and faster than to append zeros
 
     def _close_gaps(self):
         """Moves what the rows hold to the front of the pools, in the order that it has there."""
@@ -87,10 +97,11 @@ class RowStore:
 
     def evaluate(self, param_value, x):
         """The triplets (subi, subj, val) for the parameter values `param_value` (f64): row (i32),
-        variable (i32) and coefficient (f64), in ascending order of row. The f64 array of the stack
-        `x` is scratch."""
-        subi, subj = zeros("i32", self.entry_used), zeros("i32", self.entry_used)
-        val = zeros("f64", self.entry_used)
+        variable (i32) and coefficient (f64), in ascending order of row. The next evaluation of as
+        many entries overwrites them. The f64 array of the stack `x` is scratch."""
+        if len(self._triplets[0]) != self.entry_used:
+            self._triplets = tuple(zeros(kind, self.entry_used) for kind in ("i32", "i32", "f64"))
+        subi, subj, val = self._triplets
         with x.scratch():
             stack = x.reserve("f64", self.longest)
             closure(134, self.cconst, self.code, 0, self.param_code_sizes, param_value,

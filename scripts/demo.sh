@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Solves the model MODEL through the module of build/release, again for the parameter PARAMETER.
-# Without a MODEL it is an example that comes with GLPK.
+# Solves the model MODEL through the module of build/release, again for the parameter PARAMETER or,
+# with a MATRIX of 1, for a changed matrix. Without a MODEL it is an example that comes with GLPK.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -26,4 +26,12 @@ elif [[ -z $model ]]; then
         }
     fi
 fi
-exec build/release/python -m host "$model" --parameter "${PARAMETER:-1.1}"
+case ${MATRIX:-0} in
+0) options=(--parameter "${PARAMETER:-1.1}") ;;
+1) options=(--matrix-parameters ${PARAMETER:+--parameter "$PARAMETER"}) ;;
+*)
+    echo "fragments: MATRIX can be 1, not $MATRIX: make demo MODEL=FILE.mps MATRIX=1" >&2
+    exit 1
+    ;;
+esac
+exec build/release/python -m host "$model" "${options[@]}"

@@ -105,9 +105,12 @@ int evaluate_rows(const Programs<S>& p, int64_t nrow, F64<S> parameters, F64<S> 
         int64_t atom = p.code_ptr[r];
         for (int64_t e = begin; e < end; ++e) {
             const int size = p.sizes[e];
-            if (size > 0) {
+            if (size == 1 && p.code[atom] == op_param) {
+                // What most coefficients come down to: the parameter itself.
+                stack[stack_n] = parameters[truncate_to_i32(p.cconst[atom++])];
+            } else if (size > 0) {
                 const SplitProgram<S> program{p.code.from(atom), p.cconst.from(atom), size};
-                stack_n = run_program(program, parameters, stack, stack_n);
+                run_program(program, parameters, stack, stack_n);
                 atom += size;
             }
             emit(r, e, stack[0]);
