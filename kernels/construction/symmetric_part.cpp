@@ -90,18 +90,12 @@ CLOSURE_AS(556, int, (int maxd, int nd, int shape_base, I32 wi32),
            greatest(maxd, wi32.from(shape_base), nd))
 
 /// dim[0], dim[2] and dim[4] of the view around axes `dim1` and `dim2`, each times what it holds.
-CLOSURE(557, void, (I32 dim, int dim1, int shape_base, I32 wi32))
-{
-    fold_extents(wi32.from(shape_base), {0, dim1}, dim, 0);
-}
-CLOSURE(558, void, (I32 dim, int dim1, int dim2, int shape_base, I32 wi32))
-{
-    fold_extents(wi32.from(shape_base), {int64_t{dim1} + 1, dim2}, dim, 2);
-}
-CLOSURE(559, void, (I32 dim, int dim2, int nd, int shape_base, I32 wi32))
-{
-    fold_extents(wi32.from(shape_base), {int64_t{dim2} + 1, nd}, dim, 4);
-}
+CLOSURE_AS(557, void, (I32 dim, int dim1, int shape_base, I32 wi32),
+           fold_extents(wi32.from(shape_base), {0, dim1}, dim, 0))
+CLOSURE_AS(558, void, (I32 dim, int dim1, int dim2, int shape_base, I32 wi32),
+           fold_extents(wi32.from(shape_base), {int64_t{dim1} + 1, dim2}, dim, 2))
+CLOSURE_AS(559, void, (I32 dim, int dim2, int nd, int shape_base, I32 wi32),
+           fold_extents(wi32.from(shape_base), {int64_t{dim2} + 1, nd}, dim, 4))
 
 /// stride[3] down to stride[0] of the view, in 64 bits; stride[4] is the host's.
 CLOSURE_AS(560, void, (I32 dim, I64 stride), row_major_strides(dim, 5, stride))
