@@ -291,24 +291,30 @@ int64_t lower_bound(Range places, Key key, Value bound)
     return places.begin;
 }
 
-/// Merges two lists of strictly ascending keys and calls `match(a, b)` with the places of each key
-/// that both hold. Reads no key of a list once the other is used up.
-template <class KeyA, class KeyB, class Match>
-void for_each_match(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
+/// Merges two lists of ascending keys: calls `meet(key)` where the keys at both cursors are equal,
+/// which moves the cursors on, and else moves that of the lower key. Reads no key of a list once
+/// the other is used up, and leaves the cursors there.
+template <class KeyA, class KeyB, class Meet>
+void merge(Range& a, KeyA key_a, Range& b, KeyB key_b, Meet meet)
 {
     while (a.begin < a.end && b.begin < b.end) {
         const auto left = key_a(a.begin);
         const auto right = key_b(b.begin);
-        if (left < right) {
+        if (left < right)
             ++a.begin;
-        } else if (right < left) {
+        else if (right < left)
             ++b.begin;
-        } else {
-            match(a.begin, b.begin);
-            ++a.begin;
-            ++b.begin;
-        }
+        else
+            meet(left);
     }
+}
+
+/// Merges two lists of strictly ascending keys and calls `match(a, b)` with the places of each key
+/// that both hold.
+template <class KeyA, class KeyB, class Match>
+void for_each_match(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
+{
+    merge(a, key_a, b, key_b, [&](const auto&) { match(a.begin++, b.begin++); });
 }
 
 } // namespace fragments

@@ -65,21 +65,13 @@ void for_each_match_in_long(Range a, KeyA key_a, Range b, KeyB key_b, Match matc
 template <class KeyA, class KeyB, class Meet>
 void for_each_meeting(Range& a, KeyA key_a, Range& b, KeyB key_b, Meet meet)
 {
-    while (a.begin < a.end && b.begin < b.end) {
-        const auto left = key_a(a.begin);
-        const auto right = key_b(b.begin);
-        if (left < right) {
-            ++a.begin;
-        } else if (right < left) {
-            ++b.begin;
-        } else {
-            const Range run_a{a.begin, run_end(a.begin + 1, a.end, key_a, left)};
-            const Range run_b{b.begin, run_end(b.begin + 1, b.end, key_b, left)};
-            meet(left, run_a, run_b);
-            a.begin = run_a.end;
-            b.begin = run_b.end;
-        }
-    }
+    merge(a, key_a, b, key_b, [&](auto key) {
+        const Range run_a{a.begin, run_end(a.begin + 1, a.end, key_a, key)};
+        const Range run_b{b.begin, run_end(b.begin + 1, b.end, key_b, key)};
+        meet(key, run_a, run_b);
+        a.begin = run_a.end;
+        b.begin = run_b.end;
+    });
 }
 
 /// The entries of a matrix as triplet lists `msubi`, `msubj`, ordered strictly by row and then

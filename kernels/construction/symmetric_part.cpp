@@ -8,7 +8,6 @@
 // that a radix sort makes (561 to 563). The result of a sparse operand is sparse.
 
 #include <algorithm>
-#include <type_traits>
 #include <utility>
 
 #include "algorithms.h"
@@ -69,18 +68,6 @@ void merge_with_mirror(const MirroredOrder<S>& order, int& i1, int& i2, Halve ha
         const int p = perm[i2];
         halve(p);
         close(mirrored[p]);
-    }
-}
-
-/// Calls `write` with a constant that says whether the result has code, so that the copies of terms
-/// without code carry nothing of it.
-template <class Write>
-void with_code(int rncodeatom, Write write)
-{
-    if (rncodeatom != 0) {
-        write(std::true_type{});
-    } else {
-        write(std::false_type{});
     }
 }
 
@@ -171,7 +158,7 @@ CLOSURE(566, results(int, int, int, int, int),
     auto r = SPARSE_RESULT(codei, eli, nnzi);
     const MirroredOrder<Stride> order{nelem, wi64.from(sp_base), xi64.from(xsp_base),
                                       xi32.from(curperm_base)};
-    with_code(rncodeatom, [&](auto coded) {
+    for_code(rncodeatom != 0, [&]<bool coded> {
         const Code form = coded ? Code::scaled : Code::none;
         merge_with_mirror(
             order, i1, i2, [&](int q) { r.append_scaled(e, q, 0.5, form); },
@@ -213,7 +200,7 @@ CLOSURE(569, results(int, int, int, int),
 {
     const auto e = STACKED_OPERAND();
     auto r = STACKED_RESULT(codei, relemi, nnzi);
-    with_code(rncodeatom, [&](auto coded) {
+    for_code(rncodeatom != 0, [&]<bool coded> {
         const Code form = coded ? Code::scaled : Code::none;
         for_each_position(extents(dim), [&](const Position& x) {
             if (x.i == x.j) {
