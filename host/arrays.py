@@ -4,9 +4,9 @@ elements, boxes and ranges; and the bounds of a matrix, which come in several fo
 from math import inf
 
 from .closures import closure
-from .construction import stored_places
 from .data import linear_indexes, rank2
 from .matrices import SparseMatrix
+from .shapes import box, checked_shape, stored_places, strides
 from .stacks import as_array, size, zeros
 from .variables import Variable
 
@@ -17,7 +17,7 @@ class IndexArray:
     Raises ValueError if these lists don't fit the shape."""
 
     def __init__(self, shape, indexes, sparsity=None):
-        self.shape, self.indexes = as_array("i32", shape), as_array("i32", indexes)
+        self.shape, self.indexes = checked_shape(shape), as_array("i32", indexes)
         self.sparsity = stored_places(self.shape, len(self.indexes), sparsity)
 
     def at(self, *subscripts):
@@ -39,14 +39,9 @@ class IndexArray:
     def box(self, start, stop):
         """The elements at the subscripts from `start` up to but not including `stop`, an entry of
         each for each dimension. Raises ValueError if the box doesn't lie in the shape."""
-        nd = len(self.shape)
-        if not len(start) == len(stop) == nd or not all(
-                0 <= a <= b <= extent for a, b, extent in zip(start, stop, self.shape)):
-            raise ValueError("the box from %s to %s doesn't lie in the shape %s"
-                             % (list(start), list(stop), list(self.shape)))
-        shape = as_array("i32", [b - a for a, b in zip(start, stop)])
-        start, stop = as_array("i32", start), as_array("i32", stop)
-        index, stride = zeros("i32", nd), strides(self.shape, 317)
+        start, stop, shape = box(self.shape, start, stop)
+        nd, stride = len(shape), strides(self.shape)
+        index = zeros("i32", nd)
         if self.sparsity is None:
             indexes = zeros("i32", size(shape))
             closure(319, start, stop, index, 0, nd, self.indexes, indexes, self.shape, stride)
@@ -55,13 +50,14 @@ class IndexArray:
                         stride)
         indexes, sparsity = zeros("i32", count), zeros("i64", count)
         closure(322, start, stop, index, 0, nd, self.indexes, indexes, sparsity,
-                strides(shape, 321), self.shape, self.sparsity, stride)
+                strides(shape), self.shape, self.sparsity, stride)
         return IndexArray(shape, indexes, sparsity)
 
     def range(self, start, stop):
         """The elements of an array of one dimension from `start` up to but not including `stop`.
         Raises ValueError if there are no such."""
-        if self.sparsity is None or len(self.shape) != 1 or not 0 <= start <= stop <= self.shape[0]:
+        box(self.shape, [start], [stop])
+        if self.sparsity is None:
             return self.box([start], [stop])
         count = closure(323, 0, self.sparsity, start, stop)
         indexes, sparsity = zeros("i32", count), zeros("i64", count)
@@ -131,12 +127,3 @@ def position(shape, linear):
     if len(shape) > 0:
         closure(272, linear, subscripts, shape)
     return tuple(subscripts)
-
-
-def strides(shape, number):
-    """The row-major strides (i64) of the shape (i32), by the closure of that number."""
-    result = zeros("i64", len(shape))
-    if len(shape) > 0:
-        result[-1] = 1
-    closure(number, len(shape), shape, result)
-    return result

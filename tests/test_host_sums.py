@@ -259,7 +259,6 @@ class Data(HostCase):
         self.refuse(ev, "not the shape", outer, one, Variable([2, 2], [1, 2, 3, 4]))
         self.refuse(ev, "4900000000", outer, SparseMatrix(1, 70000, [], [], []),
                     RowWise([70000], [], [0], [], [], []))
-        self.refuse(ev, "must ascend", outer, one, Variable([3], [1, 2], [1, 0]))
         for wrong, message in ((dict(ptrb=[0, 1]), "fit together"), (dict(cof=[]), "fit together"),
                                (dict(inst=[0]), "fit together"), (dict(shape=[3]), "fit together"),
                                (dict(shape=[-1, -2]), "no shape"), (dict(inst=[1, 2]), "ascend"),
