@@ -97,9 +97,12 @@ class Structure(HostCase):
     def test_more_than_32_bits_of_positions(self):
         n, ev = 70000, Evaluator()
         e = ev.push(Model([n, n], [[Term(1, 2.0)], [Term(2, 4.0)]], [n - 1, n * n - 1]))
+        wide = ev.push(Model([2, n, n], [[Term(1, 2.0)]], [n * n + 5]))
         for method, arguments, sp in (
                 (ev.stack, ([e, e], 0), [n - 1, n * n - 1, n * n + n - 1, 2 * n * n - 1]),
                 (ev.stack, ([e, e], 1), [n - 1, 2 * n - 1, 2 * n * n - n - 1, 2 * n * n - 1]),
+                (ev.stack, ([wide, wide], 1), [2 * n * n + 5, 3 * n * n + 5]),
+                (ev.repeat, (wide, 2, 1), [2 * n * n + 5, 3 * n * n + 5]),
                 (ev.repeat, (e, 2, 1), [n - 1, 2 * n - 1, 2 * n * n - n - 1, 2 * n * n - 1]),
                 (ev.transpose, (e,), [n * n - n, n * n - 1]),
                 (ev.permute_dims, (e, [1, 0]), [n * n - n, n * n - 1]),
@@ -109,7 +112,6 @@ class Structure(HostCase):
                 self.assertEqual(list(section), sp)
         self.assertEqual(ev.pick(e, [n * n - 1, 0]).nnz, 1)
         self.refuse(ev, "can't have 2147530000 positions", ev.repeat, e, 30679, 0)
-        wide = ev.push(Model([2, n, n], [], []))
         self.refuse(ev, "can't have 4900000000 positions", ev.stack, [wide, wide], 0)
         self.refuse(ev, "can't have 4900000000 positions", ev.permute_dims, wide, [0, 2, 1])
         self.refuse(ev, "is no shape", ev.repeat, ev.push(Model([n, n, n, 20000], [], [])), 5, 3)

@@ -2,11 +2,13 @@
 
 import itertools
 import unittest
+from unittest import mock
 
+from host.closures import Closures
 from host.construction import RowWise
 from host.matrices import DenseMatrix, SparseMatrix
 from host.variables import Variable
-from host_support import Evaluator
+from host_support import Evaluator, call_spread
 from support import OP_CONST, Model, Sampler, Term, evaluate, product, read
 
 
@@ -16,11 +18,13 @@ def positions(shape):
 
 
 def cases(count):
-    """Runs a test for that many seeds on fresh evaluators, with and without sparsity and code."""
+    """Runs a test for that many seeds on fresh evaluators, with and without sparsity and code, and
+    with strided arrays in every third run."""
     def decorate(test):
         def run(self):
             for seed in range(count):
-                with self.subTest(seed=seed):
+                call = Closures.__call__ if seed % 3 else call_spread
+                with self.subTest(seed=seed), mock.patch.object(Closures, "__call__", call):
                     test(self, Sampler(seed), Evaluator(), bool(seed & 1), bool(seed & 2))
         return run
     return decorate

@@ -219,13 +219,18 @@ class Lists(unittest.TestCase):
                     (316, (dest, size, 1, places), dest, [9, 5, 0, 4, 9])):
                 call(number, *arguments)
                 self.assertEqual(list(target), expected)
+            flat = lay(f64([0] * 11))
+            self.assertEqual((call(286, 2, 3, 4, square, flat, square, lay(f64([0] * 10))), *flat),
+                             (10, *[0] * 4, *range(1, 7), 0))
             for number, more, key, pos in ((314, 0, 4, 0), (314, 0, 4, 1), (313, 2**40, 4, 1),
                                            (313, 2**40, 5, 1), (314, 0, 0, 3)):
                 at = next((k for k in range(pos, 3) if sp[k] >= key), 3)
                 self.assertEqual(call(number, key + more, pos, lay(i64(v + more for v in sp))), at)
-        for number, expected in ((331, [[1, 2, 8], [8, 8, 8]]), (330, [[1, 8, 8], [2, 8, 8]])):
+        for number, sources, expected in (
+                (331, [[1, 2]], [[1, 2, 8], [8, 8, 8]]), (330, [[1, 2]], [[1, 8, 8], [2, 8, 8]]),
+                (287, [[1, 2], [3, 4]], [[1, 3, 8], [2, 4, 8]])):
             target = table(i32, [[8] * 3] * 2)
-            call(number, target, i32([1, 2]))
+            call(number, target, *(strided(i32(source)) for source in sources))
             self.assertEqual(target.tolist(), expected)
 
 
