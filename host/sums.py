@@ -8,7 +8,7 @@ both subscripts are equal.
 
 from .closures import closure
 from .shapes import within
-from .stacks import LARGEST, as_array, operand, size, zeros
+from .stacks import LARGEST, as_array, operand, size
 
 
 class Sums:

@@ -10,8 +10,8 @@ from host.arrays import Bounds, IndexArray
 from host.matrices import DenseMatrix, SparseMatrix
 from host.variables import Variable
 from host_support import Evaluator
-from support import product
-from test_host_sums import HostCase, cases, positions
+from support import positions, product
+from test_host_sums import HostCase, cases
 
 
 class Arrays(HostCase):

@@ -5,8 +5,8 @@ from unittest import mock
 
 from host import structure
 from host_support import Evaluator
-from support import Model, Sampler, Term
-from test_host_sums import HostCase, cases, positions
+from support import Model, Sampler, Term, positions
+from test_host_sums import HostCase, cases
 
 
 class Structure(HostCase):

@@ -1,6 +1,5 @@
 """The host's sums of expressions and of their elements, and what it makes of its own data."""
 
-import itertools
 import unittest
 from unittest import mock
 
@@ -9,12 +8,7 @@ from host.construction import RowWise
 from host.matrices import DenseMatrix, SparseMatrix
 from host.variables import Variable
 from host_support import Evaluator, call_spread
-from support import OP_CONST, Model, Sampler, Term, evaluate, product, read
-
-
-def positions(shape):
-    """The subscripts of all positions, row-major."""
-    return list(itertools.product(*map(range, shape)))
+from support import OP_CONST, Model, Sampler, Term, evaluate, positions, product, read
 
 
 def cases(count):

@@ -7,8 +7,8 @@ from itertools import accumulate
 
 from host.model import Constraint
 from host.variables import Variable
-from support import i32, product, read
-from test_host_sums import HostCase, cases, positions
+from support import i32, positions, product, read
+from test_host_sums import HostCase, cases
 
 
 def packed(i, j):
