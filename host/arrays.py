@@ -5,7 +5,7 @@ from math import inf
 
 from .closures import closure
 from .data import linear_indexes, rank2
-from .matrices import SparseMatrix
+from .matrices import DenseMatrix, SparseMatrix
 from .shapes import box, checked_shape, stored_places, strides
 from .stacks import as_array, size, zeros
 from .variables import Variable
@@ -76,7 +76,7 @@ class Bounds:
     @classmethod
     def dense(cls, lower, upper):
         """Those in two dense matrices. Raises ValueError if the shapes differ."""
-        rows, columns = common_shape(lower, upper)
+        rows, columns = common_shape(DenseMatrix, lower, upper)
         lval, uval = zeros("f64", rows * columns), zeros("f64", rows * columns)
         closure(286, rows, columns, 0, rank2(lower.mval, rows, columns), lval,
                 rank2(upper.mval, rows, columns), uval)
@@ -86,7 +86,7 @@ class Bounds:
     def listed(cls, lower, upper):
         """Those in two sparse matrices, for all elements: a side that isn't listed is free. Raises
         ValueError if the shapes differ or a matrix is out of order."""
-        rows, columns = common_shape(lower, upper)
+        rows, columns = common_shape(SparseMatrix, lower, upper)
         lval, uval = (as_array("f64", [free]) * (rows * columns) for free in (-inf, inf))
         closure(284, columns, lval, lower.msubi, lower.msubj, lower.mval)
         closure(285, columns, upper.msubi, upper.msubj, uval, upper.mval)
@@ -96,7 +96,7 @@ class Bounds:
     def sparse(cls, lower, upper):
         """The same for the elements that one of the two lists, and for these alone: the other side
         is 0.0 if it isn't listed, as in any sparse matrix."""
-        shape, lists = common_shape(lower, upper), (lower.msubi, lower.msubj)
+        shape, lists = common_shape(SparseMatrix, lower, upper), (lower.msubi, lower.msubj)
         count = closure(282, *lists, 0, upper.msubi, upper.msubj)
         lbv, ubv, inst = zeros("f64", count), zeros("f64", count), zeros("i32", 2 * count)
         closure(283, rank2(inst, count, 2), lbv, *lists, lower.mval, ubv, upper.msubi, upper.msubj,
@@ -106,17 +106,19 @@ class Bounds:
     def variable(self, model):
         """A new variable of the model between these bounds, sparse as they are."""
         columns = model.variable([len(self.lower)], self.lower, self.upper)
-        return Variable(self.shape, columns.nativeidxs, self.sparsity)
+        return Variable(self.shape, columns.nativeidxs, self.sparsity).among([columns])
 
 
-def common_shape(lower, upper):
-    """The shape of two matrices. Raises ValueError if they differ in it or a sparse one is out of
-    order."""
+def common_shape(form, lower, upper):
+    """The shape of two matrices of this class. Raises ValueError if they aren't such, differ in
+    their shape or a sparse one is out of order."""
+    if not all(isinstance(m, form) for m in (lower, upper)):
+        raise ValueError("bounds in this form need each a %s" % form.__name__)
     shapes = [(m.rows, m.columns) for m in (lower, upper)]
     if shapes[0] != shapes[1]:
         raise ValueError("bounds need equal shapes: %s, %s" % tuple(map(list, shapes)))
     for m in (lower, upper):
-        if isinstance(m, SparseMatrix):
+        if form is SparseMatrix:
             m.test()
     return shapes[0]
 

@@ -156,7 +156,7 @@ class VariableViews(Views):
         """The full square, in the dimensions dim1 < dim2, of a semidefinite variable. `elements`
         lists the entries of the element table (i64): the columns of the lower triangle one after
         the other, for each position before dim1 and, within a column, between dim1 and dim2."""
-        shape, elements = as_array("i32", shape), as_array("i64", elements)
+        shape, elements = checked_shape(shape), as_array("i64", elements)
         before, n, between, behind = axis_pair(shape, dim1, dim2)
         if len(elements) != before * between * behind * n * (n + 1) // 2:
             raise ValueError("%d elements are no lower triangles for dimensions %d and %d of the "
