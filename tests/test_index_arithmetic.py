@@ -215,9 +215,9 @@ class Lists(unittest.TestCase):
         for number, sources, expected in (
                 (331, [[1, 2]], [[1, 2, 8], [8, 8, 8]]), (330, [[1, 2]], [[1, 8, 8], [2, 8, 8]]),
                 (287, [[1, 2], [3, 4]], [[1, 3, 8], [2, 4, 8]])):
-            target = matrix("i", [[8] * 3] * 2)
+            target = matrix("i", [[8] * 3] * 3)
             call(number, target, *(strided(i32(source)) for source in sources))
-            self.assertEqual(target.tolist(), expected)
+            self.assertEqual(target.tolist(), [*expected, [8] * 3])
 
 
 if __name__ == "__main__":
