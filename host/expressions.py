@@ -61,7 +61,8 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
 
     def push_variable(self, variable):
         """A variable as an expression: one term of coefficient 1.0 in each stored element, sparse
-        as the variable is."""
+        as the variable is. Raises ValueError if a model has removed it."""
+        variable.require_kept()
         r, nnz, hassp = self.r, len(variable), variable.sparsity is not None
         e = r.reserve_expression(variable.shape, nnz, nnz, hassp=hassp)
         self._write_shape(e)
