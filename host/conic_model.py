@@ -12,8 +12,8 @@ from array import array
 
 from .affine_rows import AffineRows, ElementTables, split
 from .closures import closure
-from .cones import OFF_DIAGONAL, ConeTables, QuadraticLayout, SemidefiniteLayout, numbers
-from .conic import QUADRATIC, SEMIDEFINITE, ConicProblem, Forms
+from .cones import ConeTables, QuadraticLayout, SemidefiniteLayout, numbers
+from .conic import OFF_DIAGONAL, QUADRATIC, SEMIDEFINITE, ConicProblem, Forms
 from .domains import bounds, pattern
 from .expressions import Evaluator
 from .model import Constraint, Parameter, all_finite, each
