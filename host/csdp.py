@@ -23,7 +23,7 @@ from dataclasses import dataclass
 from typing import List
 
 from .conic import OFF_DIAGONAL, QUADRATIC, ConicSolution, triangle
-from .glpk import SolverError
+from .glpk import SolverError, split_duals
 from .sdpa import SdpaProblem
 from .stacks import zeros
 
@@ -267,8 +267,8 @@ class _Translation:
         for j in range(1, len(yx)):
             if p.column_lower[j] == -math.inf and p.column_upper[j] == math.inf:
                 yx[j] = 0.0
-        return ConicSolution("optimal", xc[0], xx, *split(yx, sign), xc, *split(y, sign), accx,
-                             accy, barx, bars)
+        return ConicSolution("optimal", xc[0], xx, *split_duals(yx, p.maximize), xc,
+                             *split_duals(y, p.maximize), accx, accy, barx, bars)
 
     @staticmethod
     def _level(form, xx, blocks):
@@ -292,10 +292,3 @@ def terms_by_form(forms):
         entries[tuple(place)] = entries.get(tuple(place), 0.0) + coefficient
     return [(offset, terms, [(*place, value) for place, value in sorted(entries.items())])
             for offset, terms, entries in result]
-
-
-def split(duals, sign):
-    """The duals of lower and of upper bounds. At most one of the two is in force, and the sign of
-    the combined dual tells which."""
-    return (array("d", (d if sign * d > 0.0 else 0.0 for d in duals)),
-            array("d", (-d if sign * d < 0.0 else 0.0 for d in duals)))
