@@ -18,6 +18,8 @@ from dataclasses import dataclass
 from math import inf
 from typing import List
 
+from .stacks import LARGEST
+
 NUMBER = re.compile(r"[^\s,(){}=]+")
 
 
@@ -120,6 +122,8 @@ class _Reader:
         blocks = self.numbers(int, nblock, "the dimensions of the blocks")
         if 0 in blocks:
             raise self.error("a block has the dimension 0")
+        if sum(n * n if n > 0 else -n for n in blocks) > LARGEST:
+            raise self.error("the blocks have more than %d places" % LARGEST)
         # A dimension of 1 is a diagonal block as well.
         problem = SdpaProblem.empty([-1 if n == 1 else n for n in blocks],
                                     array("d", self.numbers(float, m, "the constants")))
