@@ -32,6 +32,8 @@ ZERO = 1e-8  # by how much the program lets an equation fail
 SOLVED, PRIMAL_INFEASIBLE, DUAL_INFEASIBLE, REDUCED_ACCURACY = range(4)  # exit statuses
 STATUSES = {SOLVED: "optimal", REDUCED_ACCURACY: "optimal", PRIMAL_INFEASIBLE: "infeasible",
             DUAL_INFEASIBLE: "unbounded"}
+OF_THE_END = re.compile(r"Success|Partial Success|Failure|Stuck|Lack of progress|Factorization|"
+                        r"Too many|. was singular")
 
 
 @dataclass
@@ -85,11 +87,10 @@ def solve_blocks(problem):
 
 
 def last_word(output):
-    """What the program said of its end."""
+    """What the program said of its end, with the reason if it gave one, which comes before."""
     lines = [line.strip() for line in output.splitlines()]
     lines = [line for line in lines if line not in ("", "Giving up.")]
-    words = [line for line in lines if re.match(r"(Success|Failure|Partial Success|Stuck)", line)]
-    return (words or lines or ["nothing"])[-1]
+    return " ".join(filter(OF_THE_END.match, lines)) or (lines or ["nothing"])[-1]
 
 
 def read_matrices(file, blocks):

@@ -12,7 +12,7 @@ from .glpk import SolverError
 from .stacks import zeros
 
 STATUSES = {"optimal": "optimal", "primal infeasible": "infeasible", "dual infeasible": "unbounded"}
-OPTIONS = {"show_progress": False, "abstol": 1e-9, "reltol": 1e-9, "feastol": 1e-9}
+OPTIONS = {"show_progress": False, "abstol": 1e-8, "reltol": 1e-8, "feastol": 1e-8}
 
 
 def package():
