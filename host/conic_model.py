@@ -27,8 +27,8 @@ class ConicModel:
     """A conic problem, which the back end `native` solves for the present parameter values."""
 
     def __init__(self, native):
-        self.native, self.evaluator = native, Evaluator()
-        self.param_value = array("d")
+        self.native, self.param_value = native, array("d")
+        self.evaluator = Evaluator(self.param_value)
         # By column, which count from 1: bounds, and the cone (or -1) and place there.
         self._lower, self._upper = array("d", [-math.inf]), array("d", [math.inf])
         self._cone, self._place = array("i", [-1]), zeros("i32", 1)

@@ -105,8 +105,7 @@ class Construction:
         these lists don't fit the shape, or an index is no parameter's."""
         r, shape, indexes = self.r, as_array("i32", shape), as_array("i32", indexes)
         nelem, sparsity = len(indexes), stored_places(shape, len(indexes), sparsity)
-        if min(indexes, default=0) < 0:
-            raise ValueError("%d is no index of a parameter" % min(indexes))
+        self._require_parameters(indexes)
         e = r.reserve_expression(shape, nelem, nelem, nelem, sparsity is not None)
         closure(315, e.hassp, e.nd, nelem, indexes, e.cconst_base, e.code_base, e.codeptr_base,
                 e.cof_base, r.f64, r.i32, r.i64, e.nidxs_base, e.ptr_base, e.shape_base, e.sp_base,

@@ -144,8 +144,8 @@ class Model:
 
     def __init__(self, native):
         self.native = native
-        self.evaluator = Evaluator()
         self.param_value = array("d")
+        self.evaluator = Evaluator(self.param_value)
         # Row 0 stands for the objective, column 0 for the constant.
         self._rows, self._columns = Slots(), Slots()
         self._rows.take(1)

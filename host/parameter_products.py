@@ -204,8 +204,13 @@ class ParameterProducts:
         if not fits:
             raise ValueError("parameters of shape %s don't fit the shape %s"
                              % (list(p.shape), list(e.shape)))
-        if closure(474, False, LARGEST, LARGEST, len(p.indexes), p.indexes, p.indexes):
-            raise ValueError("an index below 0 is no parameter's")
+        self._require_parameters(p.indexes)
+
+    def _require_parameters(self, indexes):
+        """ValueError if one of the indexes (i32) is no parameter's."""
+        count = LARGEST if self._param_value is None else len(self._param_value)
+        if closure(474, False, count, count, len(indexes), indexes, indexes):
+            raise ValueError("there is no parameter of an index below 0 or from %d on" % count)
 
     def _require_room(self, e, pnnz, meets, copies):
         """ValueError if the product may not fit a stack, where each of `pnnz` parameters meets at

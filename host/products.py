@@ -6,12 +6,14 @@ dropped, and a factor of 0.0 gives terms with the coefficient 0.0; one exception
 `mul_right`.
 """
 
+import math
 from dataclasses import replace
 
 from .closures import closure
 from .data import linear_indexes, merged, rank2
 from .matrices import DenseMatrix, require_order
 from .stacks import LARGEST, as_array, operand, size, zeros
+from .sums import require_room, scaled_atoms
 
 
 class SparseTensor:
@@ -128,16 +130,14 @@ class Products:
 
     def _right_sparse(self, e, m, shape, mperm):
         """The closures take only the entries above 0.0, so E M is formed as E M+ - E M-."""
-        mark = self.r.mark()
-        try:
+        if any(map(math.isnan, m.mval)):
+            raise ValueError("an entry of the matrix is not a number")
+        with self.r.undone_on_error():
             above = self._right_above_zero(e, m, m.mval, shape, mperm)
             if not any(value < 0.0 for value in m.mval):
                 return above
             below = self._right_above_zero(e, m, negated(m.mval), shape, mperm)
             return self.weighted_sum([above, below], [1.0, -1.0])
-        except BaseException:
-            self.r.release(mark)
-            raise
 
     def _right_above_zero(self, e, m, mval, shape, mperm):
         """The product with the entries above 0.0 of the matrix whose values are `mval`."""
@@ -352,7 +352,7 @@ class Products:
 
     def mul_const(self, a, e):
         """a * e for a number `a`, with the elements and terms of `e`."""
-        r, w = self.r, self.w
+        r, w, a = self.r, self.w, float(a)
         operand(e)
         ncodeatom = scaled_atoms(e)
         require_room(ncodeatom)
@@ -447,11 +447,6 @@ def negated(values):
     return result
 
 
-def scaled_atoms(e):
-    """The number of atoms of `e` times a number: two are added to the program of each term."""
-    return e.ncodeatom + 2 * e.nnz if e.ncodeatom > 0 else 0
-
-
 def fitting(data, e):
     """`data`, a tensor or a matrix, as a tensor of e's shape; else ValueError."""
     tensor = SparseTensor.of(data)
@@ -469,13 +464,4 @@ def require_extents(shape):
 def require_shape(shape):
     """Raises ValueError if the positions of a shape need more than 32 bits."""
     require_extents(shape)
-    if size(shape) > LARGEST:
-        raise ValueError("a product of shape %s has more than %d elements"
-                         % (list(shape), LARGEST))
-
-
-def require_room(*counts):
-    """Raises ValueError if a section of so many entries can't stand on a stack."""
-    if max(counts) > LARGEST:
-        raise ValueError("a product with up to %d terms or atoms of code has more than %d"
-                         % (max(counts), LARGEST))
+    require_room(size(shape))

@@ -4,8 +4,10 @@ import os
 import textwrap
 import unittest
 from math import inf
+from unittest import mock
 
 import host
+from host import stacks
 from host.expressions import Evaluator
 from host.glpk import Problem, SolverError
 from host.matrices import DenseMatrix, SparseMatrix
@@ -124,6 +126,8 @@ class Operations(unittest.TestCase):
             ("equal shapes", lambda: e.weighted_sum([x, e.push_variable(Variable([1], [1]))],
                                                     [1, 1])),
             ("weight for each", lambda: e.weighted_sum([x], [1, 1])),
+            ("no parameter", lambda: e.mul_param_scalar(-1, x)),
+            ("convert", lambda: e.mul_const("two", x)),
             ("operand any more", lambda: e.mul_param_scalar(0, done)),
             ("shape", lambda: e.push_expression([3], [1.0, 2.0])),
             ("row starts", lambda: e.push_expression([2], [0, 0], [0, 2, 1], [1, 2], [1, 1])),
@@ -140,6 +144,14 @@ class Operations(unittest.TestCase):
                 if text != "equal shapes":  # that one pushes its own operand
                     self.assertEqual(e.w.mark(), mark)
                     self.assertEqual([list(a) for a in (e.w.i32, e.w.i64, e.w.f64)], held)
+
+    def test_a_stack_that_is_full(self):
+        stack = stacks.Stack()
+        mark = stack.mark()
+        with mock.patch.object(stacks, "LARGEST", 5):
+            for sizes in ((5, 0), (1, 6), (1, 2, 3)):
+                self.assertRaises(MemoryError, stack.reserve_expression, [1], *sizes)
+                self.assertEqual(stack.mark(), mark)
 
     def test_slices(self):
         dense = Variable([3, 4], range(10, 22)).slice([1, 1], [3, 3])
