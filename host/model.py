@@ -11,6 +11,7 @@ from array import array
 
 from .arrays import IndexArray
 from .closures import closure
+from .data import checked_shape
 from .expressions import Evaluator
 from .row_store import RowStore
 from .slots import Slots
@@ -82,8 +83,8 @@ class Constants:
 
     def clear(self, rows):
         self.store.clear(rows)
-        for row in rows:
-            self.fixed[row] = self.moving[row] = 0.0
+        for table in (self.fixed, self.moving):
+            closure(102, rows, table, zeros("f64", len(rows)))
 
     def write(self, w, e, rows):
         """Rows `rows` (i32) get the constants of the elements of the finished expression `e`."""
@@ -164,7 +165,7 @@ class Model:
 
     def parameters(self, values):
         """A list of parameters, one for each of the values."""
-        return [Parameter(self, value) for value in values]
+        return [Parameter(self, value) for value in as_array("f64", values)]
 
     def parameter_array(self, shape, values, sparsity=None):
         """A ParameterArray with these values. Raises ValueError if they don't fit the shape or the
@@ -191,14 +192,14 @@ class Model:
         return array("i", [p.index for p in parameters])
 
     def variable(self, shape, lower=-math.inf, upper=math.inf):
-        """A variable of that shape; each bound is a number or one for each element."""
-        count = size(shape)
-        lower, upper = each(lower, count), each(upper, count)
+        """A variable of that shape; each bound is a number or one for each element. Raises
+        ValueError, with nothing added, if that is no shape or the bounds don't fit."""
+        count = size(checked_shape(shape))
+        lower, upper = sides(lower, upper, count)
         columns = self._columns.take(count)
-        old = count - added(columns, self.native.columns)
         try:
-            self.native.set_column_bounds(columns[:old], lower[:old], upper[:old])
-            self.native.add_columns(lower[old:], upper[old:])
+            self.native.add_columns(added(columns, self.native.columns))
+            self.native.set_column_bounds(columns, lower, upper)
         except BaseException:
             self._columns.give_back(columns)
             raise
@@ -219,6 +220,7 @@ class Model:
         with w.scratch():
             e = self.evaluator.finish(e)
             subj, val = self._terms(e)
+            self._solution = None
             self.native.maximize = maximize
             self.native.set_objective(self._costed, zeros("f64", len(self._costed)))
             self.native.set_objective(subj[1:], val[1:])
@@ -232,17 +234,19 @@ class Model:
 
         With the expression `floor` the constants in that take the place of those in `e` where it
         is held above `lower`: a range whose sides move with parameters. Nothing but the constants
-        of `floor` counts. Raises ValueError, with nothing added, if the shapes differ or a variable
-        is not in the model.
+        of `floor` counts. Raises ValueError, with nothing added, if the shapes differ, the bounds
+        don't fit or a variable is not in the model.
         """
         if floor is not None and floor.shape != e.shape:
             raise ValueError("the shapes %s and %s differ" % (list(floor.shape), list(e.shape)))
         w, shape, count = self.evaluator.w, e.shape, size(e.shape)
-        lower, upper = each(lower, count), each(upper, count)
+        lower, upper = sides(lower, upper, count)
         with w.scratch():
             e = self.evaluator.finish(e)
             subj, val = self._terms(e)
-            floor = None if floor is None else self.evaluator.finish(floor)
+            if floor is not None:
+                floor = self.evaluator.finish(floor)
+                self._terms(floor)
             rows = self._add_rows(lower, upper, floor is not None)
             try:
                 stored = self._stored(e, rows)
@@ -287,7 +291,7 @@ class Model:
         if isinstance(item, Constraint):
             self._free_rows(item.nativeidxs)
         else:
-            self._free_columns(item.nativeidxs)
+            self._free_columns(array("i", item.nativeidxs))
         item.removed = True
 
     def _free_rows(self, rows):
@@ -350,17 +354,15 @@ class Model:
         constants = self._constants.at(rows)
         floors = [floor if self._has_floor[row] else constant for row, constant, floor
                   in zip(rows, constants, self._floor.at(rows))]
-        self.native.set_row_bounds(
-            rows,
-            [self._lower[row] - floor for row, floor in zip(rows, floors)],
-            [self._upper[row] - constant for row, constant in zip(rows, constants)])
+        self.native.set_row_bounds(rows, moved_bounds(self._lower, rows, floors),
+                                   moved_bounds(self._upper, rows, constants))
 
     # Solving.
 
     def update(self):
         """Brings the native model to the present parameter values: the programs in the row stores
         run, and what they moved is set. Nothing is built again."""
-        x = self.evaluator.x
+        x, self._solution = self.evaluator.x, None
         moved, spans, subj, val = self._constants.evaluate(self.param_value, x)
         moved_floor, *_ = self._floor.evaluate(self.param_value, x)
         rows = sorted({*moved, *moved_floor})
@@ -377,7 +379,6 @@ class Model:
     def solve(self):
         """Solves for the present parameter values; "optimal", "infeasible" or "unbounded"."""
         self.update()
-        self._solution = None
         status = self.native.solve()
         if status == "optimal":
             self._solution = s = self.native.solution()
@@ -445,7 +446,28 @@ def all_finite(values):
 
 def each(bound, count):
     """A bound (f64) for each of `count` elements, from one number or as many."""
-    bounds = as_array("f64", [bound] * count if isinstance(bound, (int, float)) else bound)
+    if isinstance(bound, (int, float)):
+        return array("d", [bound]) * count
+    bounds = as_array("f64", bound)
     if len(bounds) != count:
         raise ValueError("%d elements can't have %d bounds" % (count, len(bounds)))
     return bounds
+
+
+def sides(lower, upper, count):
+    """The lower and the upper bounds (f64) of `count` elements. Raises ValueError if they are not
+    as many or one is not a number, or infinite on the wrong side."""
+    lower, upper = each(lower, count), each(upper, count)
+    if not (all(map(math.inf.__gt__, lower)) and all(map((-math.inf).__lt__, upper))):
+        raise ValueError("a bound is not a finite number")
+    return lower, upper
+
+
+def moved_bounds(bounds, rows, constants):
+    """The bounds of these rows, less the constants. Raises OverflowError if a finite one doesn't
+    stay finite."""
+    before = [bounds[row] for row in rows]
+    after = [bound - constant for bound, constant in zip(before, constants)]
+    if sum(map(math.isinf, after)) != sum(map(math.isinf, before)):
+        raise OverflowError("a bound less the constants of its row is not finite")
+    return after

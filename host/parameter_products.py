@@ -210,7 +210,8 @@ class ParameterProducts:
         """ValueError if one of the indexes (i32) is no parameter's."""
         count = LARGEST if self._param_value is None else len(self._param_value)
         if closure(474, False, count, count, len(indexes), indexes, indexes):
-            raise ValueError("there is no parameter of an index below 0 or from %d on" % count)
+            raise ValueError("there is no parameter %d"
+                             % next(k for k in indexes if not 0 <= k < count))
 
     def _require_room(self, e, pnnz, meets, copies):
         """ValueError if the product may not fit a stack, where each of `pnnz` parameters meets at

@@ -1,8 +1,10 @@
 """The host: its operations by meaning, its models, and the demo command on tiny problems."""
 
+import math
 import os
 import textwrap
 import unittest
+from array import array
 from math import inf
 from unittest import mock
 
@@ -11,7 +13,7 @@ from host import stacks
 from host.expressions import Evaluator
 from host.glpk import Problem, SolverError
 from host.matrices import DenseMatrix, SparseMatrix
-from host.model import Model
+from host.model import Constraint, Model
 from host.variables import Variable
 from host_support import DemoCase
 from host_support import Evaluator as GuardedEvaluator
@@ -197,15 +199,36 @@ class Models(unittest.TestCase):
         model.minimize(times_p(e.push_expression([1], [0.0])))
         self.assertEqual((model.solve(), model.objective()), ("optimal", 0.0))
 
-    def test_refusals_add_no_rows(self):
+    def test_refusals_change_nothing(self):
         model = Model(Problem())
-        e = model.evaluator
-        model.variable([1])
-        h = e.push_expression([1], [0.0], [0, 1], [-1], [1.0])
-        for expression, bounds in ((h, (0.0, 0.0)), (e.push_expression([1], [inf]), (0.0, 0.0)),
-                                   (e.push_expression([1], [1.0]), ([0.0, 0.0], 0.0))):
-            self.assertRaises(ValueError, model.constrain, expression, *bounds)
-        self.assertEqual(model.native.rows, 0)
+        e, x = model.evaluator, model.variable([2], 0.0, 9.0)
+        model.remove(model.variable([2]))
+        one, semidefinite = (e.push_expression([1], [1.0], [0, k], [-1], [1.0]) for k in (0, 1))
+        model.maximize(one)
+        infinite = e.push_expression([1], [inf])
+        self.assertEqual(model.solve(), "optimal")
+        native = model.native
+        state = lambda: (native.rows, native.columns, native.maximize, native.column_bounds(),
+                         native.objective(), model.objective(), list(model.param_value))
+        before = state()
+        for refused, *arguments in (
+                (model.constrain, semidefinite, 0.0, 0.0), (model.constrain, infinite, 0.0, 0.0),
+                (model.constrain, one, [0.0, 0.0], 0.0), (model.constrain, one, math.nan, 0.0),
+                (model.constrain, one, inf, inf), (model.constrain, one, 0.0, 1.0, infinite),
+                (model.minimize, infinite), (model.minimize, e.push_expression([2], [1.0, 1.0])),
+                (model.variable, [-1, -1]), (model.variable, [3], [5.0, 5.0, math.nan]),
+                (model.variable, [3], 0.0, [5.0, 5.0, -inf]), (model.levels, Variable([1], [-1])),
+                (model.row_duals, Constraint([1], array("i", [-1]))),
+                (e.mul_param_scalar, 0, one)):
+            self.assertRaises(ValueError, refused, *arguments)
+            self.assertEqual(state(), before)
+        self.assertRaises(TypeError, model.parameters, [1.0, "two"])
+        self.assertEqual(state(), before)
+        self.assertRaisesRegex(SolverError, "can't hold", native.add_rows, 10 ** 8 + 1)
+        self.assertRaises(OverflowError, model.constrain, e.push_expression([1], [1e308]), -1e308,
+                          1.0)
+        model.minimize(one)
+        self.assertRaisesRegex(ValueError, "no solution", model.objective)
 
 
 # min x + 2 y + 3 z - 10 with x + y = 4, 1 <= y + z <= 3, -x <= -1, a free row, x <= 3, z >= -1.
