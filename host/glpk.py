@@ -142,6 +142,7 @@ class Solution:
     xx: array
     slx: array
     sux: array
+    accx = accy = barx = bars = None  # of cones and semidefinite variables, which there are none of
 
 
 class Problem:

@@ -15,6 +15,7 @@ from .data import checked_shape
 from .expressions import Evaluator
 from .row_store import RowStore
 from .slots import Slots
+from .solutions import Reading
 from .stacks import as_array, size, zeros
 from .variables import Variable
 from .views import ConstraintViews
@@ -156,7 +157,7 @@ class Model:
         self._constants, self._floor = Constants(), Constants()
         self._has_floor = bytearray(1)
         self._costed = array("i")  # the columns in the objective
-        self._solution = self._y = self._yx = None
+        self._solution = None
 
     # Building.
 
@@ -226,7 +227,7 @@ class Model:
             self.native.set_objective(subj[1:], val[1:])
             self._costed = subj[1:]
             self._constants.clear(rows)
-            self._constants.write(w, e, self._stored(e, rows))
+            self._constants.write(w, e, stored_rows(w, e, rows))
 
     def constrain(self, e, lower, upper, floor=None):
         """Rows that hold each element of the expression `e` between `lower` and `upper`, numbers
@@ -249,11 +250,11 @@ class Model:
                 self._terms(floor)
             rows = self._add_rows(lower, upper, floor is not None)
             try:
-                stored = self._stored(e, rows)
+                stored = stored_rows(w, e, rows)
                 self._write_rows(e, stored, subj, val)
                 self._constants.write(w, e, stored)
                 if floor is not None:
-                    self._floor.write(w, floor, self._stored(floor, rows))
+                    self._floor.write(w, floor, stored_rows(w, floor, rows))
                 self._bound(rows)
             except BaseException:
                 self._free_rows(rows)
@@ -329,13 +330,6 @@ class Model:
             raise ValueError("a coefficient is not finite")
         return subj, val
 
-    def _stored(self, e, rows):
-        """The rows of those elements that are stored."""
-        if not e.hassp:
-            return rows
-        with self.evaluator.w.section("i64", e.sp_base, e.nelem) as sp:
-            return array("i", map(rows.__getitem__, sp))
-
     def _write_rows(self, e, rows, subj, val):
         """The terms go to their rows, all but the constant, which comes first in an element."""
         w, x = self.evaluator.w, self.evaluator.x
@@ -381,43 +375,27 @@ class Model:
         self.update()
         status = self.native.solve()
         if status == "optimal":
-            self._solution = s = self.native.solution()
-            self._y, self._yx = zeros("f64", len(s.xc)), zeros("f64", len(s.xx))
-            closure(24, len(s.xc), s.slc, s.suc, self._y)
-            closure(23, len(s.xx), s.slx, s.sux, self._yx)
+            self._solution = Reading(self.native.solution())
         return status
 
     # The solution, in the order of the elements. None of it is there before an optimum is found.
 
     def objective(self):
-        return self._solved().objective
+        return self._solved().s.objective
 
     def levels(self, variable):
-        res, xx = zeros("f64", len(variable)), self._solved(variable, self._columns).xx
-        closure(19, None, len(variable), variable.nativeidxs, 0, res, xx)
-        return res
+        return self._solved(variable, self._columns).levels(variable)
 
     def duals(self, variable):
         """The combined duals of the bounds, that of the lower minus that of the upper one."""
-        res, xx = zeros("f64", len(variable)), self._solved(variable, self._columns).xx
-        no_block = array("i", [-1]) * len(xx)
-        closure(20, None, None, None, len(variable), variable.nativeidxs, 0, res, no_block, None,
-                self._yx)
-        return res
+        return self._solved(variable, self._columns).duals(variable)
 
     def row_levels(self, constraint):
         """The sums of the terms of variables; constants are not among them."""
-        return self._read_rows(15, constraint, self._solved(constraint, self._rows).xc)
+        return self._solved(constraint, self._rows).row_levels(constraint)
 
     def row_duals(self, constraint):
-        self._solved(constraint, self._rows)
-        return self._read_rows(16, constraint, self._y)
-
-    def _read_rows(self, number, constraint, values):
-        rows = constraint.nativeidxs
-        res = zeros("f64", len(rows))
-        closure(number, None, None, None, None, None, len(rows), rows, 0, res, values)
-        return res
+        return self._solved(constraint, self._rows).row_duals(constraint)
 
     def _solved(self, item=None, slots=None):
         """The solution; ValueError if there is none, or not of the variable or constraint `item`,
@@ -429,6 +407,14 @@ class Model:
             raise ValueError("the model has no solution: it is not solved as it is now, or has no "
                              "optimum")
         return self._solution
+
+
+def stored_rows(w, e, rows):
+    """The rows (i32) of those elements of `e` that are stored, from those of all elements."""
+    if not e.hassp:
+        return rows
+    with w.section("i64", e.sp_base, e.nelem) as sp:
+        return array("i", map(rows.__getitem__, sp))
 
 
 def added(slots, last):
