@@ -306,8 +306,9 @@ class Model:
         self._solution = None
 
     def _free_columns(self, columns):
-        held = {*self._costed, *self._constants.store.variables(), *self._floor.store.variables()}
-        if any(self.native.column_lengths(columns)) or not held.isdisjoint(columns):
+        these = set(columns)
+        if (any(self.native.column_lengths(columns)) or not these.isdisjoint(self._costed)
+                or self._constants.store.holds(these) or self._floor.store.holds(these)):
             raise ValueError("a variable can't be removed while it stands in the objective or in a "
                              "constraint")
         self.native.set_column_bounds(columns, zeros("f64", len(columns)),

@@ -7,7 +7,7 @@ both subscripts are equal.
 """
 
 from .closures import closure
-from .stacks import LARGEST, as_array, operand, size, zeros
+from .stacks import LARGEST, as_array, operand, size
 
 
 class Sums:
