@@ -259,6 +259,12 @@ class Problem:
 
     # Building it.
 
+    @staticmethod
+    def require_room(count):
+        """SolverError if that are more rows or columns than a problem can have."""
+        if count > MOST:
+            raise SolverError("GLPK can't hold %d rows or columns: the most is %d" % (count, MOST))
+
     def add_columns(self, count):
         """Appends columns without terms, fixed at 0."""
         self._add(self._lib.add_cols, count, self.columns)
@@ -268,8 +274,7 @@ class Problem:
         self._add(self._lib.add_rows, count, self.rows)
 
     def _add(self, add, count, held):
-        if held + count > MOST:
-            raise SolverError("GLPK can't hold more than %d rows or columns" % MOST)
+        self.require_room(held + count)
         self._started = False
         if count > 0:
             add(self._handle, count)

@@ -196,6 +196,7 @@ class Model:
         """A variable of that shape; each bound is a number or one for each element. Raises
         ValueError, with nothing added, if that is no shape or the bounds don't fit."""
         count = size(checked_shape(shape))
+        self.native.require_room(self._columns.used - 1 + count)  # but for column 0
         lower, upper = sides(lower, upper, count)
         columns = self._columns.take(count)
         try:

@@ -10,6 +10,7 @@ from array import array
 
 from .closures import closure
 from .stacks import zeros
+from .sums import require_room
 
 
 class RowStore:
@@ -75,6 +76,7 @@ class RowStore:
     def _make_room(self, nparam, natom):
         if self.code_top > 2 * self.code_used and self.code_top + natom > len(self.code):
             self._close_gaps()
+        require_room(2 * (self.entry_top + nparam), 2 * (self.code_top + natom))
         entries = closure(142, self.entry_top, len(self.param_varidx), nparam)
         atoms = closure(142, self.code_top, len(self.code), natom)
         for pool, capacity in ((self.param_varidx, entries), (self.param_code_sizes, entries),

@@ -224,7 +224,8 @@ class Models(unittest.TestCase):
             self.assertEqual(state(), before)
         self.assertRaises(TypeError, model.parameters, [1.0, "two"])
         self.assertEqual(state(), before)
-        self.assertRaisesRegex(SolverError, "can't hold", native.add_rows, 10 ** 8 + 1)
+        for add, count in (native.add_rows, 10 ** 8 + 1), (model.variable, [2 ** 31 - 1]):
+            self.assertRaisesRegex(SolverError, "can't hold", add, count)
         self.assertRaises(OverflowError, model.constrain, e.push_expression([1], [1e308]), -1e308,
                           1.0)
         model.minimize(one)
