@@ -66,8 +66,7 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
         """A variable as an expression: one term of coefficient 1.0 in each stored element, sparse
         as the variable is."""
         r, nnz, hassp = self.r, len(variable), variable.sparsity is not None
-        e = r.reserve_expression(variable.shape, nnz, nnz, hassp=hassp)
-        self._write_shape(e)
+        e = self._reserve(variable.shape, nnz, nnz, hassp=hassp)
         closure(146, variable.nativeidxs, e.cof_base, hassp, e.nidxs_base, nnz, e.ptr_base, r.f64,
                 r.i32, r.i64, e.sp_base, variable.sparsity)
         return e
@@ -100,9 +99,7 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
             d1 = size(e.shape[1:])
             columns = self._group_columns(e, d1) if e.hassp else None
             ncodeatom, nelem, nnz = self._size_left(matrix, e, d1, columns)
-            result = self.r.reserve_expression(shape, nelem, nnz, ncodeatom,
-                                               isinstance(matrix, SparseMatrix))
-            self._write_shape(result)
+            result = self._reserve(shape, nelem, nnz, ncodeatom, isinstance(matrix, SparseMatrix))
             self._write_left(matrix, e, d1, columns, result)
         return result
 
@@ -316,6 +313,12 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
         if errpos >= 0:
             raise ValueError("the parameter code of an expression is malformed (%d)" % errpos)
         return cof, code, codeptr, cconst
+
+    def _reserve(self, shape, nelem, nnz, ncodeatom=0, hassp=False):
+        """Room for a result of these sizes, with its shape written."""
+        e = self.r.reserve_expression(shape, nelem, nnz, ncodeatom, hassp)
+        self._write_shape(e)
+        return e
 
     def _write_shape(self, e):
         closure(570, self.r.i32, as_array("i32", e.shape), e.shape_base)
