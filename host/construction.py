@@ -72,8 +72,6 @@ class Construction:
         with the elements of a sparse matrix, dense with all of a dense one. Raises ValueError if
         the matrix is out of order."""
         r, m, varidx = self.r, matrix, as_array("i64", [varidx])[0]
-        if m.rows < 0 or m.columns < 0:
-            raise ValueError("%s is no shape" % [m.rows, m.columns])
         require_room(m.rows * m.columns)
         hassp = not isinstance(m, DenseMatrix)
         msubi, msubj = (m.msubi, m.msubj) if hassp else (None, None)

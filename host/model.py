@@ -89,8 +89,7 @@ class Constants:
 
     def write(self, w, e, rows):
         """Rows `rows` (i32) get the constants of the elements of the finished expression `e`."""
-        nvar, block = len(CONSTANT), zeros("f64", e.nelem)
-        lsubi, at = zeros("i32", e.nelem), zeros("i64", e.nelem)
+        block, lsubi, at = (zeros(kind, e.nelem) for kind in ("f64", "i32", "i64"))
         closure(33, None, 0, e.cof_base, rows, None, block, 0, lsubi, e.nelem, e.nidxs_base,
                 e.ptr_base, CONSTANT, w.f64, w.i32, w.i64)
         closure(197, lsubi, at)

@@ -73,6 +73,9 @@ class Data(unittest.TestCase):
             ("no shape", subscripts, [2**31 - 1] * 3, [], []),
             (r"entry 2, at \[6\]", SparseTensor.from_indexes, [2, 3], [1, 5, 6], [1] * 3),
             ("same length", SparseMatrix.from_dense, [[1.0], [1.0, 2.0]]),
+            ("no shape", DenseMatrix, -1, -1, [1.0]),
+            ("no shape", SparseMatrix, 2 ** 31, 1, [], [], []),
+            ("outside", SparseMatrix(1, 1, [9], [0], [1.0]).dense),
         ):
             self.assertRaisesRegex(ValueError, text, make, *arguments)
 
