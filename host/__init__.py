@@ -4,19 +4,50 @@ It owns all arrays, keeps all positions and headers, and hands every loop over t
 a closure. What is left to it is what the closures leave to their caller: sums of sizes, room on the
 stacks, the choice of a path, the zero at the head of `ptr`. Copy from it what you need:
 
-    closures      the closures by number, counted and timed in one place
-    stacks        growing work stacks, and the header of an expression that stands on one
-    matrices      constant matrices, dense and sparse, as operands
-    variables     a variable as a list of native indexes, and views of it
-    construction  expressions from data of the host, and outer products with a constant vector
-    sums          sums of expressions and along an axis, symmetric and triangular part
-    products      products with constant matrices, tensors and numbers
-    expressions   the evaluator: all operations, one method each, running its chain of closures
-    row_store     the terms whose coefficients depend on parameters, by model row
-    model         rows, objective and parameters over a native solver, and the solution read back
-    glpk          that native solver: GLPK's shared library
-    linear        the model of an MPS file, built by the above
-    __main__      python -m host FILE.mps: both roads to the solution, side by side
+Expressions:
+
+    closures            the closures by number, counted and timed in one place
+    stacks              growing work stacks, and the header of an expression that stands on one
+    expressions         the evaluator: all operations, a method each that runs its closures
+    construction        expressions from data of the host, outer products with a constant vector
+    sums                sums of expressions and along an axis, symmetric and triangular part
+    products            products with constant matrices, tensors and numbers
+    parameter_products  products with arrays of parameters
+    structure           stacks, repeats, transposes, permuted dimensions, slices and picks
+
+Data and variables:
+
+    data                constant data in any order, checked and put into the form of the closures
+    matrices            constant matrices, dense and sparse, as operands
+    assembly            triplets put in order, summed up and transposed
+    arrays              arrays of indexes, their boxes and ranges; bounds of a matrix in one form
+    variables           a variable as a list of native indexes
+    views               slices, other orders of dimensions, symmetric pairs, stacks, repeats
+
+Linear models:
+
+    model               rows, objective and parameters over a native solver, the solution read back
+    row_store           the terms whose coefficients depend on parameters, by model row
+    slots               numbers of rows and columns that are used again
+    glpk                that native solver: GLPK's shared library
+
+Conic models:
+
+    conic               what a conic model hands to a solver, and what comes back
+    conic_model         variables, rows and cones over expressions, for such a solver
+    affine_rows         scalar terms, constants and matrices of expressions, semidefinite variables
+    cones               layouts of cones over dimensions, and the tables of their elements
+    domains             elements listed by subscripts, and bounds
+    csdp                such a solver: CSDP's program
+    cvxopt_adapter      another one: CVXOPT, where the interpreter has it
+
+The demo:
+
+    linear              the problem of an MPS file
+    sdpa, semidefinite  the format of semidefinite problems, and the problem of such a file
+    comparison          two roads to a solution side by side
+    progress            the step that long work is in, on a terminal
+    __main__            python -m host FILE
 
 A model in short, to minimise x0 + x1 with 3 x0 + 4 x1 >= 12 p and x >= 0:
 
