@@ -104,8 +104,8 @@ class Roads:
 
 
 class Comparison:
-    """Both roads for one value of the parameter. They agree if they come to the same numbers, or if neither
-    finds a solution, for the same reason."""
+    """Both roads for one value of the parameter. They agree if they come to the same numbers, or if
+    neither finds a solution, for the same reason."""
 
     def __init__(self, label, ours, theirs, cost, tolerances):
         self.label, self.ours, self.theirs, self.cost = label, ours, theirs, cost
@@ -118,7 +118,10 @@ class Comparison:
 
 
 def largest_difference(ours, theirs):
-    """The largest difference of two lists, relative where the numbers are above 1."""
+    """The largest difference of two lists, relative where the numbers are above 1; infinite if one
+    has more numbers than the other."""
+    if len(ours) != len(theirs):
+        return math.inf
     differences = [abs(a - b) / max(1.0, abs(a), abs(b)) for a, b in zip(ours, theirs)]
     return max((math.inf if math.isnan(d) else d for d in differences), default=0.0)
 

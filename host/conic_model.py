@@ -16,7 +16,8 @@ from .cones import ConeTables, QuadraticLayout, SemidefiniteLayout, numbers
 from .conic import OFF_DIAGONAL, QUADRATIC, SEMIDEFINITE, ConicProblem, Forms
 from .domains import bounds, pattern
 from .expressions import Evaluator
-from .model import Constraint, Parameter, all_finite, each
+from .model import Constraint, Parameter, all_finite, each, stored_rows
+from .solutions import Reading
 from .stacks import size, zeros
 from .sums import require_room
 from .variables import Variable
@@ -28,8 +29,8 @@ class ConicModel:
     """A conic problem, which the back end `native` solves for the present parameter values."""
 
     def __init__(self, native):
-        self.native, self.evaluator = native, Evaluator()
-        self.param_value = array("d")
+        self.native, self.param_value = native, array("d")
+        self.evaluator = Evaluator(self.param_value)
         # By column, which count from 1: bounds, and the cone (or -1) and place there.
         self._lower, self._upper = array("d", [-math.inf]), array("d", [math.inf])
         self._cone, self._place = array("i", [-1]), zeros("i32", 1)
@@ -37,7 +38,7 @@ class ConicModel:
         self._objective, self._maximize = self._zero_row(), False
         self._rows, self._members = self._zero_row(), AffineRows(self.tables)
         self._row_lower, self._row_upper = array("d", [-math.inf]), array("d", [math.inf])
-        self._solution = self._y = self._yx = None
+        self._solution = None
 
     def _zero_row(self):
         rows = AffineRows(self.tables)
@@ -165,11 +166,7 @@ class ConicModel:
         forms = split(self.tables, w, e)
         if not all(map(all_finite, (forms.offset, forms.cof, forms.matcof))):
             raise ValueError("a coefficient is not finite")
-        if e.hassp:
-            with w.section("i64", e.sp_base, e.nelem) as sp:
-                stored = array("i", map(rows.__getitem__, sp))
-        else:
-            stored = rows
+        stored = stored_rows(w, e, rows)
         self._solution = None
         target.add(new)
         target.write(w, e, forms, stored)
@@ -200,56 +197,40 @@ class ConicModel:
         self._solution = None
         s = self.native.solve(self.problem())
         if s.status == "optimal":
-            self._solution = s
-            self._y, self._yx = zeros("f64", len(s.xc)), zeros("f64", len(s.xx))
-            closure(24, len(s.xc), s.slc, s.suc, self._y)
-            closure(23, len(s.xx), s.slx, s.sux, self._yx)
+            self._solution = Reading(s, self.cones, self._cone, self._place)
         return s.status
 
     # The solution, in the order of the elements. None of it is there before an optimum is found.
 
     def objective(self):
-        return self._solved().objective
+        return self._solved().s.objective
 
     def levels(self, variable):
-        s, res = self._solved(variable), zeros("f64", len(variable))
-        closure(19, s.barx, len(variable), variable.nativeidxs, 0, res, s.xx)
-        return res
+        return self._solved(variable).levels(variable)
 
     def duals(self, variable):
         """Of a scalar variable the combined dual of its bounds, that of the lower minus that of the
         upper one, or its dual in its cone; of a semidefinite one the dual matrix."""
-        s, res = self._solved(variable), zeros("f64", len(variable))
-        closure(20, self.cones.accptr, s.accy, s.bars, len(variable), variable.nativeidxs, 0, res,
-                self._cone, self._place, self._yx)
-        return res
+        return self._solved(variable).duals(variable)
 
     def row_levels(self, constraint):
         """The values of the elements, constants included; in a cone less their offsets."""
-        s = self._solved(constraint, "accx", "xc")
-        return self._read_rows(15, constraint, s.accx, s.xc)
+        return self._solved(constraint, "accx", "xc").row_levels(constraint)
 
     def row_duals(self, constraint):
-        s = self._solved(constraint, "accx", "xc")
-        return self._read_rows(16, constraint, s.accy, self._y)
-
-    def _read_rows(self, number, constraint, slots, linear):
-        t, codes = self.cones, constraint.nativeidxs
-        res = zeros("f64", len(codes))
-        closure(number, t.accptr, slots, t.accid, t.ofs, t.scale, len(codes), codes, 0, res, linear)
-        return res
+        return self._solved(constraint, "accx", "xc").row_duals(constraint)
 
     def _solved(self, item=None, negative="barx", others="xx"):
         """The solution; ValueError if there is none, or not of the variable or constraint `item`,
         whose numbers are places in these lists of it, negative ones by their complements."""
-        s = self._solution
-        if s is None:
+        if self._solution is None:
             raise ValueError("the model has no solution: it is not solved as it is now, or has no "
                              "optimum")
+        s = self._solution.s
         if item is not None and not within(item.nativeidxs, len(getattr(s, negative)),
                                            len(getattr(s, others))):
             raise ValueError("what is to be read is not in the model")
-        return s
+        return self._solution
 
 
 def within(numbers, below, above):

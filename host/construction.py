@@ -73,8 +73,6 @@ class Construction:
         with the elements of a sparse matrix, dense with all of a dense one. Raises ValueError if
         the matrix is out of order."""
         r, m, varidx = self.r, matrix, as_array("i64", [varidx])[0]
-        if m.rows < 0 or m.columns < 0:
-            raise ValueError("%s is no shape" % [m.rows, m.columns])
         require_room(m.rows * m.columns)
         hassp = not isinstance(m, DenseMatrix)
         msubi, msubj = (m.msubi, m.msubj) if hassp else (None, None)
@@ -106,8 +104,7 @@ class Construction:
         these lists don't fit the shape, or an index is no parameter's."""
         r, shape, indexes = self.r, as_array("i32", shape), as_array("i32", indexes)
         nelem, sparsity = len(indexes), stored_places(shape, len(indexes), sparsity)
-        if min(indexes, default=0) < 0:
-            raise ValueError("%d is no index of a parameter" % min(indexes))
+        self._require_parameters(indexes)
         e = r.reserve_expression(shape, nelem, nelem, nelem, sparsity is not None)
         closure(315, e.hassp, e.nd, nelem, indexes, e.cconst_base, e.code_base, e.codeptr_base,
                 e.cof_base, r.f64, r.i32, r.i64, e.nidxs_base, e.ptr_base, e.shape_base, e.sp_base,

@@ -12,10 +12,10 @@ from .closures import closure
 from .construction import Construction
 from .matrices import DenseMatrix, SparseMatrix
 from .parameter_products import ParameterProducts
-from .products import Products
-from .stacks import LARGEST, OperandList, Stack, as_array, operand, size, zeros
+from .products import Products, require_shape
+from .stacks import OperandList, Stack, as_array, operand, size, zeros
 from .structure import Structure
-from .sums import Sums
+from .sums import Sums, require_room, scaled_atoms, sum_sizes
 
 
 class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
@@ -27,11 +27,14 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
 
         with evaluator.w.scratch():
             model.constrain(formula(evaluator), ...)
+
+    With `param_value`, the table of a model's parameter values, an index beyond it is refused.
     """
 
-    def __init__(self):
+    def __init__(self, param_value=None):
         self.r = self.w = Stack()
         self.x = Stack()
+        self._param_value = param_value
 
     # Getting expressions onto the stack.
 
@@ -64,8 +67,7 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
         as the variable is. Raises ValueError if a model has removed it."""
         variable.require_kept()
         r, nnz, hassp = self.r, len(variable), variable.sparsity is not None
-        e = r.reserve_expression(variable.shape, nnz, nnz, hassp=hassp)
-        self._write_shape(e)
+        e = self._reserve(variable.shape, nnz, nnz, hassp=hassp)
         closure(146, variable.nativeidxs, e.cof_base, hassp, e.nidxs_base, nnz, e.ptr_base, r.f64,
                 r.i32, r.i64, e.sp_base, variable.sparsity)
         return e
@@ -85,20 +87,20 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
             raise ValueError("a %d x %d matrix can't be multiplied by the shape %s"
                              % (matrix.rows, matrix.columns, list(e.shape)))
         shape = (matrix.rows,) + e.shape[1:]
-        if size(shape) > LARGEST:
-            raise ValueError("a product of shape %s has more than %d elements"
-                             % (list(shape), LARGEST))
+        require_shape(shape)
         if isinstance(matrix, DenseMatrix) and not e.hassp:
             matrix = matrix.entries()
+        copied = max(e.nnz, scaled_atoms(e))
         if isinstance(matrix, SparseMatrix):
             matrix.test()
+            self._require_copies(copied, matrix.rows, matrix.columns, matrix.msubj)
+        else:
+            require_room(copied * matrix.rows)
         with self.x.scratch():
             d1 = size(e.shape[1:])
             columns = self._group_columns(e, d1) if e.hassp else None
             ncodeatom, nelem, nnz = self._size_left(matrix, e, d1, columns)
-            result = self.r.reserve_expression(shape, nelem, nnz, ncodeatom,
-                                               isinstance(matrix, SparseMatrix))
-            self._write_shape(result)
+            result = self._reserve(shape, nelem, nnz, ncodeatom, isinstance(matrix, SparseMatrix))
             self._write_left(matrix, e, d1, columns, result)
         return result
 
@@ -151,6 +153,7 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
         if not operands or len(operands) != len(weights):
             raise ValueError("a sum needs an operand, and a weight for each: %d, %d"
                              % (len(operands), len(weights)))
+        sum_sizes(operands)
         h = OperandList(operands)
         if not closure(509, h.n, h.nd, True, h.shape_base, self.w.i32):
             raise ValueError("a sum needs equal shapes: %s"
@@ -204,11 +207,14 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
         return s
 
     def mul_param_scalar(self, param, e):
-        """parameter * e; `param` is the parameter's index in the model's table of values."""
+        """parameter * e; `param` is the parameter's index in the model's table of values. Raises
+        ValueError if it is no parameter's."""
         r, w = self.r, self.w
         operand(e)
+        self._require_parameters(as_array("i32", [param]))
         # A term becomes the program of (coefficient + its program) * parameter.
         ncodeatom = e.ncodeatom + 4 * e.nnz if e.ncodeatom > 0 else 3 * e.nnz
+        require_room(ncodeatom)
         h = r.reserve_expression(e.shape, e.nelem, e.nnz, ncodeatom, e.hassp)
         closure(337, e.cconst_base, e.code_base, e.cof_base, e.ncodeatom, e.nidxs_base, e.nnz,
                 param, e.ptr_base, e.codeptr_base, h.cconst_base, h.code_base, h.codeptr_base,
@@ -226,8 +232,9 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
         is code. The result is no operand any more."""
         if e.finished:
             return e
-        merged = self.merge_terms(e)
-        return self.compact_terms(merged) if e.ncodeatom > 0 else replace(merged, finished=True)
+        with self.r.undone_on_error():
+            merged = self.merge_terms(e)
+            return self.compact_terms(merged) if e.ncodeatom > 0 else replace(merged, finished=True)
 
     def merge_terms(self, e):
         """`e` with one term for each variable of an element, in ascending order; `e` itself if that
@@ -267,7 +274,7 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
         and terms and elements that came out empty are dropped."""
         r, w, x = self.r, self.w, self.x
         operand(e)
-        with x.scratch():
+        with r.undone_on_error(), x.scratch():
             cof, code, codeptr, cconst = self.simplify_code(e)
             sizes = closure(385, cof, e.nelem, e.ptr_base, 0, 0, 0, w.f64, w.i32, code, codeptr,
                             x.i32)
@@ -307,6 +314,12 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
         if errpos >= 0:
             raise ValueError("the parameter code of an expression is malformed (%d)" % errpos)
         return cof, code, codeptr, cconst
+
+    def _reserve(self, shape, nelem, nnz, ncodeatom=0, hassp=False):
+        """Room for a result of these sizes, with its shape written."""
+        e = self.r.reserve_expression(shape, nelem, nnz, ncodeatom, hassp)
+        self._write_shape(e)
+        return e
 
     def _write_shape(self, e):
         closure(570, self.r.i32, as_array("i32", e.shape), e.shape_base)

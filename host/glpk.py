@@ -32,6 +32,7 @@ MINIMIZE, MAXIMIZE = 1, 2
 AUTOMATIC_SCALING = 0x80
 BOUNDS_CROSS = 4  # code of the simplex routine
 STATUSES = {4: "infeasible", 5: "optimal", 6: "unbounded"}
+MOST = 100_000_000  # rows or columns
 LARGEST = 1.7976931348623157e308  # stands for an infinite bound
 
 
@@ -141,6 +142,7 @@ class Solution:
     xx: array
     slx: array
     sux: array
+    accx = accy = barx = bars = None  # of cones and semidefinite variables, which there are none of
 
 
 class Problem:
@@ -257,22 +259,25 @@ class Problem:
 
     # Building it.
 
-    def add_columns(self, lower, upper):
-        """Appends a column for each pair of bounds; returns the number of the first."""
-        bounds = native_bounds(lower, upper)
-        first = self._add(self._lib.add_cols, len(lower), self.columns + 1)
-        self._set(self._lib.set_col_bnds, range(first, first + len(lower)), *bounds)
-        return first
+    @staticmethod
+    def require_room(count):
+        """SolverError if that are more rows or columns than a problem can have."""
+        if count > MOST:
+            raise SolverError("GLPK can't hold %d rows or columns: the most is %d" % (count, MOST))
+
+    def add_columns(self, count):
+        """Appends columns without terms, fixed at 0."""
+        self._add(self._lib.add_cols, count, self.columns)
 
     def add_rows(self, count):
-        """Appends rows without terms and bounds; returns the number of the first."""
-        return self._add(self._lib.add_rows, count, self.rows + 1)
+        """Appends rows without terms and bounds."""
+        self._add(self._lib.add_rows, count, self.rows)
 
-    def _add(self, add, count, first):
+    def _add(self, add, count, held):
+        self.require_room(held + count)
         self._started = False
         if count > 0:
             add(self._handle, count)
-        return first
 
     def set_row_bounds(self, rows, lower, upper):
         """Gives each of the `rows` its bounds."""

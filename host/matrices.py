@@ -4,7 +4,7 @@ from array import array
 
 from .assembly import sort_triplets
 from .closures import closure
-from .data import checked_triplets, dense_rows, nonzeros, rank2
+from .data import checked_shape, checked_triplets, dense_rows, nonzeros, rank2
 from .stacks import as_array, zeros
 
 
@@ -19,9 +19,11 @@ def require_order(shape, badidx, badorder):
 class SparseMatrix:
     """A `rows` x `columns` matrix by its entries: parallel lists of row `msubi` (i32), column
     `msubj` (i32) and value `mval` (f64), in ascending order of row and, within a row, of column,
-    each position once."""
+    each position once. Raises ValueError if that is no shape or the lists differ in length; the
+    entries are looked at where they are used."""
 
     def __init__(self, rows, columns, msubi, msubj, mval):
+        checked_shape((rows, columns))
         self.rows, self.columns = rows, columns
         self.msubi, self.msubj = as_array("i32", msubi), as_array("i32", msubj)
         self.mval = as_array("f64", mval)
@@ -55,7 +57,9 @@ class SparseMatrix:
         return cls(n, n, subi, subj, values)
 
     def dense(self):
-        """The same matrix with all of its values."""
+        """The same matrix with all of its values. Raises ValueError if an entry lies outside or the
+        order is broken."""
+        self.test()
         values = zeros("f64", self.rows * self.columns)
         closure(638, self.columns, values, self.msubi, self.msubj, self.mval)
         return DenseMatrix(self.rows, self.columns, values)
@@ -69,9 +73,11 @@ class SparseMatrix:
 
 
 class DenseMatrix:
-    """A `rows` x `columns` matrix, all values in `mval` (f64), row by row."""
+    """A `rows` x `columns` matrix, all values in `mval` (f64), row by row. Raises ValueError if
+    these are not as many."""
 
     def __init__(self, rows, columns, mval):
+        checked_shape((rows, columns))
         self.rows, self.columns, self.mval = rows, columns, as_array("f64", mval)
         if rows * columns != len(self.mval):
             raise ValueError("a dense %d x %d matrix can't have %d values"

@@ -11,9 +11,11 @@ from array import array
 
 from .arrays import IndexArray
 from .closures import closure
+from .data import checked_shape
 from .expressions import Evaluator
 from .row_store import RowStore
 from .slots import Slots
+from .solutions import Reading
 from .stacks import as_array, size, zeros
 from .variables import Variable
 from .views import ConstraintViews
@@ -82,13 +84,12 @@ class Constants:
 
     def clear(self, rows):
         self.store.clear(rows)
-        for row in rows:
-            self.fixed[row] = self.moving[row] = 0.0
+        for table in (self.fixed, self.moving):
+            closure(102, rows, table, zeros("f64", len(rows)))
 
     def write(self, w, e, rows):
         """Rows `rows` (i32) get the constants of the elements of the finished expression `e`."""
-        nvar, block = len(CONSTANT), zeros("f64", e.nelem)
-        lsubi, at = zeros("i32", e.nelem), zeros("i64", e.nelem)
+        block, lsubi, at = (zeros(kind, e.nelem) for kind in ("f64", "i32", "i64"))
         closure(33, None, 0, e.cof_base, rows, None, block, 0, lsubi, e.nelem, e.nidxs_base,
                 e.ptr_base, CONSTANT, w.f64, w.i32, w.i64)
         closure(197, lsubi, at)
@@ -140,8 +141,8 @@ class Model:
 
     def __init__(self, native):
         self.native = native
-        self.evaluator = Evaluator()
         self.param_value = array("d")
+        self.evaluator = Evaluator(self.param_value)
         # Row 0 stands for the objective, column 0 for the constant.
         self._rows, self._columns = Slots(), Slots()
         self._rows.take(1)
@@ -151,7 +152,7 @@ class Model:
         self._constants, self._floor = Constants(), Constants()
         self._has_floor = bytearray(1)
         self._costed = array("i")  # the columns in the objective
-        self._solution = self._y = self._yx = None
+        self._solution = None
 
     # Building.
 
@@ -160,7 +161,7 @@ class Model:
 
     def parameters(self, values):
         """A list of parameters, one for each of the values."""
-        return [Parameter(self, value) for value in values]
+        return [Parameter(self, value) for value in as_array("f64", values)]
 
     def parameter_array(self, shape, values, sparsity=None):
         """A ParameterArray with these values. Raises ValueError if they don't fit the shape or the
@@ -187,14 +188,15 @@ class Model:
         return array("i", [p.index for p in parameters])
 
     def variable(self, shape, lower=-math.inf, upper=math.inf):
-        """A variable of that shape; each bound is a number or one for each element."""
-        count = size(shape)
-        lower, upper = each(lower, count), each(upper, count)
+        """A variable of that shape; each bound is a number or one for each element. Raises
+        ValueError, with nothing added, if that is no shape or the bounds don't fit."""
+        count = size(checked_shape(shape))
+        self.native.require_room(self._columns.used - 1 + count)  # but for column 0
+        lower, upper = sides(lower, upper, count)
         columns = self._columns.take(count)
-        old = count - added(columns, self.native.columns)
         try:
-            self.native.set_column_bounds(columns[:old], lower[:old], upper[:old])
-            self.native.add_columns(lower[old:], upper[old:])
+            self.native.add_columns(added(columns, self.native.columns))
+            self.native.set_column_bounds(columns, lower, upper)
         except BaseException:
             self._columns.give_back(columns)
             raise
@@ -215,12 +217,13 @@ class Model:
         with w.scratch():
             e = self.evaluator.finish(e)
             subj, val = self._terms(e)
+            self._solution = None
             self.native.maximize = maximize
             self.native.set_objective(self._costed, zeros("f64", len(self._costed)))
             self.native.set_objective(subj[1:], val[1:])
             self._costed = subj[1:]
             self._constants.clear(rows)
-            self._constants.write(w, e, self._stored(e, rows))
+            self._constants.write(w, e, stored_rows(w, e, rows))
 
     def constrain(self, e, lower, upper, floor=None):
         """Rows that hold each element of the expression `e` between `lower` and `upper`, numbers
@@ -228,24 +231,26 @@ class Model:
 
         With the expression `floor` the constants in that take the place of those in `e` where it
         is held above `lower`: a range whose sides move with parameters. Nothing but the constants
-        of `floor` counts. Raises ValueError, with nothing added, if the shapes differ or a variable
-        is not in the model.
+        of `floor` counts. Raises ValueError, with nothing added, if the shapes differ, the bounds
+        don't fit or a variable is not in the model.
         """
         if floor is not None and floor.shape != e.shape:
             raise ValueError("the shapes %s and %s differ" % (list(floor.shape), list(e.shape)))
         w, shape, count = self.evaluator.w, e.shape, size(e.shape)
-        lower, upper = each(lower, count), each(upper, count)
+        lower, upper = sides(lower, upper, count)
         with w.scratch():
             e = self.evaluator.finish(e)
             subj, val = self._terms(e)
-            floor = None if floor is None else self.evaluator.finish(floor)
+            if floor is not None:
+                floor = self.evaluator.finish(floor)
+                self._terms(floor)
             rows = self._add_rows(lower, upper, floor is not None)
             try:
-                stored = self._stored(e, rows)
+                stored = stored_rows(w, e, rows)
                 self._write_rows(e, stored, subj, val)
                 self._constants.write(w, e, stored)
                 if floor is not None:
-                    self._floor.write(w, floor, self._stored(floor, rows))
+                    self._floor.write(w, floor, stored_rows(w, floor, rows))
                 self._bound(rows)
             except BaseException:
                 self._free_rows(rows)
@@ -282,7 +287,7 @@ class Model:
         if isinstance(item, Constraint):
             self._free_rows(item.nativeidxs)
         else:
-            self._free_columns(item.nativeidxs)
+            self._free_columns(array("i", item.nativeidxs))
         item.removed = True
 
     def _free_rows(self, rows):
@@ -296,8 +301,9 @@ class Model:
         self._solution = None
 
     def _free_columns(self, columns):
-        held = {*self._costed, *self._constants.store.variables(), *self._floor.store.variables()}
-        if any(self.native.column_lengths(columns)) or not held.isdisjoint(columns):
+        these = set(columns)
+        if (any(self.native.column_lengths(columns)) or not these.isdisjoint(self._costed)
+                or self._constants.store.holds(these) or self._floor.store.holds(these)):
             raise ValueError("a variable can't be removed while it stands in the objective or in a "
                              "constraint")
         self.native.set_column_bounds(columns, zeros("f64", len(columns)),
@@ -320,13 +326,6 @@ class Model:
             raise ValueError("a coefficient is not finite")
         return subj, val
 
-    def _stored(self, e, rows):
-        """The rows of those elements that are stored."""
-        if not e.hassp:
-            return rows
-        with self.evaluator.w.section("i64", e.sp_base, e.nelem) as sp:
-            return array("i", map(rows.__getitem__, sp))
-
     def _write_rows(self, e, rows, subj, val):
         """The terms go to their rows, all but the constant, which comes first in an element."""
         w, x = self.evaluator.w, self.evaluator.x
@@ -345,17 +344,15 @@ class Model:
         constants = self._constants.at(rows)
         floors = [floor if self._has_floor[row] else constant for row, constant, floor
                   in zip(rows, constants, self._floor.at(rows))]
-        self.native.set_row_bounds(
-            rows,
-            [self._lower[row] - floor for row, floor in zip(rows, floors)],
-            [self._upper[row] - constant for row, constant in zip(rows, constants)])
+        self.native.set_row_bounds(rows, moved_bounds(self._lower, rows, floors),
+                                   moved_bounds(self._upper, rows, constants))
 
     # Solving.
 
     def update(self):
         """Brings the native model to the present parameter values: the programs in the row stores
         run, and what they moved is set. Nothing is built again."""
-        x = self.evaluator.x
+        x, self._solution = self.evaluator.x, None
         moved, spans, subj, val = self._constants.evaluate(self.param_value, x)
         moved_floor, *_ = self._floor.evaluate(self.param_value, x)
         rows = sorted({*moved, *moved_floor})
@@ -372,46 +369,29 @@ class Model:
     def solve(self):
         """Solves for the present parameter values; "optimal", "infeasible" or "unbounded"."""
         self.update()
-        self._solution = None
         status = self.native.solve()
         if status == "optimal":
-            self._solution = s = self.native.solution()
-            self._y, self._yx = zeros("f64", len(s.xc)), zeros("f64", len(s.xx))
-            closure(24, len(s.xc), s.slc, s.suc, self._y)
-            closure(23, len(s.xx), s.slx, s.sux, self._yx)
+            self._solution = Reading(self.native.solution())
         return status
 
     # The solution, in the order of the elements. None of it is there before an optimum is found.
 
     def objective(self):
-        return self._solved().objective
+        return self._solved().s.objective
 
     def levels(self, variable):
-        res, xx = zeros("f64", len(variable)), self._solved(variable, self._columns).xx
-        closure(19, None, len(variable), variable.nativeidxs, 0, res, xx)
-        return res
+        return self._solved(variable, self._columns).levels(variable)
 
     def duals(self, variable):
         """The combined duals of the bounds, that of the lower minus that of the upper one."""
-        res, xx = zeros("f64", len(variable)), self._solved(variable, self._columns).xx
-        no_block = array("i", [-1]) * len(xx)
-        closure(20, None, None, None, len(variable), variable.nativeidxs, 0, res, no_block, None,
-                self._yx)
-        return res
+        return self._solved(variable, self._columns).duals(variable)
 
     def row_levels(self, constraint):
         """The sums of the terms of variables; constants are not among them."""
-        return self._read_rows(15, constraint, self._solved(constraint, self._rows).xc)
+        return self._solved(constraint, self._rows).row_levels(constraint)
 
     def row_duals(self, constraint):
-        self._solved(constraint, self._rows)
-        return self._read_rows(16, constraint, self._y)
-
-    def _read_rows(self, number, constraint, values):
-        rows = constraint.nativeidxs
-        res = zeros("f64", len(rows))
-        closure(number, None, None, None, None, None, len(rows), rows, 0, res, values)
-        return res
+        return self._solved(constraint, self._rows).row_duals(constraint)
 
     def _solved(self, item=None, slots=None):
         """The solution; ValueError if there is none, or not of the variable or constraint `item`,
@@ -424,6 +404,14 @@ class Model:
             raise ValueError("the model has no solution: it is not solved as it is now, or has no "
                              "optimum")
         return self._solution
+
+
+def stored_rows(w, e, rows):
+    """The rows (i32) of those elements of `e` that are stored, from those of all elements."""
+    if not e.hassp:
+        return rows
+    with w.section("i64", e.sp_base, e.nelem) as sp:
+        return array("i", map(rows.__getitem__, sp))
 
 
 def added(slots, last):
@@ -441,7 +429,28 @@ def all_finite(values):
 
 def each(bound, count):
     """A bound (f64) for each of `count` elements, from one number or as many."""
-    bounds = as_array("f64", [bound] * count if isinstance(bound, (int, float)) else bound)
+    if isinstance(bound, (int, float)):
+        return array("d", [bound]) * count
+    bounds = as_array("f64", bound)
     if len(bounds) != count:
         raise ValueError("%d elements can't have %d bounds" % (count, len(bounds)))
     return bounds
+
+
+def sides(lower, upper, count):
+    """The lower and the upper bounds (f64) of `count` elements. Raises ValueError if they are not
+    as many or one is not a number, or infinite on the wrong side."""
+    lower, upper = each(lower, count), each(upper, count)
+    if not (all(map(math.inf.__gt__, lower)) and all(map((-math.inf).__lt__, upper))):
+        raise ValueError("a bound is not a finite number")
+    return lower, upper
+
+
+def moved_bounds(bounds, rows, constants):
+    """The bounds of these rows, less the constants. Raises OverflowError if a finite one doesn't
+    stay finite."""
+    before = [bounds[row] for row in rows]
+    after = [bound - constant for bound, constant in zip(before, constants)]
+    if sum(map(math.isinf, after)) != sum(map(math.isinf, before)):
+        raise OverflowError("a bound less the constants of its row is not finite")
+    return after

@@ -53,14 +53,12 @@ class ParameterProducts:
                 closure(372, h.cof_base, r.f64, h.nnz)
                 closure(373, *head, 0, e.ncodeatom, e.nidxs_base, 0, pdim1, pidx, pnnz, e.ptr_base,
                         *body, *tail, psp)
-        # With all elements listed, `sp` tells nothing that a dense result doesn't.
-        dense = p.sparsity is None and not e.hassp and h.nelem == size(shape)
-        return replace(h, hassp=not dense)
+        return as_dense_as(p, e, h)
 
     def mul_param_right(self, e, p):
         """e * p, for an `e` of shape (rows of p,) or (d0, rows of p); as mul_param_left, by the
         columns of `p`."""
-        r, w, x = self.r, self.w, self.x
+        w, x = self.w, self.x
         self._require(p, e, matrix(p) and e.nd in (1, 2) and e.shape[-1] == p.shape[0])
         d0, (d1, pdim1), pnnz = size(e.shape[:-1]), p.shape, len(p.indexes)
         shape = e.shape[:-1] + (pdim1,)
@@ -78,8 +76,7 @@ class ParameterProducts:
             closure(369, e.cconst_base, e.code_base, 0, e.codeptr_base, e.cof_base, d0, d1, 0,
                     e.hassp, e.ncodeatom, e.nelem, e.nidxs_base, 0, pdim1, pidx, pnnz, pperm, psp,
                     e.ptr_base, *self._sections(h), e.sp_base, w.f64, w.i32, w.i64, x.i32, x.i64)
-        dense = p.sparsity is None and not e.hassp and h.nelem == size(shape)
-        return replace(h, hassp=not dense)
+        return as_dense_as(p, e, h)
 
     # The diagonal of a product.
 
@@ -182,8 +179,7 @@ class ParameterProducts:
             psp, pidx = self._put_parameters(p)
             ncodeatom, nnz = closure(354, e.codeptr_base, e.hassp, e.ncodeatom, e.nelem, pnnz, psp,
                                      e.ptr_base, 0, 0, e.sp_base, w.i32, w.i64, x.i64)
-            h = r.reserve_expression((1,), 1, nnz, ncodeatom)
-            self._write_shape(h)
+            h = self._reserve((1,), 1, nnz, ncodeatom)
             head = (e.cconst_base, e.code_base, 0, e.codeptr_base, e.cof_base)
             body = (h.cconst_base, h.code_base, h.codeptr_base, h.cof_base, r.f64, r.i32, r.i64,
                     h.nidxs_base)
@@ -204,8 +200,14 @@ class ParameterProducts:
         if not fits:
             raise ValueError("parameters of shape %s don't fit the shape %s"
                              % (list(p.shape), list(e.shape)))
-        if closure(474, False, LARGEST, LARGEST, len(p.indexes), p.indexes, p.indexes):
-            raise ValueError("an index below 0 is no parameter's")
+        self._require_parameters(p.indexes)
+
+    def _require_parameters(self, indexes):
+        """ValueError if one of the indexes (i32) is no parameter's."""
+        count = LARGEST if self._param_value is None else len(self._param_value)
+        if closure(474, False, count, count, len(indexes), indexes, indexes):
+            raise ValueError("there is no parameter %d"
+                             % next(k for k in indexes if not 0 <= k < count))
 
     def _require_room(self, e, pnnz, meets, copies):
         """ValueError if the product may not fit a stack, where each of `pnnz` parameters meets at
@@ -248,9 +250,8 @@ class ParameterProducts:
         return eperm
 
     def _reserve_product(self, shape, ncodeatom, nelem, nnz):
-        h = self.r.reserve_expression(shape, nelem, nnz, ncodeatom, hassp=True)
-        self._write_shape(h)
-        return h
+        """Room for a sparse result of the sizes that a closure told."""
+        return self._reserve(shape, nelem, nnz, ncodeatom, hassp=True)
 
     def _sections(self, h):
         r = self.r
@@ -260,3 +261,8 @@ class ParameterProducts:
 
 def matrix(p):
     return len(p.shape) == 2
+
+
+def as_dense_as(p, e, h):
+    """`h`, dense if `p` and `e` are: with all elements listed, `sp` tells nothing more."""
+    return replace(h, hassp=p.sparsity is not None or e.hassp or h.nelem != size(h.shape))

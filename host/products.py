@@ -6,12 +6,14 @@ dropped, and a factor of 0.0 gives terms with the coefficient 0.0; one exception
 `mul_right`.
 """
 
+import math
 from dataclasses import replace
 
 from .closures import closure
 from .data import linear_indexes, merged, rank2
 from .matrices import DenseMatrix, require_order
 from .stacks import LARGEST, as_array, operand, size, zeros
+from .sums import require_room, scaled_atoms
 
 
 class SparseTensor:
@@ -101,8 +103,7 @@ class Products:
         require_room(ncodeatom, nnz)
         with x.scratch():
             xrowptr = x.reserve("i32", d0 + 1)
-            h = r.reserve_expression(shape, nelem, nnz, ncodeatom)
-            self._write_shape(h)
+            h = self._reserve(shape, nelem, nnz, ncodeatom)
             head = (e.cconst_base, e.code_base, 0, e.codeptr_base, e.cof_base, d0, m.rows, 0,
                     m.columns, m.mval, e.ncodeatom)
             body = (e.nidxs_base, 0, e.ptr_base, h.cconst_base, h.code_base, h.codeptr_base,
@@ -118,8 +119,7 @@ class Products:
         r, w, x = self.r, self.w, self.x
         ncodeatom, nnz = closure(469, e.codeptr_base, d0, m.rows, mcolptr, m.columns, mperm,
                                  m.msubi, e.ncodeatom, e.ptr_base, 0, 0, w.i32, x.i32)
-        h = r.reserve_expression(shape, size(shape), nnz, ncodeatom, hassp=True)
-        self._write_shape(h)
+        h = self._reserve(shape, size(shape), nnz, ncodeatom, hassp=True)
         closure(470, e.cconst_base, e.code_base, 0, e.codeptr_base, e.cof_base, d0, m.rows, mcolptr,
                 m.columns, mperm, m.msubi, m.mval, e.nidxs_base, 0, e.ptr_base, h.cconst_base,
                 h.code_base, h.codeptr_base, h.cof_base, 0, r.f64, r.i32, r.i64, h.ncodeatom,
@@ -128,16 +128,14 @@ class Products:
 
     def _right_sparse(self, e, m, shape, mperm):
         """The closures take only the entries above 0.0, so E M is formed as E M+ - E M-."""
-        mark = self.r.mark()
-        try:
+        if any(map(math.isnan, m.mval)):
+            raise ValueError("an entry of the matrix is not a number")
+        with self.r.undone_on_error():
             above = self._right_above_zero(e, m, m.mval, shape, mperm)
             if not any(value < 0.0 for value in m.mval):
                 return above
             below = self._right_above_zero(e, m, negated(m.mval), shape, mperm)
             return self.weighted_sum([above, below], [1.0, -1.0])
-        except BaseException:
-            self.r.release(mark)
-            raise
 
     def _right_above_zero(self, e, m, mval, shape, mperm):
         """The product with the entries above 0.0 of the matrix whose values are `mval`."""
@@ -145,8 +143,7 @@ class Products:
         ncodeatom, nelem, nnz = closure(
             467, e.codeptr_base, m.rows, m.mnnz, mperm, m.msubi, m.msubj, mval, e.ncodeatom,
             e.nelem, e.ptr_base, 0, 0, 0, e.sp_base, w.i32, w.i64, x.i32)
-        h = r.reserve_expression(shape, nelem, nnz, ncodeatom, hassp=True)
-        self._write_shape(h)
+        h = self._reserve(shape, nelem, nnz, ncodeatom, hassp=True)
         closure(468, e.cconst_base, e.code_base, 0, e.codeptr_base, e.cof_base, m.rows, 0, 0,
                 m.columns, m.mnnz, mperm, m.msubi, m.msubj, mval, e.ncodeatom, e.nelem,
                 e.nidxs_base, 0, e.ptr_base, h.cconst_base, h.code_base, h.codeptr_base, h.cof_base,
@@ -185,8 +182,7 @@ class Products:
             ncodeatom, nelem, nnz = closure(
                 456, e.codeptr_base, d1, m.msubi, m.msubj, e.ncodeatom, e.nelem, e.ptr_base, 0, 0,
                 0, e.sp_base, w.i32, w.i64, xcolptr, xcperm, x.i32)
-            h = r.reserve_expression(diaglen, nelem, nnz, ncodeatom, hassp=True)
-            self._write_shape(h)
+            h = self._reserve(diaglen, nelem, nnz, ncodeatom, hassp=True)
             # Elements without terms that meet an entry are sized, but not written.
             _, nelem, _, _, _ = closure(
                 457, e.cconst_base, e.code_base, 0, e.codeptr_base, e.cof_base, d1, 0, 0, 0,
@@ -214,8 +210,7 @@ class Products:
             ncodeatom, nelem, nnz = closure(
                 451, e.codeptr_base, d1, e.hassp, m.columns, m.mnnz, m.msubi, m.msubj, e.ncodeatom,
                 e.nelem, e.ptr_base, 0, 0, 0, e.sp_base, w.i32, w.i64, x.i32, xmperm)
-            h = r.reserve_expression((m.columns,), nelem, nnz, ncodeatom, hassp=True)
-            self._write_shape(h)
+            h = self._reserve((m.columns,), nelem, nnz, ncodeatom, hassp=True)
             closure(452, e.cconst_base, e.code_base, 0, e.codeptr_base, e.cof_base, d1, 0, e.hassp,
                     m.columns, m.mnnz, m.msubi, m.msubj, m.mval, e.ncodeatom, e.nelem, e.nidxs_base,
                     0, e.ptr_base, h.cconst_base, h.code_base, h.codeptr_base, h.cof_base, r.f64,
@@ -244,7 +239,7 @@ class Products:
             require_room(m.mnnz * vd1)
             with x.scratch():
                 nidxs, _ = self._put_plain(variable)
-                h = self._reserve_plain(shape, *closure(493, m.mnnz, m.msubi, 0, 0, vd1))
+                h = self._reserve(shape, *closure(493, m.mnnz, m.msubi, 0, 0, vd1), hassp=True)
                 closure(495, m.mval, m.mnnz, m.msubi, m.msubj, nidxs, *self._plain_sections(h), vd1,
                         x.i64)
             return h
@@ -255,9 +250,9 @@ class Products:
             nidxs, sp = self._put_plain(variable)
             mrowptr, pcolptr = x.reserve("i32", m.rows + 1), x.reserve("i32", vd1 + 1)
             pcolperm, xvi, xvj = (x.reserve("i32", len(variable)) for _ in range(3))
-            h = self._reserve_plain(shape, *closure(
-                492, m.rows, mrowptr, m.msubi, m.msubj, len(given), len(variable), pcolperm,
-                pcolptr, 0, 0, sp, vd1, x.i32, x.i64, xvi, xvj))
+            sizes = closure(492, m.rows, mrowptr, m.msubi, m.msubj, len(given), len(variable),
+                            pcolperm, pcolptr, 0, 0, sp, vd1, x.i32, x.i64, xvi, xvj)
+            h = self._reserve(shape, *sizes, hassp=True)
             closure(494, m.mval, m.rows, mrowptr, m.msubj, nidxs, pcolperm, pcolptr,
                     *self._plain_sections(h), vd1, x.i32, x.i64, xvi)
         return h
@@ -291,7 +286,7 @@ class Products:
             nidxs, _ = self._put_plain(variable)
             _, perm = self._group_plain(m)
             ncols = closure(486, m.msubj, 0, m.mnnz, perm, x.i32)
-            h = self._reserve_plain(shape, ncols * xd0, m.mnnz * xd0)
+            h = self._reserve(shape, ncols * xd0, m.mnnz * xd0, hassp=True)
             closure(487, 0, 0, m.mval, m.columns, m.msubi, m.msubj, nidxs, m.mnnz, perm,
                     *self._plain_sections(h), x.i32, x.i64, xd0, m.rows)
         return h
@@ -302,7 +297,7 @@ class Products:
         with x.scratch():
             nidxs, sp = self._put_plain(variable)
             rows = closure(483, nnz, sp, x.i64, 0, len(shape), m.rows)
-            h = self._reserve_plain(shape, rows * m.columns, nnz * m.columns)
+            h = self._reserve(shape, rows * m.columns, nnz * m.columns, hassp=True)
             closure(484, m.mval, m.columns, nidxs, nnz, *self._plain_sections(h), sp, x.i64, m.rows)
         return h
 
@@ -317,8 +312,8 @@ class Products:
             closure(488, rowptr, x.i32, xd0)
             closure(489, len(shape), nelem, rowptr, sp, x.i32, x.i64, xd0, variable.shape, xvi, xvj)
             colptr, perm = self._group_plain(m)
-            h = self._reserve_plain(shape, *closure(490, m.columns, colptr, m.msubi, 0, 0, perm,
-                                                    rowptr, x.i32, xd0, xvj))
+            sizes = closure(490, m.columns, colptr, m.msubi, 0, 0, perm, rowptr, x.i32, xd0, xvj)
+            h = self._reserve(shape, *sizes, hassp=True)
             closure(491, m.mval, m.columns, colptr, m.msubi, nidxs, perm, rowptr,
                     *self._plain_sections(h), x.i32, x.i64, xd0, xvj)
         return h
@@ -339,11 +334,6 @@ class Products:
         closure(485, m.columns, m.columns, colptr, m.msubj, m.mnnz, perm, x.i32)
         return colptr, perm
 
-    def _reserve_plain(self, shape, nelem, nnz):
-        h = self.r.reserve_expression(shape, nelem, nnz, hassp=True)
-        self._write_shape(h)
-        return h
-
     def _plain_sections(self, h):
         r = self.r
         return h.cof_base, r.f64, r.i32, r.i64, h.nidxs_base, h.ptr_base, h.sp_base
@@ -352,7 +342,7 @@ class Products:
 
     def mul_const(self, a, e):
         """a * e for a number `a`, with the elements and terms of `e`."""
-        r, w = self.r, self.w
+        r, w, a = self.r, self.w, float(a)
         operand(e)
         ncodeatom = scaled_atoms(e)
         require_room(ncodeatom)
@@ -377,8 +367,7 @@ class Products:
         m.test(465)
         ncodeatom, nnz = scaled_atoms(e) * m.mnnz, e.nnz * m.mnnz
         require_room(ncodeatom, nnz)
-        h = r.reserve_expression(shape, m.mnnz, nnz, ncodeatom, hassp=True)
-        self._write_shape(h)
+        h = self._reserve(shape, m.mnnz, nnz, ncodeatom, hassp=True)
         # As in mul_diag_left, no atoms of the result are told as none of `e`.
         closure(464, e.cconst_base, e.code_base, 0, e.codeptr_base, e.cof_base, m.columns, m.mnnz,
                 m.msubi, m.msubj, m.mval, h.ncodeatom, e.nidxs_base, e.nnz, 0, h.cconst_base,
@@ -414,8 +403,7 @@ class Products:
         # No closure counts the atoms: at most all of e's are copied, and two are added for a term.
         most = e.ncodeatom + 2 * nnz if e.ncodeatom > 0 and nnz > 0 else 0
         require_room(most)
-        h = r.reserve_expression((1,), 1, nnz, most)
-        self._write_shape(h)
+        h = self._reserve((1,), 1, nnz, most)
         ncodeatom, r.i32[h.ptr_base + 1] = closure(
             447, e.cconst_base, e.code_base, 0, e.codeptr_base, e.cof_base, e.hassp, 0, e.nelem,
             e.nidxs_base, e.ptr_base, h.cconst_base, h.code_base, h.codeptr_base, h.cof_base, r.f64,
@@ -447,11 +435,6 @@ def negated(values):
     return result
 
 
-def scaled_atoms(e):
-    """The number of atoms of `e` times a number: two are added to the program of each term."""
-    return e.ncodeatom + 2 * e.nnz if e.ncodeatom > 0 else 0
-
-
 def fitting(data, e):
     """`data`, a tensor or a matrix, as a tensor of e's shape; else ValueError."""
     tensor = SparseTensor.of(data)
@@ -469,13 +452,4 @@ def require_extents(shape):
 def require_shape(shape):
     """Raises ValueError if the positions of a shape need more than 32 bits."""
     require_extents(shape)
-    if size(shape) > LARGEST:
-        raise ValueError("a product of shape %s has more than %d elements"
-                         % (list(shape), LARGEST))
-
-
-def require_room(*counts):
-    """Raises ValueError if a section of so many entries can't stand on a stack."""
-    if max(counts) > LARGEST:
-        raise ValueError("a product with up to %d terms or atoms of code has more than %d"
-                         % (max(counts), LARGEST))
+    require_room(size(shape))

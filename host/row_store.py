@@ -10,6 +10,7 @@ from array import array
 
 from .closures import closure
 from .stacks import zeros
+from .sums import require_room
 
 
 class RowStore:
@@ -66,14 +67,16 @@ class RowStore:
         begins = itertools.chain([0], ends)
         return [span for span in zip(itertools.count(), begins, ends) if span[1] < span[2]]
 
-    def variables(self):
-        """The variables that have an entry in some row."""
-        return {j for b, e in zip(self.row_param_ptrb, self.row_param_ptre)
-                for j in self.param_varidx[b:e]}
+    def holds(self, variables):
+        """Whether one of a set of variables has an entry in some row."""
+        return self.entry_used > 0 and not all(
+            variables.isdisjoint(self.param_varidx[b:e])
+            for b, e in zip(self.row_param_ptrb, self.row_param_ptre))
 
     def _make_room(self, nparam, natom):
         if self.code_top > 2 * self.code_used and self.code_top + natom > len(self.code):
             self._close_gaps()
+        require_room(2 * (self.entry_top + nparam), 2 * (self.code_top + natom))
         entries = closure(142, self.entry_top, len(self.param_varidx), nparam)
         atoms = closure(142, self.code_top, len(self.code), natom)
         for pool, capacity in ((self.param_varidx, entries), (self.param_code_sizes, entries),
@@ -82,7 +85,8 @@ class RowStore:
 
     def _close_gaps(self):
         """Moves what the rows hold to the front of the pools, in the order that it has there."""
-        held = [r for r, (b, e) in enumerate(zip(self.row_param_ptrb, self.row_param_ptre)) if b < e]
+        held = [r for r, (begin, end) in enumerate(zip(self.row_param_ptrb, self.row_param_ptre))
+                if begin < end]
         held.sort(key=self.row_param_ptrb.__getitem__)
         self.entry_top = self.code_top = 0
         for r in held:

@@ -107,24 +107,26 @@ class Stack:
 
     def reserve_expression(self, shape, nelem, nnz, ncodeatom=0, hassp=False, finished=False):
         """Room for an expression of these sizes. Entry 0 of `ptr` and of `codeptr` is set to 0, as
-        the closures leave that to the host; nothing else is written."""
+        the closures leave that to the host; nothing else is written. Without room for all of it
+        none is reserved, and there is a MemoryError."""
         coded = ncodeatom > 0
-        header = Expression(
-            shape=tuple(shape),
-            nelem=nelem,
-            nnz=nnz,
-            ncodeatom=ncodeatom,
-            hassp=hassp,
-            finished=finished,
-            shape_base=self.reserve("i32", len(shape)),
-            ptr_base=self.reserve("i32", nelem + 1),
-            sp_base=self.reserve("i64", nelem if hassp else 0),
-            nidxs_base=self.reserve("i64", nnz),
-            cof_base=self.reserve("f64", nnz),
-            codeptr_base=self.reserve("i32", nnz + 1 if coded else 0),
-            code_base=self.reserve("i32", ncodeatom if coded else 0),
-            cconst_base=self.reserve("f64", ncodeatom if coded else 0),
-        )
+        with self.undone_on_error():
+            header = Expression(
+                shape=tuple(shape),
+                nelem=nelem,
+                nnz=nnz,
+                ncodeatom=ncodeatom,
+                hassp=hassp,
+                finished=finished,
+                shape_base=self.reserve("i32", len(shape)),
+                ptr_base=self.reserve("i32", nelem + 1),
+                sp_base=self.reserve("i64", nelem if hassp else 0),
+                nidxs_base=self.reserve("i64", nnz),
+                cof_base=self.reserve("f64", nnz),
+                codeptr_base=self.reserve("i32", nnz + 1 if coded else 0),
+                code_base=self.reserve("i32", ncodeatom if coded else 0),
+                cconst_base=self.reserve("f64", ncodeatom if coded else 0),
+            )
         self.i32[header.ptr_base] = 0
         if coded:
             self.i32[header.codeptr_base] = 0
@@ -149,3 +151,13 @@ class Stack:
             yield
         finally:
             self.release(mark)
+
+    @contextlib.contextmanager
+    def undone_on_error(self):
+        """Frees what was reserved inside the `with` block if that raises."""
+        mark = self.mark()
+        try:
+            yield
+        except BaseException:
+            self.release(mark)
+            raise

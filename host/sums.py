@@ -24,11 +24,7 @@ class Sums:
             raise ValueError("a sum needs equal shapes: %s, %s" % (list(e1.shape), list(e2.shape)))
         if e1.hassp and not e2.hassp:
             mul1, e1, mul2, e2 = mul2, e2, mul1, e1
-        nnz, coded = e1.nnz + e2.nnz, e1.ncodeatom > 0 or e2.ncodeatom > 0
-        # A program grows by the weight and the product; a term without one gets an atom.
-        ncodeatom = sum(e.ncodeatom + 2 * e.nnz if e.ncodeatom > 0 else e.nnz
-                        for e in (e1, e2)) if coded else 0
-        require_room(nnz, ncodeatom)
+        nnz, ncodeatom = sum_sizes((e1, e2))
         if e1.hassp:
             nelem = closure(506, e1.nelem, e2.nelem, 0, e1.sp_base, e2.sp_base, w.i64)
         else:
@@ -68,7 +64,7 @@ class Sums:
             raise ValueError("the shape %s has no axis %s" % (list(e.shape), dim))
         shape = e.shape[:dim] + e.shape[dim + 1:]
         require_room(size(e.shape[:dim]), size(e.shape[dim:]), size(e.shape[dim + 1:]),
-                          0 if e.hassp else size(shape))
+                     0 if e.hassp else size(shape))
         return (self._sum_sparse if e.hassp else self._sum_dense)(e, dim, shape)
 
     def _sum_sparse(self, e, dim, shape):
@@ -191,7 +187,7 @@ class Sums:
         ValueError if that is no pair of axes of equal extent."""
         r, w, scale = self.r, self.w, float(scale)
         _, n, _, _ = axis_pair(operand(e).shape, xdim, ydim)
-        ncodeatom = e.ncodeatom + 2 * e.nnz if e.ncodeatom > 0 else 0
+        ncodeatom = scaled_atoms(e)
         require_room(ncodeatom)
         h = r.reserve_expression(e.shape, e.nelem, e.nnz, ncodeatom, e.hassp)
         # Copied as if there were no code: 544 writes all of it.
@@ -234,6 +230,20 @@ def axis_pair(shape, first, second):
                          % (first, second, list(shape)))
     before, between, behind = shape[:first], shape[first + 1:second], shape[second + 1:]
     return size(before), shape[first], size(between), size(behind)
+
+
+def scaled_atoms(e):
+    """The number of atoms of `e` times a number: two are added to the program of each term."""
+    return e.ncodeatom + 2 * e.nnz if e.ncodeatom > 0 else 0
+
+
+def sum_sizes(operands):
+    """(nnz, ncodeatom) of a weighted sum. Raises ValueError if they may not fit 32 bits."""
+    nnz, coded = sum(e.nnz for e in operands), any(e.ncodeatom > 0 for e in operands)
+    # Where others have code, a term without gets an atom.
+    ncodeatom = sum(scaled_atoms(e) or e.nnz for e in operands) if coded else 0
+    require_room(nnz, ncodeatom)
+    return nnz, ncodeatom
 
 
 def require_room(*counts):

@@ -3,6 +3,7 @@
 # with a MATRIX of 1, for a changed matrix. Without a MODEL it is an example that comes with GLPK.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/common.sh
 
 example=/usr/share/doc/glpk-utils/examples/plan.mps
 model=${MODEL:-}
@@ -18,20 +19,15 @@ elif [[ -z $model ]]; then
         (
             cd build/examples
             apt-get download -qq glpk-utils >/dev/null 2>&1 &&
-                dpkg-deb --fsys-tarfile glpk-utils_*.deb | tar -xO ".$example" >plan.mps.part 2>/dev/null &&
+                dpkg-deb --fsys-tarfile glpk-utils_*.deb |
+                tar -xO ".$example" >plan.mps.part 2>/dev/null &&
                 mv plan.mps.part plan.mps
-        ) || {
-            echo "fragments: $example is not there; name a model: make demo MODEL=FILE.mps" >&2
-            exit 1
-        }
+        ) || fail "$example is not there; name a model: make demo MODEL=FILE.mps"
     fi
 fi
 case ${MATRIX:-0} in
 0) options=(--parameter "${PARAMETER:-1.1}") ;;
 1) options=(--matrix-parameters ${PARAMETER:+--parameter "$PARAMETER"}) ;;
-*)
-    echo "fragments: MATRIX can be 1, not $MATRIX: make demo MODEL=FILE.mps MATRIX=1" >&2
-    exit 1
-    ;;
+*) fail "MATRIX can be 1, not $MATRIX: make demo MODEL=FILE.mps MATRIX=1" ;;
 esac
 exec build/release/python -m host "$model" "${options[@]}"

@@ -1,15 +1,19 @@
 """The host: its operations by meaning, its models, and the demo command on tiny problems."""
 
+import math
 import os
 import textwrap
 import unittest
+from array import array
 from math import inf
+from unittest import mock
 
 import host
+from host import stacks
 from host.expressions import Evaluator
 from host.glpk import Problem, SolverError
 from host.matrices import DenseMatrix, SparseMatrix
-from host.model import Model
+from host.model import Constraint, Model
 from host.variables import Variable
 from host_support import DemoCase
 from host_support import Evaluator as GuardedEvaluator
@@ -124,6 +128,8 @@ class Operations(unittest.TestCase):
             ("equal shapes", lambda: e.weighted_sum([x, e.push_variable(Variable([1], [1]))],
                                                     [1, 1])),
             ("weight for each", lambda: e.weighted_sum([x], [1, 1])),
+            ("no parameter", lambda: e.mul_param_scalar(-1, x)),
+            ("convert", lambda: e.mul_const("two", x)),
             ("operand any more", lambda: e.mul_param_scalar(0, done)),
             ("shape", lambda: e.push_expression([3], [1.0, 2.0])),
             ("row starts", lambda: e.push_expression([2], [0, 0], [0, 2, 1], [1, 2], [1, 1])),
@@ -140,6 +146,14 @@ class Operations(unittest.TestCase):
                 if text != "equal shapes":  # that one pushes its own operand
                     self.assertEqual(e.w.mark(), mark)
                     self.assertEqual([list(a) for a in (e.w.i32, e.w.i64, e.w.f64)], held)
+
+    def test_a_stack_that_is_full(self):
+        stack = stacks.Stack()
+        mark = stack.mark()
+        with mock.patch.object(stacks, "LARGEST", 5):
+            for sizes in ((5, 0), (1, 6), (1, 2, 3)):
+                self.assertRaises(MemoryError, stack.reserve_expression, [1], *sizes)
+                self.assertEqual(stack.mark(), mark)
 
     def test_slices(self):
         dense = Variable([3, 4], range(10, 22)).slice([1, 1], [3, 3])
@@ -185,15 +199,37 @@ class Models(unittest.TestCase):
         model.minimize(times_p(e.push_expression([1], [0.0])))
         self.assertEqual((model.solve(), model.objective()), ("optimal", 0.0))
 
-    def test_refusals_add_no_rows(self):
+    def test_refusals_change_nothing(self):
         model = Model(Problem())
-        e = model.evaluator
-        model.variable([1])
-        h = e.push_expression([1], [0.0], [0, 1], [-1], [1.0])
-        for expression, bounds in ((h, (0.0, 0.0)), (e.push_expression([1], [inf]), (0.0, 0.0)),
-                                   (e.push_expression([1], [1.0]), ([0.0, 0.0], 0.0))):
-            self.assertRaises(ValueError, model.constrain, expression, *bounds)
-        self.assertEqual(model.native.rows, 0)
+        e, x = model.evaluator, model.variable([2], 0.0, 9.0)
+        model.remove(model.variable([2]))
+        one, semidefinite = (e.push_expression([1], [1.0], [0, k], [-1], [1.0]) for k in (0, 1))
+        model.maximize(one)
+        infinite = e.push_expression([1], [inf])
+        self.assertEqual(model.solve(), "optimal")
+        native = model.native
+        state = lambda: (native.rows, native.columns, native.maximize, native.column_bounds(),
+                         native.objective(), model.objective(), list(model.param_value))
+        before = state()
+        for refused, *arguments in (
+                (model.constrain, semidefinite, 0.0, 0.0), (model.constrain, infinite, 0.0, 0.0),
+                (model.constrain, one, [0.0, 0.0], 0.0), (model.constrain, one, math.nan, 0.0),
+                (model.constrain, one, inf, inf), (model.constrain, one, 0.0, 1.0, infinite),
+                (model.minimize, infinite), (model.minimize, e.push_expression([2], [1.0, 1.0])),
+                (model.variable, [-1, -1]), (model.variable, [3], [5.0, 5.0, math.nan]),
+                (model.variable, [3], 0.0, [5.0, 5.0, -inf]), (model.levels, Variable([1], [-1])),
+                (model.row_duals, Constraint([1], array("i", [-1]))),
+                (e.mul_param_scalar, 0, one)):
+            self.assertRaises(ValueError, refused, *arguments)
+            self.assertEqual(state(), before)
+        self.assertRaises(TypeError, model.parameters, [1.0, "two"])
+        self.assertEqual(state(), before)
+        for add, count in (native.add_rows, 10 ** 8 + 1), (model.variable, [2 ** 31 - 1]):
+            self.assertRaisesRegex(SolverError, "can't hold", add, count)
+        self.assertRaises(OverflowError, model.constrain, e.push_expression([1], [1e308]), -1e308,
+                          1.0)
+        model.minimize(one)
+        self.assertRaisesRegex(ValueError, "no solution", model.objective)
 
 
 # min x + 2 y + 3 z - 10 with x + y = 4, 1 <= y + z <= 3, -x <= -1, a free row, x <= 3, z >= -1.

@@ -56,7 +56,7 @@ class Columns(unittest.TestCase):
             entries = {(i, j): value for i, j, value in triplets}
             problem = Problem()
             problem.add_rows(rows)
-            problem.add_columns([0.0] * columns, [1.0] * columns)
+            problem.add_columns(columns)
             for i in rng.sample(range(rows), rows):  # the library has the columns in any order then
                 row = sorted((j + 1, value) for (k, j), value in entries.items() if k == i)
                 problem.set_rows([i + 1], [0], [len(row)], i32(j for j, _ in row),

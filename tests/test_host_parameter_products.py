@@ -67,6 +67,9 @@ class ParameterProducts(HostCase):
                     self.refuse(ev, "don't fit the shape", run, *arguments(operation, p, e))
                 p = IndexArray(fitting, [0] * (product(fitting) - 1) + [-1])
                 self.refuse(ev, "no parameter", run, *arguments(operation, p, e))
+                with mock.patch.object(ev, "_param_value", [1.0, 2.0]):
+                    p.indexes[-1] = 2
+                    self.refuse(ev, "no parameter", run, *arguments(operation, p, e))
                 p = IndexArray(fitting, [0] * product(fitting))
                 with mock.patch.object(parameter_products, "LARGEST", 5), \
                         mock.patch.object(sums, "LARGEST", 5):

@@ -1,9 +1,10 @@
 """The host's products with constant matrices, tensors and numbers."""
 
+import contextlib
 import unittest
 from unittest import mock
 
-from host import products
+from host import products, sums
 from host.matrices import DenseMatrix, SparseMatrix
 from host.products import SparseTensor
 from host.variables import Variable
@@ -203,29 +204,37 @@ class Products(unittest.TestCase):
         with self.assertRaises(ValueError):
             SparseTensor([2, 2], [0, 1], [1.0])
 
+    @contextlib.contextmanager
+    def limited(self, most):
+        with mock.patch.object(products, "LARGEST", most), mock.patch.object(sums, "LARGEST", most):
+            yield
+
     def test_refuses_what_a_stack_cant_hold(self):
         coded = Sampler(1).model([4, 4], coded=True)
         ev = Evaluator()
         e, one = ev.push(coded), ev.push(Sampler(4).model([1], coded=True))
+        listed = ev.push(Sampler(1).model([4, 4], True, True))
         v, spread = Variable([4, 4], range(1, 17)), Variable([4, 4], range(1, 17), range(16))
         full = DenseMatrix(4, 4, [1.0] * 16)
-        calls = ((ev.mul_right, e, full), (ev.mul_right, e, full.entries()),
+        calls = ((ev.mul_left, full, e), (ev.mul_left, full, listed),
+                 (ev.mul_right, e, full), (ev.mul_right, e, full.entries()),
                  (ev.mul_diag_left, full, e), (ev.mul_diag_right, e, full),
                  (ev.mul_plain_left, full, v), (ev.mul_plain_left, full, spread),
                  (ev.mul_plain_right, v, full), (ev.mul_plain_right, spread, full),
                  (ev.mul_plain_right, spread, full.entries()), (ev.mul_const, 2.0, e),
-                 (ev.mul_scalar_matrix, full, one), (ev.mul_elm, full, e), (ev.dot, full, e))
+                 (ev.mul_scalar_matrix, full, one), (ev.mul_elm, full, e), (ev.dot, full, e),
+                 (ev.weighted_sum, [one] * 17, [1] * 17), (ev.mul_param_scalar, 0, e))
         for limit in (3, 15, 16):
-            with mock.patch.object(products, "LARGEST", limit):
+            with self.limited(limit):
                 for method, *arguments in calls:
-                    self.refuse(ev, "more than %d|can't have" % limit, method, *arguments)
+                    self.refuse(ev, "can't have", method, *arguments)
         # Where the crude bound of the terms doesn't fit, the longest row or column of the matrix
         # gives the exact one.
         band = SparseMatrix(4, 4, range(4), range(4), [1.0] * 4)
         sparse = ev.push_variable(spread)
-        with mock.patch.object(products, "LARGEST", 16):
-            for h in (ev.mul_right(sparse, band), ev.mul_plain_left(band, spread),
-                      ev.mul_plain_right(spread, band)):
+        with self.limited(16):
+            for h in (ev.mul_left(band, sparse), ev.mul_right(sparse, band),
+                      ev.mul_plain_left(band, spread), ev.mul_plain_right(spread, band)):
                 self.assertEqual((h.nelem, h.nnz), (16, 16))
 
 
