@@ -161,7 +161,7 @@ class ConicModel:
         ev, w = self.evaluator, self.evaluator.w
         e = ev.finish(e)
         with w.section("i64", e.nidxs_base, e.nnz) as nidxs:
-            if not within(nidxs, len(self.tables), len(self._lower)):
+            if not all_within(nidxs, len(self.tables), len(self._lower)):
                 raise ValueError("an expression has a variable that is not in the model")
         forms = split(self.tables, w, e)
         if not all(map(all_finite, (forms.offset, forms.cof, forms.matcof))):
@@ -227,13 +227,13 @@ class ConicModel:
             raise ValueError("the model has no solution: it is not solved as it is now, or has no "
                              "optimum")
         s = self._solution.s
-        if item is not None and not within(item.nativeidxs, len(getattr(s, negative)),
+        if item is not None and not all_within(item.nativeidxs, len(getattr(s, negative)),
                                            len(getattr(s, others))):
             raise ValueError("what is to be read is not in the model")
         return self._solution
 
 
-def within(numbers, below, above):
+def all_within(numbers, below, above):
     """Whether all of the numbers are under `above`, and the complements of negative ones under
     `below`."""
     return -below <= min(numbers, default=0) and max(numbers, default=0) < above

@@ -222,7 +222,7 @@ class Models(unittest.TestCase):
                 (e.mul_param_scalar, 0, one)):
             self.assertRaises(ValueError, refused, *arguments)
             self.assertEqual(state(), before)
-        self.assertRaises(TypeError, model.parameters, [1.0, "two"])
+        self.assertRaises(ValueError, model.parameters, [1.0, "two"])
         self.assertEqual(state(), before)
         for add, count in (native.add_rows, 10 ** 8 + 1), (model.variable, [2 ** 31 - 1]):
             self.assertRaisesRegex(SolverError, "can't hold", add, count)
