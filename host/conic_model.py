@@ -228,7 +228,7 @@ class ConicModel:
                              "optimum")
         s = self._solution.s
         if item is not None and not all_within(item.nativeidxs, len(getattr(s, negative)),
-                                           len(getattr(s, others))):
+                                               len(getattr(s, others))):
             raise ValueError("what is to be read is not in the model")
         return self._solution
 
