@@ -4,9 +4,9 @@ elements, boxes and ranges; and the bounds of a matrix, which come in several fo
 from math import inf
 
 from .closures import closure
-from .construction import stored_places
 from .data import linear_indexes, rank2
-from .matrices import SparseMatrix
+from .matrices import DenseMatrix, SparseMatrix
+from .shapes import box, checked_shape, stored_places, strides
 from .stacks import as_array, size, zeros
 from .variables import Variable
 
@@ -17,7 +17,7 @@ class IndexArray:
     Raises ValueError if these lists don't fit the shape."""
 
     def __init__(self, shape, indexes, sparsity=None):
-        self.shape, self.indexes = as_array("i32", shape), as_array("i32", indexes)
+        self.shape, self.indexes = checked_shape(shape), as_array("i32", indexes)
         self.sparsity = stored_places(self.shape, len(self.indexes), sparsity)
 
     def at(self, *subscripts):
@@ -39,14 +39,9 @@ class IndexArray:
     def box(self, start, stop):
         """The elements at the subscripts from `start` up to but not including `stop`, an entry of
         each for each dimension. Raises ValueError if the box doesn't lie in the shape."""
-        nd = len(self.shape)
-        if not len(start) == len(stop) == nd or not all(
-                0 <= a <= b <= extent for a, b, extent in zip(start, stop, self.shape)):
-            raise ValueError("the box from %s to %s doesn't lie in the shape %s"
-                             % (list(start), list(stop), list(self.shape)))
-        shape = as_array("i32", [b - a for a, b in zip(start, stop)])
-        start, stop = as_array("i32", start), as_array("i32", stop)
-        index, stride = zeros("i32", nd), strides(self.shape, 317)
+        start, stop, shape = box(self.shape, start, stop)
+        nd, stride = len(shape), strides(self.shape)
+        index = zeros("i32", nd)
         if self.sparsity is None:
             indexes = zeros("i32", size(shape))
             closure(319, start, stop, index, 0, nd, self.indexes, indexes, self.shape, stride)
@@ -55,13 +50,14 @@ class IndexArray:
                         stride)
         indexes, sparsity = zeros("i32", count), zeros("i64", count)
         closure(322, start, stop, index, 0, nd, self.indexes, indexes, sparsity,
-                strides(shape, 321), self.shape, self.sparsity, stride)
+                strides(shape), self.shape, self.sparsity, stride)
         return IndexArray(shape, indexes, sparsity)
 
     def range(self, start, stop):
         """The elements of an array of one dimension from `start` up to but not including `stop`.
         Raises ValueError if there are no such."""
-        if self.sparsity is None or len(self.shape) != 1 or not 0 <= start <= stop <= self.shape[0]:
+        box(self.shape, [start], [stop])
+        if self.sparsity is None:
             return self.box([start], [stop])
         count = closure(323, 0, self.sparsity, start, stop)
         indexes, sparsity = zeros("i32", count), zeros("i64", count)
@@ -80,7 +76,7 @@ class Bounds:
     @classmethod
     def dense(cls, lower, upper):
         """Those in two dense matrices. Raises ValueError if the shapes differ."""
-        rows, columns = common_shape(lower, upper)
+        rows, columns = common_shape(DenseMatrix, lower, upper)
         lval, uval = zeros("f64", rows * columns), zeros("f64", rows * columns)
         closure(286, rows, columns, 0, rank2(lower.mval, rows, columns), lval,
                 rank2(upper.mval, rows, columns), uval)
@@ -90,7 +86,7 @@ class Bounds:
     def listed(cls, lower, upper):
         """Those in two sparse matrices, for all elements: a side that isn't listed is free. Raises
         ValueError if the shapes differ or a matrix is out of order."""
-        rows, columns = common_shape(lower, upper)
+        rows, columns = common_shape(SparseMatrix, lower, upper)
         lval, uval = (as_array("f64", [free]) * (rows * columns) for free in (-inf, inf))
         closure(284, columns, lval, lower.msubi, lower.msubj, lower.mval)
         closure(285, columns, upper.msubi, upper.msubj, uval, upper.mval)
@@ -100,7 +96,7 @@ class Bounds:
     def sparse(cls, lower, upper):
         """The same for the elements that one of the two lists, and for these alone: the other side
         is 0.0 if it isn't listed, as in any sparse matrix."""
-        shape, lists = common_shape(lower, upper), (lower.msubi, lower.msubj)
+        shape, lists = common_shape(SparseMatrix, lower, upper), (lower.msubi, lower.msubj)
         count = closure(282, *lists, 0, upper.msubi, upper.msubj)
         lbv, ubv, inst = zeros("f64", count), zeros("f64", count), zeros("i32", 2 * count)
         closure(283, rank2(inst, count, 2), lbv, *lists, lower.mval, ubv, upper.msubi, upper.msubj,
@@ -110,17 +106,19 @@ class Bounds:
     def variable(self, model):
         """A new variable of the model between these bounds, sparse as they are."""
         columns = model.variable([len(self.lower)], self.lower, self.upper)
-        return Variable(self.shape, columns.nativeidxs, self.sparsity)
+        return Variable(self.shape, columns.nativeidxs, self.sparsity).among([columns])
 
 
-def common_shape(lower, upper):
-    """The shape of two matrices. Raises ValueError if they differ in it or a sparse one is out of
-    order."""
+def common_shape(form, lower, upper):
+    """The shape of two matrices of this class. Raises ValueError if they aren't such, differ in
+    their shape or a sparse one is out of order."""
+    if not all(isinstance(m, form) for m in (lower, upper)):
+        raise ValueError("bounds in this form need each a %s" % form.__name__)
     shapes = [(m.rows, m.columns) for m in (lower, upper)]
     if shapes[0] != shapes[1]:
         raise ValueError("bounds need equal shapes: %s, %s" % tuple(map(list, shapes)))
     for m in (lower, upper):
-        if isinstance(m, SparseMatrix):
+        if form is SparseMatrix:
             m.test()
     return shapes[0]
 
@@ -131,12 +129,3 @@ def position(shape, linear):
     if len(shape) > 0:
         closure(272, linear, subscripts, shape)
     return tuple(subscripts)
-
-
-def strides(shape, number):
-    """The row-major strides (i64) of the shape (i32), by the closure of that number."""
-    result = zeros("i64", len(shape))
-    if len(shape) > 0:
-        result[-1] = 1
-    closure(number, len(shape), shape, result)
-    return result

@@ -1,15 +1,11 @@
 """Cones over one or two dimensions of an expression: their layouts, and the tables that tie each
 element to its place in a cone."""
 
-import math
 from array import array
 
 from .closures import closure
-from .conic import SEMIDEFINITE, Cone
+from .conic import OFF_DIAGONAL, SEMIDEFINITE, Cone
 from .stacks import as_array, size, zeros
-
-# A slot off the diagonal is the entry of its matrix times the square root of 2.
-OFF_DIAGONAL = math.sqrt(2.0)
 
 
 def numbers(first, count):

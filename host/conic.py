@@ -5,6 +5,7 @@ A back end is an object with a method `solve(problem)`, which takes a `ConicProb
 calls: the model hands over all of the problem each time.
 """
 
+import math
 from array import array
 from dataclasses import dataclass, fields
 from typing import List
@@ -12,6 +13,12 @@ from typing import List
 from .stacks import zeros
 
 QUADRATIC, SEMIDEFINITE = "quadratic", "semidefinite"
+OFF_DIAGONAL = math.sqrt(2.0)  # a slot off the diagonal is the entry of its matrix times this
+
+
+def triangle(dim):
+    """The places (row, column) of the lower triangle of a matrix, column by column."""
+    return [(i, j) for j in range(dim) for i in range(j, dim)]
 
 
 @dataclass

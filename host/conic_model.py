@@ -12,13 +12,14 @@ from array import array
 
 from .affine_rows import AffineRows, ElementTables, split
 from .closures import closure
-from .cones import OFF_DIAGONAL, ConeTables, QuadraticLayout, SemidefiniteLayout, numbers
-from .conic import QUADRATIC, SEMIDEFINITE, ConicProblem, Forms
+from .cones import ConeTables, QuadraticLayout, SemidefiniteLayout, numbers
+from .conic import OFF_DIAGONAL, QUADRATIC, SEMIDEFINITE, ConicProblem, Forms
 from .domains import bounds, pattern
 from .expressions import Evaluator
 from .model import Constraint, Parameter, all_finite, each, stored_rows
 from .solutions import Reading
 from .stacks import size, zeros
+from .sums import require_room
 from .variables import Variable
 
 KINDS = {QUADRATIC: QuadraticLayout, SEMIDEFINITE: SemidefiniteLayout}
@@ -53,10 +54,13 @@ class ConicModel:
         """A variable of that shape; each bound is a number or one for each element. With `at`, a
         list of subscripts, one tuple for each, only these elements are stored, and the bounds are
         theirs; all others are fixed zeros."""
-        sparsity = None if at is None else pattern(shape, at)
-        lower, upper = bounds(shape, lower, upper, at)
-        if sparsity is not None:
-            lower, upper = (array("d", map(side.__getitem__, sparsity)) for side in (lower, upper))
+        if at is None:
+            require_room(len(self._lower) + size(shape))
+            sparsity, (lower, upper) = None, bounds(shape, lower, upper)
+        else:
+            sparsity, order = pattern(shape, at)
+            lower, upper = (array("d", map(side.__getitem__, order))
+                            for side in bounds([len(at)], lower, upper))
         first, count, self._solution = len(self._lower), len(lower), None
         self._lower.extend(lower)
         self._upper.extend(upper)
@@ -82,6 +86,7 @@ class ConicModel:
         (count, dim, dim)."""
         if dim < 1 or (count or 0) < 0:
             raise ValueError("%s matrices of dimension %s can't be" % (count or 1, dim))
+        require_room(len(self.tables) + (1 if count is None else count) * dim * dim)
         self._solution = None
         x = self.tables.add(1 if count is None else count, dim)
         return Variable([dim, dim], x.nativeidxs) if count is None else x

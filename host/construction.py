@@ -2,6 +2,7 @@
 
 from .closures import closure
 from .matrices import DenseMatrix, require_order
+from .shapes import stored_places
 from .stacks import as_array, size, zeros
 from .sums import require_room
 from .variables import Variable
@@ -220,26 +221,6 @@ def ascending(n):
 
 def picked(values, places):
     """values[k] for the k in `places`, all i64."""
-    n, result = len(places), zeros("i64", len(places))
-    if n > 0:
-        narrow = zeros("i32", n + 1)
-        closure(246, n, places, narrow)
-        table = memoryview(narrow)[1:].cast("B").cast("i", [n, 1])
-        closure(176, values, result, table, 1, as_array("i64", [1]))
+    result = zeros("i64", len(places))
+    closure(165, len(places), result, places, values)
     return result
-
-
-def stored_places(shape, count, sparsity):
-    """`sparsity` as i64, or None; ValueError if it doesn't list `count` places of the shape in
-    strict order, or if without one the shape doesn't have `count` places."""
-    if any(extent < 0 for extent in shape):
-        raise ValueError("%s is no shape" % list(shape))
-    sparsity = None if sparsity is None else as_array("i64", sparsity)
-    if count != (size(shape) if sparsity is None else len(sparsity)):
-        raise ValueError("%d elements don't fit the shape %s or the list of stored ones"
-                         % (count, list(shape)))
-    if sparsity is not None and closure(404, False, sparsity, size(shape)):
-        raise ValueError("a linear index lies outside of the shape %s" % list(shape))
-    if sparsity is not None and not closure(245, True, count, sparsity):
-        raise ValueError("the linear indexes of the stored elements must ascend, without repeats")
-    return sparsity

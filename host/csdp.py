@@ -22,27 +22,29 @@ from array import array
 from dataclasses import dataclass
 from typing import List
 
-from .conic import QUADRATIC, ConicSolution
-from .glpk import SolverError
+from .conic import OFF_DIAGONAL, QUADRATIC, ConicSolution, triangle
+from .glpk import SolverError, split_duals
 from .sdpa import SdpaProblem
 from .stacks import zeros
 
 PROGRAM = "csdp"
+ZERO = 1e-8  # by how much the program lets an equation fail
 SOLVED, PRIMAL_INFEASIBLE, DUAL_INFEASIBLE, REDUCED_ACCURACY = range(4)  # exit statuses
 STATUSES = {SOLVED: "optimal", REDUCED_ACCURACY: "optimal", PRIMAL_INFEASIBLE: "infeasible",
             DUAL_INFEASIBLE: "unbounded"}
+OF_THE_END = re.compile(r"Success|Partial Success|Failure|Stuck|Lack of progress|Factorization|"
+                        r"Too many|. was singular")
 
 
 @dataclass
 class BlockSolution:
     """What the program says: `status` as in a ConicSolution, and `verdict`, its own word for it. For
-    "optimal", the objective of X, the duals `y` (f64) of the constraints, and for X and Z an array
-    (f64) for each block: a matrix row by row, or the diagonal of a diagonal block."""
+    "optimal", the duals `y` (f64) of the constraints, and for X and Z an array (f64) for each block:
+    a matrix row by row, or the diagonal of a diagonal block."""
 
     status: str
     verdict: str
     seconds: float
-    objective: float = math.nan
     y: array = None
     X: List[array] = None
     Z: List[array] = None
@@ -69,8 +71,6 @@ def solve_file(path, blocks):
             raise SolverError("CSDP gave up: %s" % last_word(run.stdout))
         solution = BlockSolution(status, last_word(run.stdout), seconds)
         if status == "optimal":
-            found = re.search(r"Primal objective value: (\S+)", run.stdout)
-            solution.objective = float(found[1])
             with open(os.path.join(directory, "solution"), encoding="ascii") as file:
                 solution.y = array("d", map(float, file.readline().split()))
                 solution.Z, solution.X = read_matrices(file, blocks)
@@ -87,11 +87,10 @@ def solve_blocks(problem):
 
 
 def last_word(output):
-    """What the program said of its end."""
+    """What the program said of its end, with the reason if it gave one, which comes before."""
     lines = [line.strip() for line in output.splitlines()]
     lines = [line for line in lines if line not in ("", "Giving up.")]
-    words = [line for line in lines if re.match(r"(Success|Failure|Partial Success|Stuck)", line)]
-    return (words or lines or ["nothing"])[-1]
+    return " ".join(filter(OF_THE_END.match, lines)) or (lines or ["nothing"])[-1]
 
 
 def read_matrices(file, blocks):
@@ -142,13 +141,13 @@ class _Translation:
             self._column(*bounds)
         # The constraint of each row (None for one without bounds) and of each slot.
         self.row_constraints, self.slot_constraints = [None], []
-        rows, slots = terms_by_form(problem.rows), terms_by_form(problem.slots)
-        self._objective(rows[0])
+        self.rows, self.slots = terms_by_form(problem.rows), terms_by_form(problem.slots)
+        self._objective(self.rows[0])
         for i, bounds in enumerate(zip(problem.row_lower[1:], problem.row_upper[1:]), 1):
-            self.row_constraints.append(self._row(i, rows[i], *bounds))
+            self.row_constraints.append(self._row(self.rows[i], *bounds))
         for number, cone in enumerate(problem.cones):
             add = self._arrow if cone.kind == QUADRATIC else self._triangle
-            add(len(problem.dims) + number, cone, slots)
+            add(len(problem.dims) + number, cone)
         if not self.native.c:  # the program asks for a constraint
             self._constraint(1.0, [(self._scalar(), 1.0)])
         if blocks[-1] == 0:
@@ -207,14 +206,15 @@ class _Translation:
         _, scalars, entries = self._form(form)
         self._append(0, scalars, entries, 1.0 if self.problem.maximize else -1.0)
 
-    def _row(self, i, form, lower, upper):
+    def _row(self, form, lower, upper):
         offset, scalars, entries = self._form(form)
         if lower == -math.inf and upper == math.inf:
             return None
         if lower == upper:
             if scalars or entries:
                 return self._constraint(lower - offset, scalars, entries)
-            self.contradiction = self.contradiction or lower != offset
+            # Fixed columns may have left a rounding error.
+            self.contradiction |= not math.isclose(lower, offset, rel_tol=ZERO, abs_tol=ZERO)
             return None
         slack = self._scalar()
         if lower == -math.inf:
@@ -230,20 +230,17 @@ class _Translation:
         self.slot_constraints.append(
             self._constraint(-offset, scalars, [*entries, (block, i, j, value)]))
 
-    def _arrow(self, block, cone, slots):
+    def _arrow(self, block, cone):
         for i in range(cone.size):
-            self._slot(slots[cone.first + i], block, 0, i, 1.0)
+            self._slot(self.slots[cone.first + i], block, 0, i, 1.0)
         for i in range(1, cone.size):
             self._constraint(0.0, (), [(block, 0, 0, 1.0), (block, i, i, -1.0)])
             for j in range(i + 1, cone.size):
                 self._constraint(0.0, (), [(block, i, j, 0.5)])
 
-    def _triangle(self, block, cone, slots):
-        k = cone.first
-        for j in range(cone.dim):
-            for i in range(j, cone.dim):
-                self._slot(slots[k], block, j, i, 1.0 if i == j else math.sqrt(2.0))
-                k += 1
+    def _triangle(self, block, cone):
+        for k, (i, j) in enumerate(triangle(cone.dim), cone.first):
+            self._slot(self.slots[k], block, j, i, 1.0 if i == j else OFF_DIAGONAL)
 
     # And back.
 
@@ -254,26 +251,25 @@ class _Translation:
         xx = array("d", (shift + math.fsum(s * scalar[at] for at, s in parts)
                          for shift, parts in zip(self.shift, self.parts)))
         triangles = lambda blocks: array("d", (
-            values[n * i + j] for n, values in zip(p.dims, blocks)
-            for j in range(n) for i in range(j, n)))
+            values[n * i + j] for n, values in zip(p.dims, blocks) for i, j in triangle(n)))
         barx = triangles(found.X)
         bars = array("d", (sign * z for z in triangles(found.Z)))
-        rows, slots = terms_by_form(p.rows), terms_by_form(p.slots)
         xc, accx = (array("d", (self._level(form, xx, found.X) for form in forms))
-                    for forms in (rows, slots))
+                    for forms in (self.rows, self.slots))
         y = array("d", map(dual, self.row_constraints))
         accy = array("d", map(dual, self.slot_constraints))
         # What the duals of rows and slots leave of a column's coefficient in the objective.
         yx = zeros("f64", len(xx))
-        for forms, weights in ((rows, [1.0, *(-v for v in y[1:])]), (slots, [-v for v in accy])):
+        for forms, weights in ((self.rows, [1.0, *(-v for v in y[1:])]),
+                               (self.slots, [-v for v in accy])):
             for (_, terms, _), weight in zip(forms, weights):
                 for j, coefficient in terms:
                     yx[j] += weight * coefficient
         for j in range(1, len(yx)):
             if p.column_lower[j] == -math.inf and p.column_upper[j] == math.inf:
                 yx[j] = 0.0
-        return ConicSolution("optimal", xc[0], xx, *split(yx, sign), xc, *split(y, sign), accx,
-                             accy, barx, bars)
+        return ConicSolution("optimal", xc[0], xx, *split_duals(yx, p.maximize), xc,
+                             *split_duals(y, p.maximize), accx, accy, barx, bars)
 
     @staticmethod
     def _level(form, xx, blocks):
@@ -297,10 +293,3 @@ def terms_by_form(forms):
         entries[tuple(place)] = entries.get(tuple(place), 0.0) + coefficient
     return [(offset, terms, [(*place, value) for place, value in sorted(entries.items())])
             for offset, terms, entries in result]
-
-
-def split(duals, sign):
-    """The duals of lower and of upper bounds. At most one of the two is in force, and the sign of
-    the combined dual tells which."""
-    return (array("d", (d if sign * d > 0.0 else 0.0 for d in duals)),
-            array("d", (-d if sign * d < 0.0 else 0.0 for d in duals)))

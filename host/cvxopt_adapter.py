@@ -7,13 +7,12 @@ import math
 import time
 from array import array
 
-from .conic import QUADRATIC, ConicSolution
+from .conic import OFF_DIAGONAL, QUADRATIC, ConicSolution, triangle
 from .glpk import SolverError
 from .stacks import zeros
 
-ROOT = math.sqrt(2.0)
 STATUSES = {"optimal": "optimal", "primal infeasible": "infeasible", "dual infeasible": "unbounded"}
-OPTIONS = {"show_progress": False, "abstol": 1e-9, "reltol": 1e-9, "feastol": 1e-9}
+OPTIONS = {"show_progress": False, "abstol": 1e-8, "reltol": 1e-8, "feastol": 1e-8}
 
 
 def package():
@@ -139,7 +138,7 @@ class _Translation:
             rows = [self._add_member(terms, offset) for terms, offset in forms]
         else:
             for k, (i, j) in zip(slots, triangle(cone.dim)):
-                self.weight[k] = 1.0 if i == j else ROOT
+                self.weight[k] = 1.0 if i == j else OFF_DIAGONAL
             rows = self._add_matrix(cone.dim, {
                 place: ([(j, value / self.weight[k]) for j, value in terms],
                         offset / self.weight[k])
@@ -187,8 +186,3 @@ class _Translation:
             pairs.append((max(combined, 0.0) if lower is None else z[lower],
                           max(-combined, 0.0) if upper is None else z[upper]))
         return (array("d", (self.sign * pair[side] for pair in pairs)) for side in (0, 1))
-
-
-def triangle(d):
-    """The places of a lower triangle, column by column."""
-    return [(i, j) for j in range(d) for i in range(j, d)]

@@ -9,9 +9,8 @@ import math
 from array import array
 
 from .closures import closure
+from .shapes import checked_shape, within
 from .stacks import LARGEST, as_array, size, zeros
-
-LARGEST_SIZE = 2 ** 63 - 1  # linear indexes are 64-bit
 
 
 def nonzeros(subi_, subj_, val_):
@@ -29,36 +28,37 @@ def checked_triplets(rows, columns, subi, subj, val):
     if not len(subi) == len(subj) == len(val):
         raise ValueError("triplets need as many rows and columns as values: %d, %d, %d"
                          % (len(subi), len(subj), len(val)))
-    try:
-        subi, subj = as_array("i32", subi), as_array("i32", subj)
-    except OverflowError:
-        raise outside(shape, zip(subi, subj)) from None
+    subi, subj = (converted("i32", sub, shape, lambda: zip(subi, subj)) for sub in (subi, subj))
     if closure(634, rows, columns, len(val), False, subi, subj):
         raise outside(shape, zip(subi, subj))
     return subi, subj, val
 
 
 def linear_indexes(shape, subscripts, count):
-    """The linear indexes (i64) of `count` entries from their subscripts: a row for each entry, or
-    all in one list. Raises ValueError if there are not so many, or with the first entry outside."""
-    nd, inst = len(shape), zeros("i64", count)
-    if len(subscripts) > 0 and not isinstance(subscripts[0], int):
+    """The linear indexes (i64) of `count` entries from their subscripts, as subscript_table takes
+    them. Raises ValueError if there are not so many, or with the first entry outside."""
+    shape, inst = checked_shape(shape), zeros("i64", count)
+    table = subscript_table(shape, subscripts, count)
+    if closure(612, shape, False, table):
+        raise outside(shape, table.tolist())
+    closure(613, shape, inst, table)
+    return inst
+
+
+def subscript_table(shape, subscripts, count):
+    """The subscripts of `count` entries as a rank-2 array (i32), or None if it has no entries: from
+    a row for each entry, or all in one list. Raises ValueError if there are not so many, or with
+    the first entry that isn't one of 32-bit integers."""
+    nd = len(shape)
+    if len(subscripts) > 0 and hasattr(subscripts[0], "__len__"):
         if any(len(row) != nd for row in subscripts):
             raise ValueError("an entry of the shape %s has %d subscripts" % (list(shape), nd))
         subscripts = list(itertools.chain.from_iterable(subscripts))
     if len(subscripts) != nd * count:
         raise ValueError("%d entries of %d dimensions can't have %d subscripts"
                          % (count, nd, len(subscripts)))
-    shape = as_array("i32", checked_shape(shape))
-    rows = lambda: zip(*(itertools.islice(subscripts, k, None, nd) for k in range(nd)))
-    try:
-        table = rank2(as_array("i32", subscripts), count, nd)
-    except OverflowError:
-        raise outside(shape, rows()) from None
-    if closure(612, shape, False, table):
-        raise outside(shape, rows())
-    closure(613, shape, inst, table)
-    return inst
+    rows = lambda: zip(*[iter(subscripts)] * nd)
+    return rank2(converted("i32", subscripts, shape, rows), count, nd)
 
 
 def merged(shape, inst_, cof_):
@@ -113,17 +113,19 @@ def rank2(values, rows, columns):
     return memoryview(values).cast("B").cast(values.typecode, [rows, columns])
 
 
-def checked_shape(shape):
-    """The shape, if it is one that linear indexes can number; else ValueError."""
-    if any(not 0 <= extent <= LARGEST for extent in shape) or size(shape) > LARGEST_SIZE:
-        raise ValueError("%s is no shape" % list(shape))
-    return shape
+def converted(kind, values, shape, entries):
+    """The values as an array; if it can't hold one, the error that names the first of the entries,
+    made by a call of `entries`, that is outside."""
+    try:
+        return as_array(kind, values)
+    except ValueError:
+        raise outside(shape, entries()) from None
 
 
 def outside(shape, entries):
     """The error that names the first of the entries, rows of subscripts, that is outside."""
     for t, subscripts in enumerate(entries):
-        if not all(0 <= i < extent for i, extent in zip(subscripts, shape)):
+        if not all(within(i, 0, extent - 1) for i, extent in zip(subscripts, shape)):
             return ValueError("entry %d, at %s, lies outside of the shape %s"
                               % (t, list(subscripts), list(shape)))
-    raise AssertionError("no entry lies outside")
+    return ValueError("an entry lies outside of the shape %s" % list(shape))

@@ -23,12 +23,13 @@ def table(shape, subscripts):
 
 
 def pattern(shape, subscripts):
-    """The linear indexes (i64) of the elements with these subscripts, in ascending order. Raises
-    ValueError if they are no elements of the shape or one is listed twice."""
+    """The linear indexes (i64) of the elements with these subscripts, in ascending order, and
+    that order: for each of them the place of its subscripts in the list. Raises ValueError if they
+    are no elements of the shape or one is listed twice."""
     shape, midxs = as_array("i32", shape), table(shape, subscripts)
     nd, n = len(shape), len(subscripts)
     require_room(size(shape))
-    sparsity, strides = zeros("i64", n), zeros("i32", nd)
+    sparsity, strides, perm = zeros("i64", n), zeros("i32", nd), range(n)
     closure(49, nd, shape, strides)
     closure(51, False, n, shape, midxs, sparsity, strides)
     if not closure(42, True, sparsity):
@@ -41,7 +42,7 @@ def pattern(shape, subscripts):
         closure(55, perm, midxs, n, nd, sparsity, strides)
         if not closure(42, True, sparsity):
             raise ValueError("an element is listed twice")
-    return sparsity
+    return sparsity, perm
 
 
 def bounds(shape, lower, upper, subscripts=None):

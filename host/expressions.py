@@ -64,7 +64,8 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
 
     def push_variable(self, variable):
         """A variable as an expression: one term of coefficient 1.0 in each stored element, sparse
-        as the variable is."""
+        as the variable is. Raises ValueError if a model has removed it."""
+        variable.require_kept()
         r, nnz, hassp = self.r, len(variable), variable.sparsity is not None
         e = self._reserve(variable.shape, nnz, nnz, hassp=hassp)
         closure(146, variable.nativeidxs, e.cof_base, hassp, e.nidxs_base, nnz, e.ptr_base, r.f64,

@@ -389,11 +389,15 @@ class Problem:
         return array("d", [0.0]) + self._get(get, 1, count)
 
     def _duals(self, get, count):
-        """The duals of the lower and of the upper bounds. At most one of the two is in force, and
-        the sign of the combined dual tells which."""
-        duals, sign = self._values(get, count), -1.0 if self.maximize else 1.0
-        return (array("d", [d if sign * d > 0.0 else 0.0 for d in duals]),
-                array("d", [-d if sign * d < 0.0 else 0.0 for d in duals]))
+        return split_duals(self._values(get, count), self.maximize)
+
+
+def split_duals(duals, maximize):
+    """The duals of the lower and of the upper bounds. At most one of the two is in force, and the
+    sign of the combined dual tells which."""
+    sign = -1.0 if maximize else 1.0
+    return (array("d", [d if sign * d > 0.0 else 0.0 for d in duals]),
+            array("d", [-d if sign * d < 0.0 else 0.0 for d in duals]))
 
 
 def address(numbers, place=0):

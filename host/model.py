@@ -120,16 +120,12 @@ class Constraint(ConstraintViews):
     """The rows of one expression: `nativeidxs` (i32) holds the row code of each element. `model` is
     the model that has made it; a view of one has none."""
 
-    removed = False
-
     def __init__(self, shape, nativeidxs, model=None):
         self.shape, self.nativeidxs, self.model = tuple(shape), nativeidxs, model
 
 
 class ModelVariable(Variable):
     """A variable as a model has made it; others are views of such."""
-
-    removed = False
 
     def __init__(self, shape, nativeidxs, model):
         super().__init__(shape, nativeidxs)
@@ -283,8 +279,7 @@ class Model:
         """Takes a constraint, or a variable that stands in none any more, out of the model. Raises
         ValueError if it is not one that this model has made and still has.
 
-        Neither it nor a view of it can be used any more. For a view this is noticed as long as its
-        rows or columns haven't been taken again.
+        Neither it nor a view of it can be used any more.
         """
         made = isinstance(item, (Constraint, ModelVariable)) and item.model is self
         if not made or item.removed:
@@ -402,9 +397,10 @@ class Model:
     def _solved(self, item=None, slots=None):
         """The solution; ValueError if there is none, or not of the variable or constraint `item`,
         whose numbers are among `slots`."""
-        if item is not None and (getattr(item, "removed", False)
-                                 or not slots.all_used(item.nativeidxs)):
-            raise ValueError("what is to be read is not in the model, or not any more")
+        if item is not None:
+            item.require_kept()
+            if not slots.all_used(item.nativeidxs):
+                raise ValueError("what is to be read is not in the model, or not any more")
         if self._solution is None:
             raise ValueError("the model has no solution: it is not solved as it is now, or has no "
                              "optimum")

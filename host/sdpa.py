@@ -5,16 +5,22 @@ A problem has blocks of semidefinite matrices X and m constraints:
     maximise  <F0, X>  subject to  <Fk, X> = c[k]  for k from 1 to m,  X semidefinite.
 
 All Fk are symmetric, with the blocks of X. A block of negative dimension is a diagonal one. An
-entry stands once, in either triangle, for both of its places. Commas and brackets are allowed in
-the lines of the dimensions and constants, but not in those of entries, where solvers trip over them.
+entry stands once, in either triangle, for both of its places.
+
+Read is what solvers take for the same: comments come before all else, the numbers of constraints
+and of blocks, the dimensions and the constants have a line each, with commas and brackets if one
+likes and anything behind, and an entry is a line of five numbers. Only there lines may be blank.
 """
 
 import re
 from array import array
 from dataclasses import dataclass
+from math import inf
 from typing import List
 
-NUMBER = re.compile(r"[^\s,(){}]+")
+from .stacks import LARGEST
+
+NUMBER = re.compile(r"[^\s,(){}=]+")
 
 
 class FormatError(Exception):
@@ -79,35 +85,35 @@ class _Reader:
                            % (self.path, self.number, text))
 
     def line(self):
-        """The next line that is no comment and not blank, or None."""
-        for line in self.lines:
-            self.number += 1
-            if line[0] not in '"*' and line.strip():
-                return line
-        return None
+        """The next line, or None."""
+        line = next(self.lines, None)
+        self.number += line is not None
+        return line
 
-    def numbers(self, kind, count, what):
-        """The first `count` numbers from the next line on; what stands behind them is a comment."""
-        found = []
-        while len(found) < count:
+    def numbers(self, kind, count, what, comments=()):
+        """The first `count` numbers of the next line that begins with none of `comments`; what
+        stands behind them is a comment."""
+        line = self.line()
+        while line is not None and line[0] in comments:
             line = self.line()
-            if line is None:
-                raise self.error("the file ends before %s" % what)
-            for text in NUMBER.findall(line)[: count - len(found)]:
-                found.append(self.parse(kind, text, what))
+        if line is None:
+            raise self.error("the file ends before %s" % what)
+        found = [self.parse(kind, text, what) for text in NUMBER.findall(line)[:count]]
+        if len(found) < count:
+            raise self.error("%d of %d numbers stand where %s should" % (len(found), count, what))
         return found
 
     def parse(self, kind, text, what):
         try:
-            value = kind(text)
+            value = kind(text.replace("_", "?"))  # which Python allows in numbers
         except ValueError:
             raise self.error("%r stands where %s should" % (text, what)) from None
-        if value != value or abs(value) == float("inf"):
+        if not -inf < value < inf:
             raise self.error("%s is not finite" % what)
         return value
 
     def problem(self):
-        (m,) = self.numbers(int, 1, "the number of constraints")
+        (m,) = self.numbers(int, 1, "the number of constraints", comments='"*')
         if m < 1:
             raise self.error("the number of constraints is %d" % m)
         (nblock,) = self.numbers(int, 1, "the number of blocks")
@@ -116,14 +122,15 @@ class _Reader:
         blocks = self.numbers(int, nblock, "the dimensions of the blocks")
         if 0 in blocks:
             raise self.error("a block has the dimension 0")
+        if sum(n * n if n > 0 else -n for n in blocks) > LARGEST:
+            raise self.error("the blocks have more than %d places" % LARGEST)
         # A dimension of 1 is a diagonal block as well.
         problem = SdpaProblem.empty([-1 if n == 1 else n for n in blocks],
                                     array("d", self.numbers(float, m, "the constants")))
         seen = set()
-        line = self.line()
-        while line is not None:
-            self.entry(problem, line.split(), seen)
-            line = self.line()
+        for line in iter(self.line, None):
+            if line.strip():
+                self.entry(problem, line.split(), seen)
         return problem
 
     def entry(self, problem, texts, seen):

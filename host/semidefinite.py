@@ -56,17 +56,17 @@ def build(problem, native):
 def block_matrices(problem, first, last):
     """For each block the SparseMatrix with a row for each of the matrices from F[first] on, up to
     F[last], and a column for each place of the block, row by row, or of its diagonal."""
-    entries = [[] for _ in problem.blocks]
+    triplets = [(array("i"), array("i"), array("d")) for _ in problem.blocks]
     for k, b, i, j, value in zip(problem.matrix, problem.block, problem.row, problem.column,
                                  problem.value):
         if first <= k < last:
-            n = problem.blocks[b]
-            for place in {n * i + j, n * j + i} if n > 0 else {i}:
-                entries[b].append((k - first, place, value))
-    for n, found in zip(problem.blocks, entries):
-        found.sort()
-        lists = zip(*found) if found else ((), (), ())
-        yield SparseMatrix(last - first, n * n if n > 0 else -n, *lists)
+            n, (rows, places, values) = problem.blocks[b], triplets[b]
+            for place in (i,) if n < 0 else (n * i + j,) if i == j else (n * i + j, n * j + i):
+                rows.append(k - first)
+                places.append(place)
+                values.append(value)
+    for n, lists in zip(problem.blocks, triplets):
+        yield SparseMatrix.from_triplets(last - first, n * n if n > 0 else -n, *lists)
 
 
 class SemidefiniteRoads(Roads):

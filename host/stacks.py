@@ -7,6 +7,7 @@ from dataclasses import dataclass
 from typing import Tuple
 
 TYPECODES = {"i32": "i", "i64": "q", "f64": "d"}
+CONTENTS = {"i32": "32-bit integers", "i64": "64-bit integers", "f64": "numbers"}
 LARGEST = 2 ** 31 - 1  # positions are 32-bit
 
 
@@ -16,10 +17,14 @@ def zeros(kind, count):
 
 
 def as_array(kind, values):
-    """The values as an array of that kind; one that already is such an array comes back itself."""
+    """The values as an array of that kind; one that already is such an array comes back itself.
+    Raises ValueError if the kind can't hold a value."""
     if isinstance(values, array) and values.typecode == TYPECODES[kind]:
         return values
-    return array(TYPECODES[kind], values)
+    try:
+        return array(TYPECODES[kind], values)
+    except (TypeError, OverflowError) as error:
+        raise ValueError("no list of %s: %s" % (CONTENTS[kind], error)) from None
 
 
 def size(shape):

@@ -6,6 +6,8 @@ own, and the positions behind it.
 """
 
 from .closures import closure
+from .data import converted, outside, subscript_table
+from .shapes import box, checked_shape, unit_strides, within
 from .stacks import LARGEST, OperandList, as_array, operand, size, zeros
 from .sums import require_room
 
@@ -25,8 +27,8 @@ class Structure:
         if not operands:
             raise ValueError("a stack needs an operand")
         first, h = operands[0], OperandList(operands)
-        if not 0 <= dim <= first.nd:
-            raise ValueError("the shape %s has no dimension %d, and %d would be the next one"
+        if not within(dim, 0, first.nd):
+            raise ValueError("the shape %s has no dimension %s, and %d would be the next one"
                              % (list(first.shape), dim, first.nd))
         other_rank = any(e.nd != first.nd for e in operands)
         alldense, mismatch = closure(427, not first.hassp, dim, h.hassp, other_rank, h.n, first.nd,
@@ -109,11 +111,11 @@ class Structure:
         """So many copies of `e` one behind the other along dimension `dim`. Raises ValueError if
         there is no such dimension."""
         r, w = self.r, self.w
-        if not 0 <= dim < operand(e).nd or copies < 0:
-            raise ValueError("the shape %s can't be repeated %d times along dimension %d"
+        if not (within(dim, 0, operand(e).nd - 1) and within(copies, 0, LARGEST)):
+            raise ValueError("the shape %s can't be repeated %s times along dimension %s"
                              % (list(e.shape), copies, dim))
         counts = [copies * count for count in (e.nelem, e.nnz, max(e.ncodeatom, 0))]
-        require_room(copies, *counts)
+        require_room(*counts)
         d1 = e.shape[dim]
         h = r.reserve_expression(along(e.shape, dim, copies * d1, not e.hassp), *counts, e.hassp)
         d0 = closure(423, 1, dim, e.shape_base, w.i32)
@@ -152,14 +154,14 @@ class Structure:
     def permute_dims(self, e, perm):
         """`e` with its dimensions in another order: dimension k of the result is dimension perm[k]
         of `e`. Raises ValueError if `perm` isn't a permutation of all dimensions."""
-        perm = list(perm)
+        perm = as_array("i32", perm)
         if sorted(perm) != list(range(operand(e).nd)):
             raise ValueError("%s is no permutation of the dimensions of the shape %s"
-                             % (perm, list(e.shape)))
+                             % (list(perm), list(e.shape)))
         shape = [e.shape[k] for k in perm]
         # Where a dimension of `e` has gone, and the steps of both shapes.
         back = [perm.index(k) for k in range(e.nd)]
-        strides, rstrides = ones(e.nd), ones(e.nd)
+        strides, rstrides = unit_strides(e.nd), unit_strides(e.nd)
         closure(412, e.nd, e.shape_base, strides, self.w.i32)
         closure(415, e.nd, as_array("i32", shape), rstrides)
         # The steps in the order that is read pass in 32 bits.
@@ -201,13 +203,8 @@ class Structure:
     def slice(self, e, first, last):
         """The elements whose subscript in dimension k is first[k] or more and below last[k], for
         all k. Raises ValueError if that is no box within the shape."""
-        r, w, first, last = self.r, self.w, list(first), list(last)
-        if not len(first) == len(last) == operand(e).nd or not all(
-                0 <= a <= b <= extent for a, b, extent in zip(first, last, e.shape)):
-            raise ValueError("from %s to %s is no box within the shape %s"
-                             % (first, last, list(e.shape)))
-        first, last, st, rst = as_array("i32", first), as_array("i32", last), ones(e.nd), ones(e.nd)
-        shape = as_array("i32", [b - a for a, b in zip(first, last)])
+        r, w, (first, last, shape) = self.r, self.w, box(operand(e).shape, first, last)
+        st, rst = unit_strides(e.nd), unit_strides(e.nd)
         closure(412, e.nd, e.shape_base, st, w.i32)
         ncodeatom, nelem, nnz = closure(413, e.codeptr_base, first, e.hassp, last, e.ncodeatom,
                                         e.nd, e.nelem, e.ptr_base, 0, 0, 0, e.shape_base, e.sp_base,
@@ -225,9 +222,10 @@ class Structure:
         """The elements at the linear indexes `idxs` (i64), in their order and as often as they
         stand there, as a dense vector. Raises ValueError if an index lies outside of the shape."""
         r, w, x = self.r, self.w, self.x
-        idxs = index_array("i64", idxs, operand(e))
-        if closure(407, idxs, size(e.shape), False):
-            raise outside(e)
+        total = size(operand(e).shape)
+        idxs = converted("i64", idxs, (total,), lambda: zip(idxs))
+        if closure(407, idxs, total, False):
+            raise outside((total,), zip(idxs))
         with x.scratch():
             spos = x.reserve("i32", len(idxs)) if e.hassp else 0
             ncodeatom, nnz = self._size_pick(e, idxs, spos)
@@ -260,18 +258,11 @@ class Structure:
     def pick_subscripts(self, e, rows):
         """As `pick`, by rows of subscripts, one for each dimension of `e`. Raises ValueError if a
         row has another length or a subscript lies outside of the shape."""
-        rows, nd = [list(row) for row in rows], operand(e).nd
-        for row in rows:
-            if len(row) != nd:
-                raise ValueError("%s is no row of subscripts for the shape %s"
-                                 % (row, list(e.shape)))
-        idxs = zeros("i64", len(rows))
-        if rows and nd > 0:
-            flat = index_array("i32", [subscript for row in rows for subscript in row], e)
-            table = memoryview(flat).cast("B").cast("i", [len(rows), nd])
-            shape = as_array("i32", e.shape)
+        rows, nd, shape = list(rows), operand(e).nd, as_array("i32", e.shape)
+        table, idxs = subscript_table(shape, rows, len(rows)), zeros("i64", len(rows))
+        if table is not None:
             if closure(405, table, nd, shape, False):
-                raise outside(e)
+                raise outside(shape, rows)
             closure(406, table, nd, shape, idxs)
         return self.pick(e, idxs)
 
@@ -283,23 +274,5 @@ def along(shape, dim, extent, dense):
     require_room(extent, size(shape[dim + 1:]))
     if dense:
         require_room(size(shape[:dim]), size(result))
-    elif size(result) > 2 ** 63 - 1:
-        raise ValueError("a shape %s has more positions than 64 bits can number" % list(result))
+    checked_shape(result)
     return result
-
-
-def ones(n):
-    """Strides before they are computed: the last one is 1."""
-    return as_array("i64", [1]) * n
-
-
-def index_array(kind, values, e):
-    """The values as an array; ValueError if one is too large to be an index of `e`."""
-    try:
-        return as_array(kind, values)
-    except OverflowError:
-        raise outside(e) from None
-
-
-def outside(e):
-    return ValueError("an index lies outside of the shape %s" % list(e.shape))

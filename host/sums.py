@@ -7,6 +7,7 @@ both subscripts are equal.
 """
 
 from .closures import closure
+from .shapes import within
 from .stacks import LARGEST, as_array, operand, size
 
 
@@ -59,8 +60,8 @@ class Sums:
         result: the elements that one of its elements goes to. Raises ValueError if there is no such
         axis."""
         operand(e)
-        if not 0 <= dim < e.nd:
-            raise ValueError("the shape %s has no axis %d" % (list(e.shape), dim))
+        if not within(dim, 0, e.nd - 1):
+            raise ValueError("the shape %s has no axis %s" % (list(e.shape), dim))
         shape = e.shape[:dim] + e.shape[dim + 1:]
         require_room(size(e.shape[:dim]), size(e.shape[dim:]), size(e.shape[dim + 1:]),
                      0 if e.hassp else size(shape))
@@ -223,8 +224,9 @@ class Sums:
 def axis_pair(shape, first, second):
     """What the axes first < second, of equal extent, make of a shape: the positions before, the
     extent, the positions between and behind. Else ValueError."""
-    if not 0 <= first < second < len(shape) or shape[first] != shape[second]:
-        raise ValueError("%d and %d are no ascending axes of equal extent in the shape %s"
+    if not (within(second, 0, len(shape) - 1) and within(first, 0, second - 1)
+            and shape[first] == shape[second]):
+        raise ValueError("%s and %s are no ascending axes of equal extent in the shape %s"
                          % (first, second, list(shape)))
     before, between, behind = shape[:first], shape[first + 1:second], shape[second + 1:]
     return size(before), shape[first], size(between), size(behind)

@@ -1,7 +1,8 @@
 """Variables as lists of native indexes."""
 
-from .stacks import as_array, size
-from .views import VariableViews, require_linear
+from .shapes import checked_shape, stored_places
+from .stacks import as_array
+from .views import VariableViews
 
 
 class Variable(VariableViews):
@@ -10,18 +11,12 @@ class Variable(VariableViews):
     `nativeidxs` (i64) holds the native index of each stored element in row-major order: above 0 for
     a scalar variable, and ~k for the entry k of the semidefinite element table. With `sparsity`
     (i64, strictly ascending linear indexes) only those positions are stored, and all others are
-    fixed zeros.
+    fixed zeros. Raises ValueError if these lists don't fit the shape.
     """
 
     def __init__(self, shape, nativeidxs, sparsity=None):
-        self.shape = as_array("i32", shape)
-        self.nativeidxs = as_array("i64", nativeidxs)
-        self.sparsity = None if sparsity is None else as_array("i64", sparsity)
-        require_linear(self.shape)
-        stored = size(self.shape) if sparsity is None else len(self.sparsity)
-        if len(self.nativeidxs) != stored:
-            raise ValueError("a variable of %d elements can't have %d native indexes"
-                             % (stored, len(self.nativeidxs)))
+        self.shape, self.nativeidxs = checked_shape(shape), as_array("i64", nativeidxs)
+        self.sparsity = stored_places(self.shape, len(self.nativeidxs), sparsity)
 
     def __len__(self):
         """The number of stored elements."""

@@ -11,13 +11,30 @@ from itertools import compress, count
 from math import isqrt
 
 from .closures import closure
+from .data import linear_indexes
+from .shapes import box, checked_shape, require_dimension, strides, unit_strides, within
 from .stacks import LARGEST, as_array, size, zeros
 from .sums import axis_pair
 
-LARGEST_INDEX = 2 ** 63 - 1  # linear indexes are 64-bit
+
+class Views:
+    """What a view and what it is one of have in common. `origins` are the variables or constraints
+    that a view lists elements of; `removed` tells that a model has taken one out of itself."""
+
+    origins, removed = (), False
+
+    def require_kept(self):
+        """ValueError if a model has removed this, or what this is a view of."""
+        if any(item.removed for item in (self, *self.origins)):
+            raise ValueError("a variable or constraint is not in the model any more")
+
+    def among(self, items):
+        """This view, as one of these."""
+        self.origins = tuple({origin for item in items for origin in item.origins or (item,)})
+        return self
 
 
-class VariableViews:
+class VariableViews(Views):
     """The views of a Variable, which `view` makes of a shape, native indexes and a pattern. Each
     raises ValueError if it isn't one of this shape."""
 
@@ -26,18 +43,31 @@ class VariableViews:
         per dimension."""
         first, last, shape = box(self.shape, first, last)
         nd = len(shape)
+        if nd == 0:
+            return self._view(shape, self.nativeidxs, self.sparsity)
         if self.sparsity is None:
             n = closure(184, first, last, nd, 1)
             idxs = zeros("i64", n)
             closure(187, self.nativeidxs, first, last, nd, self.shape, idxs, n)
-            return self.view(shape, idxs)
+            return self._view(shape, idxs)
         require_fit(size(shape))
         key = zeros("i32", nd)
         n = closure(185, first, key, last, nd, 0, self.shape, self.sparsity)
         idxs, sp = zeros("i64", n), zeros("i64", n)
         closure(186, self.nativeidxs, first, 0, idxs, key, last, nd, self.shape, shape, sp,
                 self.sparsity)
-        return self.view(shape, idxs, sp)
+        return self._view(shape, idxs, sp)
+
+    def pick(self, rows):
+        """The elements at these rows of subscripts, as a vector in their order."""
+        places = linear_indexes(self.shape, rows, len(rows))
+        if self.sparsity is None:
+            idxs = zeros("i64", len(rows))
+            closure(165, len(rows), idxs, places, self.nativeidxs)
+            return self._view([len(rows)], idxs)
+        stored = dict(zip(self.sparsity, self.nativeidxs))
+        hits = [(k, stored[place]) for k, place in enumerate(places) if place in stored]
+        return self._view([len(rows)], [native for _, native in hits], [k for k, _ in hits])
 
     # The order of dimensions.
 
@@ -47,7 +77,7 @@ class VariableViews:
             raise ValueError("only a matrix can be transposed, not the shape %s" % list(self.shape))
         idxs, sp = self._lists(len(self))
         closure(170, self.nativeidxs, idxs, self.shape, sp, self.sparsity)
-        return self.view(self.shape[::-1], idxs, sp)
+        return self._view(self.shape[::-1], idxs, sp)
 
     def permute_dims(self, perm):
         """The array whose dimension k is dimension perm[k] of this one."""
@@ -60,7 +90,7 @@ class VariableViews:
             pstrides = unit_strides(nd)
             closure(207, nd, perm, pstrides, self.shape)
             closure(208, self.nativeidxs, nd, n, perm, pstrides, idxs, self.shape)
-            return self.view(shape, idxs)
+            return self._view(shape, idxs)
         require_fit(size(shape[1:]))
         place, rstrides = zeros("i32", nd), zeros("i32", nd)
         for k, dim in enumerate(perm):
@@ -68,7 +98,7 @@ class VariableViews:
         closure(49, nd, shape, rstrides)
         closure(418, place, rstrides, 0, nd, n, 0, sp, strides(self.shape), self.shape,
                 self.sparsity)
-        return self.view(shape, *in_order(shape, self.nativeidxs, sp))
+        return self._view(shape, *in_order(shape, self.nativeidxs, sp))
 
     # Pairs of dimensions that are symmetric.
 
@@ -86,7 +116,7 @@ class VariableViews:
         if self.sparsity is None:
             idxs = zeros("i64", size(shape))
             closure(159, self.nativeidxs, before, n, between, n, behind, 0, idxs)
-            return self.view(shape, idxs)
+            return self._view(shape, idxs)
         st = [n * between * n * behind, between * n * behind, n * behind, behind]
         rst = [packed * between * behind, between * behind, behind, 1]
         require_fit(*st, *rst)
@@ -94,7 +124,7 @@ class VariableViews:
         perm, idxs, sp = (zeros("i64", count) for _ in range(3))
         closure(164, self.nativeidxs, n, between, n, behind, 0, count, perm, idxs, *rst, sp, *st, 1,
                 self.sparsity)
-        return self.view(shape, *in_order(shape, idxs, sp))
+        return self._view(shape, *in_order(shape, idxs, sp))
 
     def unpack_symmetric(self, dim):
         """The full square of a symmetric variable that has its lower triangle, row by row, in
@@ -117,16 +147,16 @@ class VariableViews:
             closure(194, self.nativeidxs, nativeidxs, self.sparsity)
         closure(151, nativeidxs, n, before, packed, behind, idxs, 0)
         if self.sparsity is None:
-            return self.view(shape, idxs)
+            return self._view(shape, idxs)
         sp = array("q", compress(count(), idxs))
-        return self.view(shape, array("q", filter(None, idxs)), sp)
+        return self._view(shape, array("q", filter(None, idxs)), sp)
 
     @classmethod
     def semidefinite(cls, shape, dim1, dim2, elements):
         """The full square, in the dimensions dim1 < dim2, of a semidefinite variable. `elements`
         lists the entries of the element table (i64): the columns of the lower triangle one after
         the other, for each position before dim1 and, within a column, between dim1 and dim2."""
-        shape, elements = as_array("i32", shape), as_array("i64", elements)
+        shape, elements = checked_shape(shape), as_array("i64", elements)
         before, n, between, behind = axis_pair(shape, dim1, dim2)
         if len(elements) != before * between * behind * n * (n + 1) // 2:
             raise ValueError("%d elements are no lower triangles for dimensions %d and %d of the "
@@ -148,9 +178,9 @@ class VariableViews:
         variables = list(variables)
         n = len(variables)
         nds = as_array("i32", [len(v.shape) for v in variables])
-        if n == 0 or not 0 <= dim <= max(nds):
+        if n == 0 or not within(dim, 0, max(nds)):
             raise ValueError("a stack needs a variable, and a dimension from 0 to that behind the "
-                             "last: %d variables, dimension %d" % (n, dim))
+                             "last: %d variables, dimension %s" % (n, dim))
         nd = closure(228, n, nds, dim + 1)
         shapes = [padded(v.shape, nd) for v in variables]
         if not all(closure(292, dim, True, shapes[0], shape) for shape in shapes):
@@ -161,18 +191,20 @@ class VariableViews:
         closure(236, n, offset, extents)
         shape = shapes[0][:]
         shape[dim] = closure(233, 0, n, extents)
-        require_linear(shape)
+        checked_shape(shape)
         if all(v.sparsity is None for v in variables):
-            return cls.view(shape, stack_dense(variables, shape, dim, extents, offset))
-        return cls.view(shape, *stack_sparse(variables, shape, dim, extents, offset))
+            lists = stack_dense(variables, shape, dim, extents, offset), None
+        else:
+            lists = stack_sparse(variables, shape, dim, extents, offset)
+        return cls.view(shape, *lists).among(variables)
 
     def repeat(self, copies, dim):
         """`copies` of this array one behind the other along dimension `dim`: -1 is a new first
         dimension, and the number of dimensions a new last one."""
         nd, n = len(self.shape), len(self)
         require_dimension(self.shape, dim, -1, nd)
-        if copies < 0:
-            raise ValueError("an array can't be repeated %d times" % copies)
+        if not within(copies, 0, LARGEST):
+            raise ValueError("an array can't be repeated %s times" % copies)
         before, behind = self.shape[:max(dim, 0)], self.shape[dim + 1:]
         extent, inner = self.shape[dim] if 0 <= dim < nd else 1, size(behind)
         require_fit(n * copies, extent * copies)
@@ -192,14 +224,17 @@ class VariableViews:
             closure(216, extent, inner, 0, copies, n, copies * block, idxs, sp, block, inner,
                     *lists)
             idxs, sp = in_order(shape, idxs, sp)
-        return self.view(shape, idxs, sp)
+        return self._view(shape, idxs, sp)
+
+    def _view(self, *lists):
+        return self.view(*lists).among([self])
 
     def _lists(self, n):
         """Room for `n` native indexes, and for their pattern if this is sparse, else None."""
         return zeros("i64", n), None if self.sparsity is None else zeros("i64", n)
 
 
-class ConstraintViews:
+class ConstraintViews(Views):
     """The views of a Constraint, which is always dense. Each raises ValueError if it isn't one of
     this shape."""
 
@@ -208,19 +243,24 @@ class ConstraintViews:
         per dimension."""
         first, last, shape = box(self.shape, first, last)
         nd, own = len(shape), as_array("i32", self.shape)
+        if nd == 0:
+            return self._view(shape, self.nativeidxs)
         n = closure(259, first, last, nd, 1)
         codes = zeros("i32", n)
         closure(260, self.nativeidxs, first, last, nd, own, codes, n)
-        return type(self)(shape, codes)
+        return self._view(shape, codes)
+
+    def pick(self, rows):
+        """The rows of the elements at these rows of subscripts, as a vector in their order."""
+        places = linear_indexes(self.shape, rows, len(rows))
+        return self._view([len(rows)], as_array("i32", map(self.nativeidxs.__getitem__, places)))
 
     def element(self, *subscripts):
         """The row of one element, as a constraint without dimensions."""
-        nd = len(self.shape)
-        if len(subscripts) != nd or not all(0 <= i < d for i, d in zip(subscripts, self.shape)):
-            raise ValueError("%s are no subscripts in the shape %s"
-                             % (list(subscripts), list(self.shape)))
-        position = closure(258, as_array("i32", subscripts), 0, nd, strides(self.shape))
-        return type(self)((), self.nativeidxs[position : position + 1])
+        return self._view((), self.pick([subscripts]).nativeidxs)
+
+    def _view(self, shape, codes):
+        return type(self)(shape, codes).among([self])
 
     @classmethod
     def stack(cls, constraints):
@@ -235,7 +275,7 @@ class ConstraintViews:
         for k, constraint in enumerate(constraints):
             with memoryview(codes)[k::n] as places:
                 closure(325, places, constraint.nativeidxs, 0)
-        return cls((*shapes.pop(), n), codes)
+        return cls((*shapes.pop(), n), codes).among(constraints)
 
 
 # The chains of a stack: the lists of its parts to that of the stack of this shape.
@@ -276,18 +316,6 @@ def stack_sparse(variables, shape, dim, extents, offset):
 # Shapes and patterns.
 
 
-def strides(shape):
-    """The row-major strides (i64)."""
-    shape, result = as_array("i32", shape), unit_strides(len(shape))
-    closure(240, len(shape), shape, result)
-    return result
-
-
-def unit_strides(nd):
-    """Room for strides, of which the last is 1 already."""
-    return as_array("i64", [0] * (nd - 1) + [1] * (nd > 0))
-
-
 def padded(shape, nd):
     """The shape with as many extents of 1 at its end that it has `nd`."""
     result = zeros("i32", nd)
@@ -315,27 +343,6 @@ def in_order(shape, nativeidxs, sp):
     closure(165, n, idxs, perm, nativeidxs)
     closure(166, n, perm, sp, ordered)
     return idxs, ordered
-
-
-def box(shape, first, last):
-    """The corners and the extents of a box (i32), if it lies in the shape; else ValueError."""
-    first, last, nd = as_array("i32", first), as_array("i32", last), len(shape)
-    if nd == 0 or not len(first) == len(last) == nd or not all(
-            0 <= f <= l <= extent for f, l, extent in zip(first, last, shape)):
-        raise ValueError("the box from %s to %s doesn't lie in the shape %s"
-                         % (list(first), list(last), list(shape)))
-    return first, last, as_array("i32", [l - f for f, l in zip(first, last)])
-
-
-def require_dimension(shape, dim, first, last):
-    if not first <= dim <= last:
-        raise ValueError("the shape %s has no dimension %d" % (list(shape), dim))
-
-
-def require_linear(shape):
-    """ValueError if a linear index of the shape doesn't fit 64 bits."""
-    if size(shape) > LARGEST_INDEX:
-        raise ValueError("the shape %s has more than %d positions" % (list(shape), LARGEST_INDEX))
 
 
 def require_fit(*counts):

@@ -165,24 +165,6 @@ Sum dot_n(Sum initial, Subscripts subscripts, Strides strides, int64_t n)
     return initial;
 }
 
-/// A row of a matrix as a list.
-template <class T, class S>
-struct MatrixRow
-{
-    Matrix<T, S> matrix;
-    int64_t row;
-
-    T& operator[](int64_t k) const { return matrix(row, k); }
-};
-
-/// Adds the linear index of each of the first `n` rows of subscripts to its entry of `sp`.
-template <class S>
-void add_linear_indexes(int n, int nd, I64<S> strides, I64<S> sp, Matrix<int32_t, S> subscripts)
-{
-    for (int i = 0; i < n; ++i)
-        for (int k = 0; k < nd; ++k) sp[i] += subscripts(i, k) * strides[k];
-}
-
 /// `flag`, and list[i] < list[i + 1] for all neighbours of the first `n` entries.
 template <class T, class S>
 bool strictly_ascending(bool flag, Array<T, S> list, int64_t n)
@@ -199,36 +181,12 @@ bool ascending(bool flag, Array<T, S> list, int64_t n)
     return flag;
 }
 
-/// The entries of a `rows` x `columns` matrix to triplets, row by row, zeros too. Returns how many.
-template <class S>
-int64_t dense_to_triplets(int rows, int columns, Matrix<double, S> matrix, I32<S> subi, I32<S> subj,
-                          F64<S> val)
-{
-    int64_t k = 0;
-    for (int i = 0; i < rows; ++i) {
-        for (int j = 0; j < columns; ++j, ++k) {
-            subi[k] = i;
-            subj[k] = j;
-            val[k] = matrix(i, j);
-        }
-    }
-    return k;
-}
-
 /// A matrix row by row: target[i * columns + j] = matrix(i, j).
 template <class T, class S>
 void flatten(Matrix<T, S> matrix, int64_t rows, int64_t columns, Array<T, S> target)
 {
     for (int64_t i = 0; i < rows; ++i)
         for (int64_t j = 0; j < columns; ++j) target[i * columns + j] = matrix(i, j);
-}
-
-/// Triplets into a row-major matrix of `columns` columns: matrix[subi[t] * columns + subj[t]] =
-/// val[t] for the first `n`. Of several entries for one place the last stays.
-template <class S>
-void scatter_triplets(int64_t n, I32<S> subi, I32<S> subj, F64<S> val, int columns, F64<S> matrix)
-{
-    for (int64_t t = 0; t < n; ++t) matrix[int64_t{subi[t]} * columns + subj[t]] = val[t];
 }
 
 // Counting sorts, in three steps: count_keys, running_sum, place_by_key. A count stands one entry
@@ -333,87 +291,30 @@ int64_t lower_bound(Range places, Key key, Value bound)
     return places.begin;
 }
 
-/// The same by doubling steps from the first place (Bentley and Yao's unbounded search), where the
-/// bound may be near: the cost is the logarithm of its distance.
-template <class Key, class Value>
-int64_t near_lower_bound(Range places, Key key, Value bound)
+/// Merges two lists of ascending keys: calls `meet(key)` where the keys at both cursors are equal,
+/// which moves the cursors on, and else moves that of the lower key. Reads no key of a list once
+/// the other is used up, and leaves the cursors there.
+template <class KeyA, class KeyB, class Meet>
+void merge(Range& a, KeyA key_a, Range& b, KeyB key_b, Meet meet)
 {
-    int64_t step = 1;
-    int64_t high = places.begin;
-    while (high < places.end && key(high) < bound) {
-        places.begin = high + 1;
-        high += step;
-        step *= 2;
+    while (a.begin < a.end && b.begin < b.end) {
+        const auto left = key_a(a.begin);
+        const auto right = key_b(b.begin);
+        if (left < right)
+            ++a.begin;
+        else if (right < left)
+            ++b.begin;
+        else
+            meet(left);
     }
-    return lower_bound({places.begin, std::min(high, places.end)}, key, bound);
 }
 
 /// Merges two lists of strictly ascending keys and calls `match(a, b)` with the places of each key
-/// that both hold. Reads no key of a list once the other is used up.
+/// that both hold.
 template <class KeyA, class KeyB, class Match>
 void for_each_match(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
 {
-    while (a.begin < a.end && b.begin < b.end) {
-        const auto left = key_a(a.begin);
-        const auto right = key_b(b.begin);
-        if (left < right) {
-            ++a.begin;
-        } else if (right < left) {
-            ++b.begin;
-        } else {
-            match(a.begin, b.begin);
-            ++a.begin;
-            ++b.begin;
-        }
-    }
-}
-
-/// for_each_run over ascending whole-numbered keys, for runs that may be long: the end of each is
-/// searched.
-template <class Key, class Run>
-int64_t for_each_long_run(int64_t begin, int64_t end, Key key, Run run)
-{
-    while (begin < end) {
-        const auto common = key(begin);
-        const int64_t next = near_lower_bound({begin + 1, end}, key, common + 1);
-        run(common, Range{begin, next});
-        begin = next;
-    }
-    return begin;
-}
-
-/// for_each_match where the keys of `b` ascend and there may be many more of them than of `a`: `b`
-/// is searched, so that the cost is that of `a` times the logarithm of the distances in `b`.
-template <class KeyA, class KeyB, class Match>
-void for_each_match_in_long(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
-{
-    for (; a.begin < a.end && b.begin < b.end; ++a.begin) {
-        const auto key = key_a(a.begin);
-        b.begin = near_lower_bound(b, key_b, key);
-        if (b.begin < b.end && !(key < key_b(b.begin))) match(a.begin, b.begin++);
-    }
-}
-
-/// Merges two lists by their runs of equal ascending keys and calls `meet(key, run_a, run_b)` for
-/// each key that both hold. Leaves the cursors where one of the lists is used up.
-template <class KeyA, class KeyB, class Meet>
-void for_each_meeting(Range& a, KeyA key_a, Range& b, KeyB key_b, Meet meet)
-{
-    while (a.begin < a.end && b.begin < b.end) {
-        const auto left = key_a(a.begin);
-        const auto right = key_b(b.begin);
-        if (left < right) {
-            ++a.begin;
-        } else if (right < left) {
-            ++b.begin;
-        } else {
-            const Range run_a{a.begin, run_end(a.begin + 1, a.end, key_a, left)};
-            const Range run_b{b.begin, run_end(b.begin + 1, b.end, key_b, left)};
-            meet(left, run_a, run_b);
-            a.begin = run_a.end;
-            b.begin = run_b.end;
-        }
-    }
+    merge(a, key_a, b, key_b, [&](const auto&) { match(a.begin++, b.begin++); });
 }
 
 } // namespace fragments

@@ -112,6 +112,17 @@ inline int scaled_atoms(Code code, int terms, int atoms)
     return code == Code::none ? 0 : code == Code::constant ? terms : atoms + 2 * terms;
 }
 
+/// Runs `body<true>()` if there is code, else `body<false>()`: no loop over terms tests it then.
+template <class Body>
+void for_code(bool coded, Body body)
+{
+    if (coded) {
+        body.template operator()<true>();
+    } else {
+        body.template operator()<false>();
+    }
+}
+
 /// Running sizes of a result.
 struct Sizes
 {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "algorithms.h"
 #include "array.h"
 
 namespace fragments {
@@ -18,17 +19,6 @@ inline int64_t subscript(int64_t linear, int64_t stride, int64_t extent)
                static_cast<uint32_t>(extent);
     return linear / stride % extent;
 }
-
-/// The subscripts of a linear index, each computed when it is asked for.
-template <class S>
-struct Subscripts
-{
-    int64_t linear;
-    I64<S> strides;
-    I32<S> shape;
-
-    int64_t operator[](int64_t k) const { return subscript(linear, strides[k], shape[k]); }
-};
 
 /// The subscripts of a linear index in all `nd` dimensions, each by its own stride and extent.
 template <class S, class Subscripts>
@@ -57,13 +47,20 @@ bool out_of_range(int subscript, I32<S> shape, int64_t k)
     return subscript < 0 || subscript >= shape[k];
 }
 
-/// `flag`, or whether some subscript of the table, a row for each element, is out of range.
+/// Whether some subscript of row `i` of the table is out of range; the first `nd` columns count.
 template <class S>
-bool any_out_of_range(bool flag, Matrix<int32_t, S> table, I32<S> shape)
+bool row_out_of_range(Matrix<int32_t, S> table, int64_t i, int nd, I32<S> shape)
 {
-    for (int i = 0; !flag && i < table.rows(); ++i)
-        for (int k = 0; !flag && k < table.columns(); ++k)
-            flag = out_of_range(table(i, k), shape, k);
+    for (int k = 0; k < nd; ++k)
+        if (out_of_range(table(i, k), shape, k)) return true;
+    return false;
+}
+
+/// `flag`, or whether that holds for some row of the table.
+template <class S>
+bool any_out_of_range(bool flag, Matrix<int32_t, S> table, int nd, I32<S> shape)
+{
+    for (int i = 0; !flag && i < table.rows(); ++i) flag = row_out_of_range(table, i, nd, shape);
     return flag;
 }
 
@@ -76,12 +73,30 @@ bool any_out_of_range(bool flag, I32<S> indexes, I32<S> shape)
     return flag;
 }
 
-/// `initial` plus the linear index of row `i` of the table, of which `nd` columns count.
-template <class S, class Strides>
-int64_t linear_of_row(int64_t initial, Matrix<int32_t, S> table, int64_t i, int nd, Strides strides)
+/// A row of a table of subscripts as a list.
+template <class S>
+struct TableRow
 {
-    for (int k = 0; k < nd; ++k) initial += table(i, k) * strides[k];
-    return initial;
+    Matrix<int32_t, S> table;
+    int64_t row;
+
+    int32_t operator[](int64_t k) const { return table(row, k); }
+};
+
+/// `initial` plus the linear index of row `i` of the table, in the type of `initial`; the first
+/// `nd` columns count.
+template <class Sum, class S, class Strides>
+Sum linear_of_row(Sum initial, Matrix<int32_t, S> table, int64_t i, int nd, Strides strides)
+{
+    return dot_n(initial, TableRow<S>{table, i}, strides, nd);
+}
+
+/// Adds the linear index of each of the first `n` rows of the table to its entry of `sp`.
+template <class S>
+void add_linear_indexes(int n, int nd, I64<S> strides, I64<S> sp, Matrix<int32_t, S> table)
+{
+    for (int i = 0; i < n; ++i)
+        for (int k = 0; k < nd; ++k) sp[i] += table(i, k) * strides[k];
 }
 
 /// The entry of `list` at each row of the table.
@@ -90,7 +105,7 @@ void pick_rows(Array<T, S> list, Matrix<int32_t, S> table, int nd, I64<S> stride
                Array<T, S> target)
 {
     for (int i = 0; i < table.rows(); ++i)
-        target[i] = list[linear_of_row(0, table, i, nd, strides)];
+        target[i] = list[linear_of_row(int64_t{0}, table, i, nd, strides)];
 }
 
 /// Whether first[k] <= subscripts[k] < last[k] in all `nd` dimensions, in ascending order up to the
@@ -128,11 +143,11 @@ inline int64_t linear_in_longer(int64_t linear, int64_t d1, int64_t d2, int64_t 
     return linear + (offset + linear / (d1 * d2) * (rd1 - d1)) * d2;
 }
 
-/// Whether some linear index lies outside a shape of `size` positions.
+/// Whether some of the first `n` linear indexes lies outside a shape of `size` positions.
 template <class S>
-bool has_bad_index(int64_t size, I64<S> list)
+bool has_bad_index(int64_t size, I64<S> list, int64_t n)
 {
-    for (int64_t k = 0; k < list.length(); ++k)
+    for (int64_t k = 0; k < n; ++k)
         if (list[k] < 0 || list[k] >= size) return true;
     return false;
 }

@@ -27,13 +27,21 @@ def relaxation(nodes, edges):
 
 
 def main(graph, path):
-    with open(graph, encoding="ascii") as file:
-        nodes, count, *ends = map(int, file.read().split())
-    if len(ends) != 2 * count or not all(1 <= end <= nodes for end in ends):
+    try:
+        with open(graph, encoding="ascii") as file:
+            nodes, count, *ends = map(int, file.read().split())
+    except ValueError:
+        nodes, count, ends = 0, 0, ()
+    if nodes < 1 or len(ends) != 2 * count or not all(1 <= end <= nodes for end in ends):
         sys.exit("maxcut: %s is no graph" % graph)
     with open(path, "w", encoding="ascii") as file:
         relaxation(nodes, [(i - 1, j - 1) for i, j in zip(ends[::2], ends[1::2])]).write(file)
 
 
 if __name__ == "__main__":
-    main(*sys.argv[1:])
+    if len(sys.argv) != 3:
+        sys.exit("usage: " + __doc__.split(":")[0])
+    try:
+        main(*sys.argv[1:])
+    except OSError as error:
+        sys.exit("maxcut: %s: %s" % (error.filename, error.strerror))

@@ -9,8 +9,9 @@ import unittest
 from array import array
 
 from host import expressions
+from host.closures import Closures
 from host.stacks import Expression, Stack
-from support import push
+from support import MARKER, gaps, push, strided
 
 KINDS = {"i": "i32", "q": "i64", "d": "f64"}
 
@@ -57,6 +58,16 @@ class Evaluator(expressions.Evaluator):
         header = vars(push(self.w, model))
         header.pop("nd")
         return Expression(shape=tuple(model.shape), finished=False, **header)
+
+
+def call_spread(closures, number, *arguments, call=Closures.__call__):
+    """Calls a closure with the elements of each array apart in a larger one."""
+    spread = {id(a): (a, strided(a)) for a in arguments if isinstance(a, array) and len(a) > 0}
+    result = call(closures, number, *(spread.get(id(a), (a, a))[1] for a in arguments))
+    for a, view in spread.values():
+        a[:] = array(a.typecode, view)
+        assert not set(gaps(view)) - {MARKER[a.typecode]}, number
+    return result
 
 
 class DemoCase(unittest.TestCase):

@@ -7,6 +7,7 @@ products are exact in any order and results compare with ==.
 
 import array
 import importlib
+import itertools
 import random
 from dataclasses import dataclass, field
 from typing import List, Optional, Tuple
@@ -48,6 +49,32 @@ def strided(values, step=3):
     for k, value in enumerate(values):
         view[k] = value
     return view
+
+
+LAYOUTS = (memoryview, strided)
+
+
+def blank(kind, n):
+    return array.array(kind, [MARKER[kind]] * n)
+
+
+def matrix(kind, rows):
+    """A rank-2 array; there is none without elements, which None stands for."""
+    flat = array.array(kind, itertools.chain(*rows))
+    return memoryview(flat).cast("B").cast(kind, [len(rows), len(rows[0])]) if flat else None
+
+
+def assert_table(test, rows):
+    """The closures of each row, with contiguous and strided arrays, give the result that it tells,
+    and leave what it tells in the arrays that held markers before. A row: the closures' numbers,
+    arguments, result, and the content of each such array."""
+    for (numbers, arguments, result, *written), lay in itertools.product(rows, LAYOUTS):
+        for number in numbers:
+            laid = [lay(a[:]) if isinstance(a, array.array) else a for a in arguments]
+            marked = [new for old, new in zip(arguments, laid) if isinstance(old, array.array)
+                      and MARKER[old.typecode] in old]
+            test.assertEqual([call(number, *laid), *map(list, marked)], [result, *written],
+                             (number, arguments))
 
 
 def gaps(view):
@@ -144,6 +171,16 @@ def product(values):
     for value in values:
         result *= value
     return result
+
+
+def positions(shape):
+    """The subscripts of all positions, row-major."""
+    return list(itertools.product(*map(range, shape)))
+
+
+def row_major(shape):
+    """The strides of a shape."""
+    return [product(shape[k + 1 :]) for k in range(len(shape))]
 
 
 def prefix(counts):

@@ -135,7 +135,7 @@ class Operations(unittest.TestCase):
             ("row starts", lambda: e.push_expression([2], [0, 0], [0, 2, 1], [1, 2], [1, 1])),
             ("row starts", lambda: e.push_expression([1], [0], [0, 2], [1], [1])),
             ("doesn't lie", lambda: Variable([3], [1, 2, 3]).slice([1], [4])),
-            ("native indexes", lambda: Variable([3], [1, 2])),
+            ("don't fit", lambda: Variable([3], [1, 2])),
         ]
         e.push_variable(Variable([1], [1]))
         for text, refused in cases:

@@ -10,8 +10,8 @@ from host.arrays import Bounds, IndexArray
 from host.matrices import DenseMatrix, SparseMatrix
 from host.variables import Variable
 from host_support import Evaluator
-from support import product
-from test_host_sums import HostCase, cases, positions
+from support import positions, product
+from test_host_sums import HostCase, cases
 
 
 class Arrays(HostCase):
@@ -56,10 +56,12 @@ class Arrays(HostCase):
     def test_refusals(self):
         ev, a, b = Evaluator(), IndexArray([2, 3], range(6)), IndexArray([4], [7], [2])
         order, one = SparseMatrix(2, 1, [1, 0], [0, 0], [1, 1]), DenseMatrix(1, 1, [1])
+        row = SparseMatrix(1, 1, [0], [0], [1])
         for message, method, *calls in (
                 ("lies outside", a.at, (2, 0), (0, -1), (2**40, 0)), ("no element is", b.at, (3,)),
                 ("the box", a.box, ([0, 0], [2, 4]), ([1, 0], [0, 1])), ("box", b.range, (0, 5)),
-                ("-1", ev.push_parameters, ([2], [0, -1])), ("equal", Bounds.dense, (one, order)),
+                ("-1", ev.push_parameters, ([2], [0, -1])), ("equal", Bounds.sparse, (row, order)),
+                ("need each", Bounds.dense, (one, row)), ("need each", Bounds.listed, (one, row)),
                 ("fit", ev.push_parameters, ([3], [0])), ("ascend", Bounds.sparse, (order, order))):
             for arguments in calls:
                 self.refuse(ev, message, method, *arguments)

@@ -148,13 +148,18 @@ class GrowingModels(unittest.TestCase):
         for item in (y, x, view, Model(Problem()).variable([1]), p):
             self.assertRaisesRegex(ValueError, "can", model.remove, item)
         self.assertEqual((model.solve(), model.objective()), ("optimal", 20.0))
+        e, views = push(y), (y.repeat(2, 0).pick([[1]]), y.stack([x, y], 0))
         model.remove(constraint)
+        row = constraint.slice([0], [1]).element(0)
         model.remove(y)
-        for use, item in ((model.row_levels, constraint), (model.row_duals, constraint),
-                          (model.levels, y), (model.duals, y), (model.minimize, push(y)),
-                          (lambda e: model.constrain(e, 0.0, 1.0), push(y)),
-                          (model.remove, constraint), (model.remove, y)):
-            self.assertRaisesRegex(ValueError, "not any more|removed before", use, item)
+        for use, *items in ((model.row_levels, constraint, row), (model.row_duals, constraint),
+                            (model.levels, y, *views), (model.duals, y), (model.minimize, e),
+                            (lambda e: model.constrain(e, 0.0, 1.0), e), (push, y, *views),
+                            (model.remove, constraint, y)):
+            for item in items:
+                self.assertRaisesRegex(ValueError, "any more|removed before", use, item)
+        model.variable([1])  # takes the column of y
+        self.assertRaisesRegex(ValueError, "not in the model any more", push, views[0])
         self.assertRaisesRegex(ValueError, "no solution", model.levels, x)
         self.assertEqual((model.solve(), model.objective()), ("optimal", 27.0))
 

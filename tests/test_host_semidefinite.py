@@ -101,8 +101,11 @@ class Format(unittest.TestCase):
     def test_errors_name_the_line(self):
         for line, what, text in (
             (1, "number of constraints is 0", sdpa(0, [1], "")),
-            (3, "dimension 0", sdpa(1, [0], "1")),
-            (4, "ends before the constants", sdpa(2, [2], "1")),
+            (3, "dimension 0", sdpa(1, [0], "1")), (3, "more than", sdpa(1, [1, 10 ** 5], "1")),
+            (4, "1 of 2 numbers stand where the constants", sdpa(2, [2], "1")),
+            (5, "five numbers", sdpa(1, [2], "1", "* late", "1 1 1 1 1")),
+            (2, "0 of 1 numbers stand where the number of blocks", "1\n\n1\n2\n1\n"),
+            (4, "'1_0' stands", sdpa(1, [2], "1_0")),
             (4, "not finite", sdpa(1, [2], "inf")),
             (5, "five numbers", sdpa(1, [2], "1", "1 1 1 1")),
             (5, "five numbers", sdpa(1, [2], "1", "1 1 1 1 1 more")),

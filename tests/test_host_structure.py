@@ -5,8 +5,8 @@ from unittest import mock
 
 from host import structure
 from host_support import Evaluator
-from support import Model, Sampler, Term
-from test_host_sums import HostCase, cases, positions
+from support import Model, Sampler, Term, positions
+from test_host_sums import HostCase, cases
 
 
 class Structure(HostCase):
@@ -74,19 +74,19 @@ class Structure(HostCase):
                     ([e, f], 2, "differ in no other"), ([e, e, f], 0, "differ in no other"),
                     ([e, g], 1, "differ in no other"), ([e, e, g], 2, "differ in no other")):
                 self.refuse(ev, message, ev.stack, operands, dim)
-            for copies, dim in ((1, -1), (1, 2), (-1, 0)):
+            for copies, dim in ((1, -1), (1, 2), (-1, 0), (0.5, 0), (1, None)):
                 self.refuse(ev, "can't be repeated", ev.repeat, e, copies, dim)
             self.refuse(ev, "not two dimensions", ev.transpose, g)
             for perm in ([0], [0, 0], [1, 2], [-1, 0], [0, 1, 2]):
                 self.refuse(ev, "no permutation", ev.permute_dims, e, perm)
             for first, last in (([0], [1]), ([0, 0], [1]), ([-1, 0], [1, 1]), ([0, 0], [2, 4]),
                                 ([1, 0], [0, 3])):
-                self.refuse(ev, "no box", ev.slice, e, first, last)
-            for index in (-1, 6, 2**80):
-                self.refuse(ev, "outside of the shape", ev.pick, e, [0, index])
-            for row in ([2, 0], [0, -1], [0, 3], [0, 2**40]):
-                self.refuse(ev, "outside of the shape", ev.pick_subscripts, e, [[0, 0], row])
-            self.refuse(ev, "no row of subscripts", ev.pick_subscripts, e, [[0, 0], [0]])
+                self.refuse(ev, "the box", ev.slice, e, first, last)
+            for index in (-1, 6, 2**80, 0.5):
+                self.refuse(ev, "entry 1, at", ev.pick, e, [0, index])
+            for row in ([2, 0], [0, -1], [0, 3], [0, 2**40], [0, 1.0]):
+                self.refuse(ev, "entry 1, at", ev.pick_subscripts, e, [[0, 0], row])
+            self.refuse(ev, "has 2 subscripts", ev.pick_subscripts, e, [[0, 0], [0]])
             done = ev.finish(e)
             for method, arguments in ((ev.repeat, (1, 0)), (ev.transpose, ()), (ev.pick, ([],)),
                                       (ev.permute_dims, ([0, 1],)), (ev.pick_subscripts, ([],)),
@@ -97,9 +97,12 @@ class Structure(HostCase):
     def test_more_than_32_bits_of_positions(self):
         n, ev = 70000, Evaluator()
         e = ev.push(Model([n, n], [[Term(1, 2.0)], [Term(2, 4.0)]], [n - 1, n * n - 1]))
+        wide = ev.push(Model([2, n, n], [[Term(1, 2.0)]], [n * n + 5]))
         for method, arguments, sp in (
                 (ev.stack, ([e, e], 0), [n - 1, n * n - 1, n * n + n - 1, 2 * n * n - 1]),
                 (ev.stack, ([e, e], 1), [n - 1, 2 * n - 1, 2 * n * n - n - 1, 2 * n * n - 1]),
+                (ev.stack, ([wide, wide], 1), [2 * n * n + 5, 3 * n * n + 5]),
+                (ev.repeat, (wide, 2, 1), [2 * n * n + 5, 3 * n * n + 5]),
                 (ev.repeat, (e, 2, 1), [n - 1, 2 * n - 1, 2 * n * n - n - 1, 2 * n * n - 1]),
                 (ev.transpose, (e,), [n * n - n, n * n - 1]),
                 (ev.permute_dims, (e, [1, 0]), [n * n - n, n * n - 1]),
@@ -109,10 +112,9 @@ class Structure(HostCase):
                 self.assertEqual(list(section), sp)
         self.assertEqual(ev.pick(e, [n * n - 1, 0]).nnz, 1)
         self.refuse(ev, "can't have 2147530000 positions", ev.repeat, e, 30679, 0)
-        wide = ev.push(Model([2, n, n], [], []))
         self.refuse(ev, "can't have 4900000000 positions", ev.stack, [wide, wide], 0)
         self.refuse(ev, "can't have 4900000000 positions", ev.permute_dims, wide, [0, 2, 1])
-        self.refuse(ev, "64 bits", ev.repeat, ev.push(Model([n, n, n, 20000], [], [])), 5, 3)
+        self.refuse(ev, "is no shape", ev.repeat, ev.push(Model([n, n, n, 20000], [], [])), 5, 3)
         empty = ev.push(Model([n, n, 0], []))
         self.refuse(ev, "can't have 4900000000 positions", ev.stack, [empty, empty], 2)
 

@@ -1,13 +1,14 @@
 """The host's views of variables and constraints: each lists the array as it was moved, and as an
 expression has the values of the moved array."""
 
+import operator
 import unittest
 from itertools import accumulate
 
 from host.model import Constraint
 from host.variables import Variable
-from support import i32, product, read
-from test_host_sums import HostCase, cases, positions
+from support import i32, positions, product, read
+from test_host_sums import HostCase, cases
 
 
 def packed(i, j):
@@ -33,8 +34,28 @@ class Views(HostCase):
             self.assertEqual(read(ev.w, ev.push_variable(view)), read(ev.w, twin))
 
     @cases(200)
+    def test_parts(self, s, ev, sparse, _):
+        shape = s.shape(s.rng.randrange(4))
+        (x, stored), at = self.variable(s, shape, sparse), positions(shape)
+        first = [s.rng.randrange(d + 1) for d in shape]
+        last = [s.rng.randrange(a, d + 1) for a, d in zip(first, shape)]
+        box = [b - a for a, b in zip(first, last)]
+        inside = [tuple(map(operator.add, first, y)) for y in positions(box)]
+        self.expect(s, ev, x.slice(first, last), box, sparse,
+                    {z: stored[y] for z, y in zip(positions(box), inside) if y in stored},
+                    ev.slice(ev.push_variable(x), first, last))
+        rows = s.rng.choices(at, k=s.rng.randrange(6)) if at else []
+        self.expect(s, ev, x.pick(rows), [len(rows)], sparse,
+                    {(k,): stored[y] for k, y in enumerate(rows) if y in stored},
+                    None if sparse else ev.pick_subscripts(ev.push_variable(x), rows))
+        c = Constraint(shape, i32(range(len(at))))
+        views = c.slice(first, last), c.pick(rows), *(c.element(*y) for y in rows[:1])
+        self.assertEqual([[at[code] for code in view.nativeidxs] for view in views],
+                         [inside, rows, *([y] for y in rows[:1])])
+
+    @cases(200)
     def test_order_of_dimensions(self, s, ev, sparse, _):
-        shape = s.shape(s.rng.randrange(1, 5))
+        shape = s.shape(s.rng.randrange(5))
         x, stored = self.variable(s, shape, sparse)
         perm = s.rng.sample(range(len(shape)), len(shape))
         move = lambda y: tuple(y[k] for k in perm)
@@ -71,7 +92,7 @@ class Views(HostCase):
 
     @cases(200)
     def test_stack(self, s, ev, sparse, mixed):
-        shape = s.shape(s.rng.randrange(1, 4))
+        shape = s.shape(s.rng.randrange(4))
         dim = s.rng.randrange(len(shape) + 1)
         extents = [s.rng.randrange(4) if dim < len(shape) else 1 for _ in range(3)]
         kinds = [sparse or mixed and s.rng.random() < 0.5 for _ in extents]
@@ -85,7 +106,7 @@ class Views(HostCase):
 
     @cases(200)
     def test_repeat(self, s, ev, sparse, _):
-        shape, copies = s.shape(s.rng.randrange(1, 4)), s.rng.randrange(4)
+        shape, copies = s.shape(s.rng.randrange(4)), s.rng.randrange(4)
         dim = s.rng.randrange(-1, len(shape) + 1)
         x, stored = self.variable(s, shape, sparse)
         view, e = x.repeat(copies, dim), ev.push_variable(x)
@@ -117,8 +138,6 @@ class Views(HostCase):
         vector, matrix = Variable([2], [1, 2]), Variable([2, 2], [3, 4, 5, 6])
         for view, shape, codes in (
                 (Variable.stack([vector, matrix], 1), [2, 3], [1, 3, 4, 2, 5, 6]),
-                (rows.slice([0, 1], [2, 3]), [2, 2], [11, 12, 14, 15]),
-                (rows.element(1, 2), [], [15]),
                 (Constraint.stack([rows, same]), [2, 3, 2], [k // 2 for k in range(20, 32)])):
             self.assertEqual((list(view.shape), list(view.nativeidxs)), (shape, codes))
 
@@ -128,19 +147,23 @@ class Views(HostCase):
         for message, method, *arguments in (
                 ("can be transposed", Variable([2], [1, 2]).transpose),
                 ("no order of 2", x.permute_dims, [0, 0]), ("no order of 2", x.permute_dims, [0]),
-                ("doesn't lie", x.slice, [0, 0], [2, 4]), ("doesn't lie", rows.slice, [0], [1]),
+                ("doesn't lie", x.slice, [0, 0], [2, 3.5]), ("doesn't lie", rows.slice, [0], [1]),
                 ("most is", tall.slice, [0] * 3, tall.shape), ("no ascend", x.lower_triangle, 0, 1),
                 ("no extent of a packed", x.unpack_symmetric, 0),
                 ("no dimension 2", x.unpack_symmetric, 2), ("no dimension 3", x.repeat, 1, 3),
-                ("-1 times", x.repeat, -1, 0), ("the most is", tall.repeat, 2, 0),
+                ("-1 times", x.repeat, -1, 0), ("0.5 times", x.repeat, 0.5, 0),
+                ("no dimension None", x.repeat, 1, None), ("no ascend", x.lower_triangle, 0.0, 1),
+                ("the most is", tall.repeat, 2, 0),
                 ("most is", Variable.stack, [tall] * 2, 0), ("most is", Variable.stack, [flat], 1),
-                ("more than", tall.repeat, 2, -1), ("more than", Variable.stack, [flat] * 3, 0),
+                ("no shape", tall.repeat, 2, -1), ("no shape", Variable.stack, [flat] * 3, 0),
                 ("no lower triangles", Variable.semidefinite, [2, 2], 0, 1, [0, 1]),
                 ("no entry", Variable.semidefinite, [1, 1], 0, 1, [-1]),
                 ("needs equal shapes", Variable.stack, [x, x.transpose()], 0),
                 ("a stack needs", Variable.stack, [], 0), ("a stack needs", Variable.stack, [x], 3),
                 ("one shape", Constraint.stack, [rows, rows.slice([0, 0], [1, 3])]),
-                ("no subscripts", rows.element, 2, 0), ("no subscripts", rows.element, 0)):
+                ("lies outside", rows.element, 2, 0), ("has 2 subscripts", rows.element, 0),
+                ("no shape", Variable, [-1], [], []), ("are integers", Variable, [0.5], []),
+                ("outside", Variable, [2], [1], [2]), ("ascend", Variable, [2], [1, 1], [0, 0])):
             with self.subTest(message=message):
                 self.assertRaisesRegex(ValueError, message, method, *arguments)
 

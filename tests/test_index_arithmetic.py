@@ -7,10 +7,9 @@ import random
 import unittest
 
 from product_support import call_by_name
-from support import call, f64, i32, i64, product, strided
+from support import (LAYOUTS, call, f64, i32, i64, matrix, positions, product, row_major,
+                     strided)
 from test_buffers import Buffer
-
-LAYOUTS = (lambda a: a, strided)
 
 # Closures that fold entries of `s` into a value v: operation, bits, places of the entries, and the
 # numbers for each order of parameters.
@@ -65,19 +64,6 @@ def wrap(value, bits=32):
     return (value + 2 ** (bits - 1)) % 2**bits - 2 ** (bits - 1)
 
 
-def table(kind, rows):
-    flat = kind(itertools.chain(*rows))
-    return memoryview(flat).cast("B").cast(flat.typecode, [len(rows), len(rows[0])])
-
-
-def positions(shape):
-    return list(itertools.product(*map(range, shape)))
-
-
-def strides(shape):
-    return [product(shape[k + 1 :]) for k in range(len(shape))]
-
-
 def samples(count=60):
     """Random shapes, with dense and strided layouts in turn."""
     for seed in range(count):
@@ -120,7 +106,7 @@ class Shapes(unittest.TestCase):
             self.assertEqual(list(target), [wrap(x, bits) for x in expected.values()], number)
 
     def test_tables_and_lists_of_shapes(self):
-        shapes, total = table(i32, [[9] * 3] * 3), i32([7, 7])
+        shapes, total = matrix("i", [[9] * 3] * 3), i32([7, 7])
         call(250, 3, 2, shapes)
         call(252, 1, shapes, i32([4, 5]))
         call(253, 1, 3, total, shapes)
@@ -144,8 +130,8 @@ class Shapes(unittest.TestCase):
 class Indexes(unittest.TestCase):
     def test_subscripts_and_linear_indexes(self):
         for rng, shape, lay in samples():
-            nd, sh, st = len(shape), lay(i32(shape)), lay(i64(strides(shape)))
-            places, rows = positions(shape), table(i32, positions(shape))
+            nd, sh, st = len(shape), lay(i32(shape)), lay(i64(row_major(shape)))
+            places, rows = positions(shape), matrix("i", positions(shape))
             for index, p in enumerate(places):
                 for number in (309, 308, 178, 177):
                     self.assertEqual(call(number, index, 2**40, rows, nd, st), 2**40 + index)
@@ -162,7 +148,7 @@ class Indexes(unittest.TestCase):
             idxs, p = lay(i32([9] * len(places))), [rng.randrange(-1, x + 1) for x in shape]
             call(307, idxs, rows, nd, lay(i32(range(5, 5 + len(places)))), st)
             self.assertEqual(list(idxs), list(range(5, 5 + len(places))))
-            self.assertIs(call(305, False, table(i32, [places[0], p]), sh), tuple(p) not in places)
+            self.assertIs(call(305, False, matrix("i", [places[0], p]), sh), tuple(p) not in places)
             self.assertIs(call(310, lay(i32([0, p[0]])), False, sh), p[0] not in range(shape[0]))
 
     def test_stacked_indexes(self):
@@ -172,7 +158,7 @@ class Indexes(unittest.TestCase):
             shape[dim], counts = sum(sizes), list(map(product, parts))
             for i, part in enumerate(parts):
                 sp, first = lay(i64([-9, *range(counts[i]), -9])), sum(sizes[:i])
-                shift = call(297, dim, strides(shape)[dim], shape[dim], lay(i32(sizes)), i,
+                shift = call(297, dim, row_major(shape)[dim], shape[dim], lay(i32(sizes)), i,
                              lay(i64(counts)), counts[i], 1, shift, sp)
                 moved = [p[:dim] + (p[dim] + first,) + p[dim + 1 :] for p in positions(part)]
                 self.assertEqual(list(sp), [-9, *map(positions(shape).index, moved), -9])
@@ -182,7 +168,7 @@ class Indexes(unittest.TestCase):
         for rng, shape, lay in samples():
             sp = [rng.randrange(product(shape)) for _ in range(rng.randrange(9))]
             order, n = rng.sample(range(len(shape)), len(shape)), len(sp)
-            index = (lay(i32(shape)), lay(i64(strides(shape))), lay(i64(sp)))
+            index = (lay(i32(shape)), lay(i64(row_major(shape))), lay(i64(sp)))
             perm, other, ptr = lay(i32(range(n))), lay(i32([0] * n)), lay(i32([8] * 6))
             for dim in reversed(order):
                 call(301, shape[dim], ptr)
@@ -207,7 +193,7 @@ class Indexes(unittest.TestCase):
 
 class Lists(unittest.TestCase):
     def test_gathers(self):
-        size, sp, square = i32([2, 3]), i64([5, 0, 4]), table(f64, [[1, 2, 3], [4, 5, 6]])
+        size, sp, square = i32([2, 3]), i64([5, 0, 4]), matrix("d", [[1, 2, 3], [4, 5, 6]])
         for lay in LAYOUTS:
             vals, dest, places = lay(f64([0] * 7)), lay(i64([9] * 5)), lay(sp)
             for number, arguments, target, expected in (
@@ -219,14 +205,19 @@ class Lists(unittest.TestCase):
                     (316, (dest, size, 1, places), dest, [9, 5, 0, 4, 9])):
                 call(number, *arguments)
                 self.assertEqual(list(target), expected)
+            flat = lay(f64([0] * 11))
+            self.assertEqual((call(286, 2, 3, 4, square, flat, square, lay(f64([0] * 10))), *flat),
+                             (10, *[0] * 4, *range(1, 7), 0))
             for number, more, key, pos in ((314, 0, 4, 0), (314, 0, 4, 1), (313, 2**40, 4, 1),
                                            (313, 2**40, 5, 1), (314, 0, 0, 3)):
                 at = next((k for k in range(pos, 3) if sp[k] >= key), 3)
                 self.assertEqual(call(number, key + more, pos, lay(i64(v + more for v in sp))), at)
-        for number, expected in ((331, [[1, 2, 8], [8, 8, 8]]), (330, [[1, 8, 8], [2, 8, 8]])):
-            target = table(i32, [[8] * 3] * 2)
-            call(number, target, i32([1, 2]))
-            self.assertEqual(target.tolist(), expected)
+        for number, sources, expected in (
+                (331, [[1, 2]], [[1, 2, 8], [8, 8, 8]]), (330, [[1, 2]], [[1, 8, 8], [2, 8, 8]]),
+                (287, [[1, 2], [3, 4]], [[1, 3, 8], [2, 4, 8]])):
+            target = matrix("i", [[8] * 3] * 3)
+            call(number, target, *(strided(i32(source)) for source in sources))
+            self.assertEqual(target.tolist(), [*expected, [8] * 3])
 
 
 if __name__ == "__main__":

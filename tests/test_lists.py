@@ -4,23 +4,12 @@ import bisect
 import itertools
 import random
 import unittest
-from array import array
 
-from support import MARKER, call, f64, i32, i64, strided
+from support import LAYOUTS, MARKER, assert_table, call, f64, i32, i64, matrix
 
-MAKE = {"i": i32, "q": i64, "d": f64}
-LAYOUTS = (lambda a: a, strided)
 I, Q, D = MARKER["i"], MARKER["q"], MARKER["d"]
 BIG = 2**31 - 1
 
-
-def table(kind, rows):
-    """A rank-2 array; there is none without elements, which None stands for."""
-    flat = MAKE[kind](itertools.chain(*rows))
-    return memoryview(flat).cast("B").cast(kind, [len(rows), len(rows[0])]) if flat else None
-
-
-# Closures, arguments, result, and what the arrays hold afterwards that held markers before.
 TABLE = [
     ([645], (1, 3, i32([I] * 4), i32([I] * 4)), None, [I, 2, I, I], [I, I, 1, I]),
     ([638], (2, f64([D] * 4), i32([1, 0, 1]), i32([0, 1, 0]), f64([1, 2, 3])), None, [D, 2, 3, D]),
@@ -35,7 +24,7 @@ TABLE = [
     ([633], (2, 2, 1, i32([I] * 5), i32([I] * 5)), 5, [I, 0, 0, 1, 1], [I, 0, 1, 0, 1]),
     ([632], (f64([9, 1, 2, 3, 4]), 2, 2, f64([D] * 5), 1, 3), 5, [1, 3, D, 2, 4]),
     ([631, 630], (4, 9, 2, i32([7, -1, 50]), i32([3, 8, 50])), (7, 9)),
-    ([629], (table("d", [[3.0], [0.0]]), 2, 1, 1, i32([I] * 3), i32([I] * 3), f64([D] * 3)), 3,
+    ([629], (matrix("d", [[3.0], [0.0]]), 2, 1, 1, i32([I] * 3), i32([I] * 3), f64([D] * 3)), 3,
      [I, 0, 1], [I, 0, 0], [D, 3, 0]),
     ([628, 627], (5, i32([BIG, 2, 9]), 2), 6 - 2**31), ([602], (1, i32([BIG, 2]), 5), 5 * BIG),
     ([626], (2, 1, i32([4, 0]), 10, -1, i32([I] * 3), i32([I] * 3)), None, [I, 14, 10], [I, 3, -1]),
@@ -60,20 +49,14 @@ def cases(count=60):
 
 class Lists(unittest.TestCase):
     def test_table(self):
-        for (numbers, arguments, result, *written), lay in itertools.product(TABLE, LAYOUTS):
-            for number in numbers:
-                laid = [lay(a[:]) if isinstance(a, array) else a for a in arguments]
-                blank = [new for old, new in zip(arguments, laid) if isinstance(old, array)
-                         and MARKER[old.typecode] in old]
-                found = [call(number, *laid), *map(list, blank)]
-                self.assertEqual(found, [result, *written], (number, arguments))
+        assert_table(self, TABLE)
 
     def test_flags(self):
         for rng, lay in cases(200):
             flag, n = rng.random() < 0.5, rng.randrange(5)
             a, b = (rng.choices([-1, 0, 0, 1, 1, 2, 3], k=n) for _ in "ab")
             ai, bi, aq = lay(i32(a)), lay(i32(b)), lay(i64(a))
-            ab = table("i", list(zip(a, b)))
+            ab = matrix("i", list(zip(a, b)))
             found = [call(604, n - 1, aq, flag), call(614, aq, flag), call(621, aq, flag),
                      call(634, 3, 2, n, flag, ai, bi), call(612, i32([3, 2]), flag, ab),
                      call(620, flag, aq, n, 3), call(603, aq, flag, 3)]
@@ -107,7 +90,7 @@ class Lists(unittest.TestCase):
             positions = list(itertools.product(*map(range, shape)))
             sub = rng.choices(positions, k=rng.randrange(1, 9))
             cof_, inst_, sums = rng.choices([1.0, -1.0, 0.5], k=len(sub)), i64([Q] * len(sub)), {}
-            call(613, lay(i32(shape)), inst_, table("i", sub))
+            call(613, lay(i32(shape)), inst_, matrix("i", sub))
             self.assertEqual(list(inst_), [*map(positions.index, sub)])
             order = sorted(range(len(sub)), key=inst_.__getitem__)
             for t in order:

@@ -10,8 +10,8 @@ import unittest
 from declarations import read_declarations
 from product_support import call_by_name, header_bindings, stack_bindings
 from support import (MARKER, OP_CONST, Model, Sampler, Stack, Term, assert_only_sections_written,
-                     call, i32, i64, product, push, read, reserve, strided)
-from test_variables import matrix, positions, row_major
+                     call, i32, i64, matrix, positions, product, push, read, reserve, row_major,
+                     strided)
 
 PARAMETERS = {d.number: " ".join(p.name for p in d.parameters) for d in read_declarations()}
 
@@ -187,7 +187,7 @@ class Structure(unittest.TestCase):
         places, c = positions(shape), chain(shape)
         rows = s.rng.choices(places, k=s.rng.randrange(8)) if places else []
         idxs = c.i64([MARKER["q"]] * len(rows))
-        c(406, idxs=matrix(rows), this_idxs=idxs, shape=c.i32(shape))
+        c(406, idxs=matrix("i", rows), this_idxs=idxs, shape=c.i32(shape))
         c.bound.update(idxs=idxs, spos_base=c.x.reserve("i", len(rows)))
         sizes = c(410 if sparse else 408, rncodeatom=0, rnnz=0)
         c.reserve([len(rows)], False, (sizes[0], len(rows), sizes[1]))
@@ -207,7 +207,7 @@ class Structure(unittest.TestCase):
         for index, total, unfit in ((-1, 5, True), (2**40, 2**40, True), (2**40, 2**41, False)):
             self.assertIs(call(407, i64([0, index]), total, False), unfit)
         for row, unfit in (([2, 0], True), ([0, -1], True), ([1, 3], True), ([1, 2], False)):
-            self.assertIs(call(405, matrix([[0, 0], row]), 2, i32([2, 3]), False), unfit)
+            self.assertIs(call(405, matrix("i", [[0, 0], row]), 2, i32([2, 3]), False), unfit)
 
     def test_extents(self):
         shape, targets = i32([3, 4, 5]), [i32([9] * 4), i32([9] * 4)]

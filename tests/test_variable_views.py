@@ -4,11 +4,11 @@ stacks. A view is right if it lists the array, a dictionary by subscripts here, 
 import random
 import unittest
 
-from support import MARKER, call, i32, i64, product, strided
+from support import (LAYOUTS, MARKER, blank, call, i32, i64, positions, product, row_major,
+                     strided)
 from test_buffers import Buffer
-from test_variables import blank, positions, row_major
 
-LAYOUTS, EDGE = (memoryview, strided), [MARKER["q"]]
+EDGE = [MARKER["q"]]
 # What stands for the source and the targets in the arguments of a call.
 NATIVE, PATTERN, IDXS, SP, PERM, POS, N = "native", "pattern", "idxs", "sp", "perm", "pos", "n"
 

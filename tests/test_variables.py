@@ -5,26 +5,41 @@ import itertools
 import random
 import unittest
 
-from support import (MARKER, Model, Stack, Term, assert_only_sections_written, call, f64, i32, i64,
-                     product, read, reserve, strided)
+from support import (LAYOUTS, MARKER, Model, Stack, Term, assert_only_sections_written,
+                     assert_table, blank, call, f64, i32, i64, matrix, positions, product, read,
+                     reserve, row_major)
 
-LAYOUTS = (lambda a: a, strided)
+I, Q, D, BIG = MARKER["i"], MARKER["q"], MARKER["d"], 2**31
 
-
-def blank(kind, n):
-    return {"i": i32, "q": i64, "d": f64}[kind]([MARKER[kind]] * n)
-
-
-def matrix(rows):
-    """A rank-2 i32 array; there is none without elements, which None stands for."""
-    flat = i32(itertools.chain(*rows))
-    if not flat:
-        return None
-    return memoryview(flat).cast("B").cast("i", shape=[len(rows), len(rows[0])])
-
-
-def positions(shape):
-    return list(itertools.product(*map(range, shape)))
+TABLE = [
+    ([181], (i32([3, 9]), 5, i32([0]), i64([BIG, 1])), 3 * BIG + 5),  # the length of `step` counts
+    ([182], (i32([3, -1]), 5, i64([BIG, 1])), 3 * BIG + 4),
+    ([183], (i64([5, 6, 7, 8]), 2, i64([Q] * 3), 3, -2), None, [8, 6, Q]),
+    ([258], (i32([2, 3, 9]), 10, 2, i64([7, 1])), 27),
+    ([258], (i32([3]), 1, 1, i64([BIG])), 1 - BIG),
+    ([184, 259], (i32([0, 0]), i32([65536, 32768]), 2, 1), -BIG),
+    ([185], (None, None, None, 2, 5, None, None), 5),
+    ([186], (None, None, 5, None, None, None, 2, None, None, None, None), 5),
+    # An entry far out in a shape beyond 32 bits; its place in the box wraps.
+    ([186], (i64([7]), i32([0, 0]), 0, i64([Q]), i32([5, 5]), i32([3, BIG - 1]), 2,
+             i32([3, BIG - 1]), i32([3, BIG - 1]), i64([Q]), i64([2 * (BIG - 1)])), 1, [7], [-2]),
+    ([187], (None, None, None, 2, None, None, 0), None),
+    # Dimension 0 has no carry: one dimension needs no shape, and the count alone ends the walk.
+    ([260], (i32([1, 2, 3]), i32([1]), i32([2]), 1, None, i32([I] * 3), 2), None, [2, 3, I]),
+    # Of lists of different lengths, that of the shorter counts.
+    ([168, 169], (i64([7, 8]), f64([1.5, 2.5, 3.5]), i64([3, 1, 0]), f64([D] * 5)), None,
+     [D, 2.5, D, 1.5, D]),
+    ([194], (i64([7, 8]), i64([Q] * 5), i64([3, 1, 0])), None, [Q, 8, Q, 7, Q]),
+    ([195, 196], (i64([7, 8, 6]), i64([Q] * 5), i64([3, 1])), None, [Q, 8, Q, 7, Q]),
+    ([188], (i64([Q] * 5), 1, i64([Q] * 6), 2, i64([7, 0, -3])), None, [Q, 7, 0, -3, Q],
+     [Q, Q, 0, 1, 2, Q]),
+    ([189], (i64([5, 6]), i64([Q] * 4), 1), None, [Q, 5, 6, Q]),
+    ([191], (2, i64([Q] * 4), 1), None, [Q, 0, 0, Q]),
+    ([192], (i64([7, 8, 9]), i64([Q] * 6), 1, i64([3, 0])), None, [Q, 8, Q, Q, 7, Q]),
+    ([197, 202, 203], (i32([3, -1, -BIG]), i64([Q] * 4)), None, [3, -1, -BIG, Q]),
+    # Without dimensions each row picks the first.
+    ([176], (i64([8, 9]), i64([Q] * 3), matrix("i", [[1], [1]]), 0, None), None, [8, 8, Q]),
+]
 
 
 def linear(shape, subscripts):
@@ -86,50 +101,18 @@ class Slices(unittest.TestCase):
                     self.assertEqual(list(idxs), edge * 2 + [index for index, _ in kept] + edge)
                     self.assertEqual(list(sp), edge * 2 + [place for _, place in kept] + edge)
 
-    def test_line(self):
-        shape = [4, 5, 6]
-        strides = row_major(shape)
-        native = list(range(500, 500 + product(shape)))
-        start = call(181, i32([3, 1, 4]), 0, i32([-1, 2, 0]), i64(strides))
-        step = call(182, i32([-1, 2, 0]), 0, i64(strides))
-        target = blank("q", 3)
-        call(183, i64(native), 2, target, start, step)
-        self.assertEqual(list(target), [native[linear(shape, [3, 1, 4])],
-                                        native[linear(shape, [2, 3, 4])], MARKER["q"]])
-
-    def test_linear_positions_in_64_and_32_bits(self):
-        big = 2**31
-        # The length of `step` counts, not that of the subscripts.
-        self.assertEqual(call(181, i32([3, 9]), 5, i32([0]), i64([big, 1])), 3 * big + 5)
-        self.assertEqual(call(182, i32([3, -1]), 5, i64([big, 1])), 3 * big + 4)
-        self.assertEqual(call(258, i32([2, 3, 9]), 10, 2, i64([7, 1])), 27)
-        self.assertEqual(call(258, i32([3]), 1, 1, i64([big])), 1 - big)
-        self.assertEqual(call(184, i32([0, 0]), i32([65536, 32768]), 2, 1), -big)
-        # A sparse entry far out in a shape beyond 32 bits; its place in the box wraps.
-        shape = i32([3, big - 1])
-        sp = blank("q", 1)
-        call(186, i64([7]), i32([0, 0]), 0, i64([0]), i32([0, 0]), shape, 2, shape, shape, sp,
-             i64([2 * (big - 1)]))
-        self.assertEqual(sp[0], -2)
-
-    def test_absent_arrays(self):
-        self.assertEqual(call(185, None, None, None, 2, 5, None, None), 5)
-        self.assertEqual(call(186, None, None, 5, None, None, None, 2, None, None, None, None), 5)
-        call(187, None, None, None, 2, None, None, 0)
-        # Dimension 0 has no carry: one dimension needs no shape, and the count alone ends the walk.
-        target = blank("i", 2)
-        call(260, i32([1, 2, 3]), i32([1]), i32([2]), 1, None, target, 2)
-        self.assertEqual(list(target), [2, 3])
-
 
 class Picks(unittest.TestCase):
+    def test_table(self):
+        assert_table(self, TABLE)
+
     def test_subscript_table_and_pick(self):
         for nd, lay, seed in itertools.product((1, 2, 3), LAYOUTS, range(20)):
             rng = random.Random(seed)
             shape = [rng.randrange(1, 5) for _ in range(nd)]
             native = [rng.randrange(1000) for _ in range(product(shape))]
             picked = [[rng.randrange(d) for d in shape] for _ in range(rng.randrange(1, 7))]
-            table = matrix([[MARKER["i"]] * nd] * len(picked))
+            table = matrix("i", [[MARKER["i"]] * nd] * len(picked))
             call({1: 171, 2: 173, 3: 172}[nd], *(lay(i32(c)) for c in zip(*picked)), table)
             self.assertEqual(table.tolist(), picked)
             self.assertIs(call(174, False, table, lay(i32(shape))), False)
@@ -138,59 +121,18 @@ class Picks(unittest.TestCase):
             self.assertEqual(list(idxs), [native[linear(shape, p)] for p in picked]
                              + [MARKER["q"]])
 
-    def test_pick_without_dimensions_takes_first(self):
-        idxs = blank("q", 2)
-        call(176, i64([8, 9]), idxs, matrix([[1], [1]]), 0, None)
-        self.assertEqual(list(idxs), [8, 8])
-
     def test_range_of_subscripts(self):
         shape = i32([3, 2])
         for subscripts, bad in (([2, 1], False), ([0, 0], False), ([3, 0], True), ([0, 2], True),
                                 ([-1, 0], True), ([0, -1], True)):
-            self.assertIs(call(174, False, matrix([[1, 1], subscripts, [0, 1]]), shape), bad)
+            self.assertIs(call(174, False, matrix("i", [[1, 1], subscripts, [0, 1]]), shape), bad)
             # Plain indexes are all of dimension 0.
             self.assertIs(call(179, i32([1] + subscripts), False, shape),
                           not all(0 <= s < 3 for s in subscripts))
         for flag in (False, True):
             self.assertIs(call(174, flag, None, None), flag)
             self.assertIs(call(179, None, flag, None), flag)
-            self.assertIs(call(174, flag, matrix([[0, 0]]), shape), flag)
-
-    def test_values_and_indexes_to_dense_positions(self):
-        # The shorter list stands last: its length counts.
-        for lay in LAYOUTS:
-            for number in (168, 169):
-                res = lay(f64([9.0] * 5))
-                call(number, lay(i64([7, 8])), lay(f64([1.5, 2.5, 3.5])), lay(i64([3, 1, 0])), res)
-                self.assertEqual(list(res), [9.0, 2.5, 9.0, 1.5, 9.0])
-            for number, native, sparsity in ((194, [7, 8], [3, 1, 0]), (195, [7, 8, 6], [3, 1]),
-                                             (196, [7, 8, 6], [3, 1])):
-                idxs = lay(i64([0] * 5))
-                call(number, lay(i64(native)), idxs, lay(i64(sparsity)))
-                self.assertEqual(list(idxs), [0, 8, 0, 7, 0])
-
-    def test_dense_list_of_a_stack_of_variables(self):
-        for lay in LAYOUTS:
-            nindex = lay(blank("q", 9))
-            call(189, lay(i64([5, 6])), nindex, 1)
-            call(191, 4, nindex, 3)
-            call(192, lay(i64([7, 8, 9])), nindex, 3, lay(i64([3, 0])))
-            self.assertEqual(list(nindex),
-                             [MARKER["q"], 5, 6, 8, 0, 0, 7, MARKER["q"], MARKER["q"]])
-
-    def test_append_dense_part(self):
-        for lay in LAYOUTS:
-            native, sparsity = lay(blank("q", 6)), lay(blank("q", 6))
-            call(188, native, 1, sparsity, 2, lay(i64([7, 0, -3])))
-            gap = [MARKER["q"]]
-            self.assertEqual(list(native), gap + [7, 0, -3] + gap * 2)
-            self.assertEqual(list(sparsity), gap * 2 + [0, 1, 2] + gap)
-
-    def test_widen(self):
-        for number, lay in itertools.product((197, 202, 203), LAYOUTS):
-            r = lay(blank("q", 4))
-            call(number, lay(i32([3, -1, -(2**31)])), r)
-            self.assertEqual(list(r), [3, -1, -(2**31), MARKER["q"]])
+            self.assertIs(call(174, flag, matrix("i", [[0, 0]]), shape), flag)
 
     def test_variable_as_expression(self):
         for sparse, step, n in itertools.product((False, True), (1, 3), (0, 1, 50)):

@@ -85,9 +85,7 @@ CLOSURE(544, void,
 // A shape without axis `n`, in two parts.
 
 CLOSURE_AS(538, void, (int n, I32 r, I32 shape), copy_n(shape, n, r))
-CLOSURE(539, void, (int n, I32 r, I32 shape))
-{
-    copy_n(shape.from(int64_t{n} + 1), shape.length() - 1 - n, r.from(n));
-}
+CLOSURE_AS(539, void, (int n, I32 r, I32 shape),
+           copy_n(shape.from(int64_t{n} + 1), shape.length() - 1 - n, r.from(n)))
 
 } // namespace fragments

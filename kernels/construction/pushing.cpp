@@ -8,6 +8,8 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
+#include "subscripts.h"
+#include "triplet_matrix.h"
 
 namespace fragments {
 
@@ -65,7 +67,10 @@ CLOSURE_AS(594, void, (I64 ptrb, int n), running_sum(ptrb, n))
 
 CLOSURE(595, void, (I64 idxs, I64 ii, int n, I64 ptrb, I64 subj))
 {
-    for (int k = 0; k < n; ++k) subj[ptrb[ii[k]]++] = idxs[k];
+    for (int k = 0; k < n; ++k) {
+        subj[ptrb[ii[k]]] = idxs[k];
+        ++ptrb[ii[k]];
+    }
 }
 
 CLOSURE_AS(596, void, (I64 ptrb, int n), shift_up(ptrb, n))

@@ -8,7 +8,6 @@
 // that a radix sort makes (561 to 563). The result of a sparse operand is sparse.
 
 #include <algorithm>
-#include <type_traits>
 #include <utility>
 
 #include "algorithms.h"
@@ -72,36 +71,18 @@ void merge_with_mirror(const MirroredOrder<S>& order, int& i1, int& i2, Halve ha
     }
 }
 
-/// Calls `write` with a constant that says whether the result has code, so that the copies of terms
-/// without code carry nothing of it.
-template <class Write>
-void with_code(int rncodeatom, Write write)
-{
-    if (rncodeatom != 0) {
-        write(std::true_type{});
-    } else {
-        write(std::false_type{});
-    }
-}
-
 } // namespace
 
 CLOSURE_AS(556, int, (int maxd, int nd, int shape_base, I32 wi32),
            greatest(maxd, wi32.from(shape_base), nd))
 
 /// dim[0], dim[2] and dim[4] of the view around axes `dim1` and `dim2`, each times what it holds.
-CLOSURE(557, void, (I32 dim, int dim1, int shape_base, I32 wi32))
-{
-    fold_extents(wi32.from(shape_base), {0, dim1}, dim, 0);
-}
-CLOSURE(558, void, (I32 dim, int dim1, int dim2, int shape_base, I32 wi32))
-{
-    fold_extents(wi32.from(shape_base), {int64_t{dim1} + 1, dim2}, dim, 2);
-}
-CLOSURE(559, void, (I32 dim, int dim2, int nd, int shape_base, I32 wi32))
-{
-    fold_extents(wi32.from(shape_base), {int64_t{dim2} + 1, nd}, dim, 4);
-}
+CLOSURE_AS(557, void, (I32 dim, int dim1, int shape_base, I32 wi32),
+           fold_extents(wi32.from(shape_base), {0, dim1}, dim, 0))
+CLOSURE_AS(558, void, (I32 dim, int dim1, int dim2, int shape_base, I32 wi32),
+           fold_extents(wi32.from(shape_base), {int64_t{dim1} + 1, dim2}, dim, 2))
+CLOSURE_AS(559, void, (I32 dim, int dim2, int nd, int shape_base, I32 wi32),
+           fold_extents(wi32.from(shape_base), {int64_t{dim2} + 1, nd}, dim, 4))
 
 /// stride[3] down to stride[0] of the view, in 64 bits; stride[4] is the host's.
 CLOSURE_AS(560, void, (I32 dim, I64 stride), row_major_strides(dim, 5, stride))
@@ -177,7 +158,7 @@ CLOSURE(566, results(int, int, int, int, int),
     auto r = SPARSE_RESULT(codei, eli, nnzi);
     const MirroredOrder<Stride> order{nelem, wi64.from(sp_base), xi64.from(xsp_base),
                                       xi32.from(curperm_base)};
-    with_code(rncodeatom, [&](auto coded) {
+    for_code(rncodeatom != 0, [&]<bool coded> {
         const Code form = coded ? Code::scaled : Code::none;
         merge_with_mirror(
             order, i1, i2, [&](int q) { r.append_scaled(e, q, 0.5, form); },
@@ -219,7 +200,7 @@ CLOSURE(569, results(int, int, int, int),
 {
     const auto e = STACKED_OPERAND();
     auto r = STACKED_RESULT(codei, relemi, nnzi);
-    with_code(rncodeatom, [&](auto coded) {
+    for_code(rncodeatom != 0, [&]<bool coded> {
         const Code form = coded ? Code::scaled : Code::none;
         for_each_position(extents(dim), [&](const Position& x) {
             if (x.i == x.j) {

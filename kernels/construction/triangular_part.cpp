@@ -38,18 +38,12 @@ int list_positions(bool lower, I32<S> dim, I32<S> stride, int n, I64<S> position
 } // namespace
 
 /// dim[0], dim[2] and dim[4] of the view, each times what it holds.
-CLOSURE(545, void, (I32 dim, int shape_base, I32 wi32, int xdim))
-{
-    fold_extents(wi32.from(shape_base), {0, xdim}, dim, 0);
-}
-CLOSURE(546, void, (I32 dim, int shape_base, I32 wi32, int xdim, int ydim))
-{
-    fold_extents(wi32.from(shape_base), {int64_t{xdim} + 1, ydim}, dim, 2);
-}
-CLOSURE(547, void, (I32 dim, int nd, int shape_base, I32 wi32, int ydim))
-{
-    fold_extents(wi32.from(shape_base), {int64_t{ydim} + 1, nd}, dim, 4);
-}
+CLOSURE_AS(545, void, (I32 dim, int shape_base, I32 wi32, int xdim),
+           fold_extents(wi32.from(shape_base), {0, xdim}, dim, 0))
+CLOSURE_AS(546, void, (I32 dim, int shape_base, I32 wi32, int xdim, int ydim),
+           fold_extents(wi32.from(shape_base), {int64_t{xdim} + 1, ydim}, dim, 2))
+CLOSURE_AS(547, void, (I32 dim, int nd, int shape_base, I32 wi32, int ydim),
+           fold_extents(wi32.from(shape_base), {int64_t{ydim} + 1, nd}, dim, 4))
 
 /// stride[3] down to stride[0] of the view, in 32 bits; stride[4] is the host's.
 CLOSURE_AS(548, void, (I32 dim, I32 stride), row_major_strides(dim, 5, stride))

@@ -115,10 +115,7 @@ CLOSURE(509, bool, (int n, I32 nd, bool sameshape, I32 shape_base, I32 wi32))
     return sameshape;
 }
 
-CLOSURE(510, bool, (bool anycode, int n, I32 ncodeatom))
-{
-    return has_code(anycode, n, ncodeatom);
-}
+CLOSURE_AS(510, bool, (bool anycode, int n, I32 ncodeatom), has_code(anycode, n, ncodeatom))
 
 /// Sizes of the scatter path: (rncodeatom, rnnz), added to.
 CLOSURE(511, results(int, int),
@@ -145,10 +142,8 @@ CLOSURE(513, void, (I32 nd, I32 ri32, int rshape_base, I32 shape_base, I32 wi32)
     if (nd[0] > 0) copy_n(wi32.from(shape_base[0]), nd[0], ri32.from(rshape_base));
 }
 
-CLOSURE(514, void, (I32 ri32, int rnelem, int rptr_base))
-{
-    fill_n(ri32.from(rptr_base), int64_t{rnelem} + 1, 0);
-}
+CLOSURE_AS(514, void, (I32 ri32, int rnelem, int rptr_base),
+           fill_n(ri32.from(rptr_base), int64_t{rnelem} + 1, 0))
 
 CLOSURE(515, void, (int rncodeatom, int rnelem, int xcode_base, I32 xi32))
 {

@@ -5,6 +5,7 @@
 #include "algorithms.h"
 #include "closure_frame.h"
 #include "scratch.h"
+#include "subscripts.h"
 
 namespace fragments {
 
@@ -15,8 +16,7 @@ namespace {
 template <class S, class Strides, class Row>
 void for_each_listed(Matrix<int32_t, S> table, int64_t n, int nd, Strides strides, Row row)
 {
-    for (int64_t i = 0; i < n; ++i)
-        row(i, dot_n(int32_t{0}, MatrixRow<int32_t, S>{table, i}, strides, nd));
+    for (int64_t i = 0; i < n; ++i) row(i, linear_of_row(int32_t{0}, table, i, nd, strides));
 }
 
 } // namespace

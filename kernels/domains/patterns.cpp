@@ -6,19 +6,11 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
+#include "subscripts.h"
 
 namespace fragments {
 
 namespace {
-
-/// Whether a row of the table lies in the shape.
-template <class S>
-bool in_shape(Matrix<int32_t, S> table, int64_t row, I32<S> shape)
-{
-    for (int k = 0; k < table.columns(); ++k)
-        if (table(row, k) < 0 || table(row, k) >= shape[k]) return false;
-    return true;
-}
 
 /// The linear index of the subscripts subscript(0) to subscript(nd - 1), of products in 32 bits and
 /// a sum in 64.
@@ -37,7 +29,7 @@ bool read_pattern(bool bad, int n, I32<S> shape, Matrix<int32_t, S> sp, I64<S> s
                   I32<S> strides)
 {
     for (int64_t i = 0; !bad && i < n; ++i) {
-        bad = !in_shape(sp, i, shape);
+        bad = row_out_of_range(sp, i, sp.columns(), shape);
         if (bad) break;
         sparsity[i] = linear_index(
             sp.columns(), [&](int k) { return sp(i, k); }, strides);
@@ -73,8 +65,7 @@ CLOSURE_AS(42, bool, (bool sorted, I64 sp), strictly_ascending(sorted, sp, sp.le
 /// Linear indexes in 64 bits of the first `n` rows of a table that is known to be in range.
 CLOSURE(44, void, (int nd, int n, I64 sp, I32Matrix sparsity, I64 strides))
 {
-    for (int64_t i = 0; i < n; ++i)
-        sp[i] = dot_n(int64_t{0}, MatrixRow<int32_t, Stride>{sparsity, i}, strides, nd);
+    for (int64_t i = 0; i < n; ++i) sp[i] = linear_of_row(int64_t{0}, sparsity, i, nd, strides);
 }
 
 /// Linear indexes of the first `n` rows of the table `sp`, in all of its columns. Returns whether

@@ -4,6 +4,7 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
+#include "triplet_matrix.h"
 
 namespace fragments {
 

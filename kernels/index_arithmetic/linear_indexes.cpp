@@ -63,7 +63,8 @@ CLOSURE_AS(307, void, (I32 idxs, I32Matrix midxs, int nd, I32 nidxs, I64 strides
            pick_rows(nidxs, midxs, nd, strides, idxs))
 
 /// Whether `bad`, or some subscript of the table is outside its dimension.
-CLOSURE_AS(305, bool, (bool bad, I32Matrix midxs, I32 shape), any_out_of_range(bad, midxs, shape))
+CLOSURE_AS(305, bool, (bool bad, I32Matrix midxs, I32 shape),
+           any_out_of_range(bad, midxs, midxs.columns(), shape))
 
 /// The same for plain indexes, all of dimension 0.
 CLOSURE_AS(310, bool, (I32 idxs, bool bad, I32 shape), any_out_of_range(bad, idxs, shape))

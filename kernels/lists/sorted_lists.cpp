@@ -73,11 +73,8 @@ CLOSURE_AS(621, bool, (I64 inst_, bool sorted), ascending(sorted, inst_, inst_.l
 CLOSURE_AS(614, bool, (I64 inst_, bool sorted), ascending(sorted, inst_, inst_.length()))
 
 /// `anybad`, or whether one of the first `n` indexes is outside [0, `size`).
-CLOSURE(620, bool, (bool anybad, I64 inst_, int n, long long size))
-{
-    for (int64_t i = 0; !anybad && i < n; ++i) anybad = inst_[i] < 0 || inst_[i] >= size;
-    return anybad;
-}
+CLOSURE_AS(620, bool, (bool anybad, I64 inst_, int n, long long size),
+           anybad || has_bad_index(size, inst_, n))
 
 /// `size` times all extents.
 CLOSURE_AS(619, long long, (I32 dims_, long long size), product(size, dims_, dims_.length()))
@@ -95,6 +92,6 @@ CLOSURE(613, void, (I32 dims_, I64 inst_, I32Matrix sub))
 
 /// `outofrange`, or whether some subscript is outside its dimension.
 CLOSURE_AS(612, bool, (I32 dims_, bool outofrange, I32Matrix sub),
-           any_out_of_range(outofrange, sub, dims_))
+           any_out_of_range(outofrange, sub, sub.columns(), dims_))
 
 } // namespace fragments

@@ -4,6 +4,7 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
+#include "triplet_matrix.h"
 
 namespace fragments {
 
@@ -46,12 +47,8 @@ CLOSURE(635, int, (int count, F64 val_))
 }
 
 /// `outofrange`, or whether one of the first `n` entries lies outside a `dimi` x `dimj` matrix.
-CLOSURE(634, bool, (int dimi, int dimj, long long n, bool outofrange, I32 subi_, I32 subj_))
-{
-    for (int64_t t = 0; !outofrange && t < n; ++t)
-        outofrange = subi_[t] < 0 || subi_[t] >= dimi || subj_[t] < 0 || subj_[t] >= dimj;
-    return outofrange;
-}
+CLOSURE_AS(634, bool, (int dimi, int dimj, long long n, bool outofrange, I32 subi_, I32 subj_),
+           outofrange || has_bad_index(dimi, dimj, n, subi_, subj_))
 
 /// All positions of a `dimi` x `dimj` matrix, row by row.
 CLOSURE(633, int, (int dimi, int dimj, int k, I32 subi, I32 subj))

@@ -109,14 +109,8 @@ struct RowList
 } // namespace
 
 /// `lcount` plus the linear rows among the first `nrow`.
-CLOSURE(26, int, (I32 conidxs, int nrow, int lcount))
-{
-    return count_linear_rows(conidxs, nrow, lcount);
-}
-CLOSURE(31, int, (I32 conidxs, int nrow, int lcount))
-{
-    return count_linear_rows(conidxs, nrow, lcount);
-}
+CLOSURE_AS(26, int, (I32 conidxs, int nrow, int lcount), count_linear_rows(conidxs, nrow, lcount))
+CLOSURE_AS(31, int, (I32 conidxs, int nrow, int lcount), count_linear_rows(conidxs, nrow, lcount))
 
 /// Terms of the conic and of the linear rows, added to the counts passed: (cnnz, lnnz).
 CLOSURE(27, results(int, int), (int cnnz, I32 conidxs, int lnnz, int nrow, int ptr_base, I32 wi32))
@@ -146,34 +140,26 @@ CLOSURE(36, results(int, int),
 
 /// Running term counts for a run of elements that are all of one kind: xptr[pos + 1] and on.
 /// Returns (nnz, pos).
-CLOSURE(29, results(int, int),
-        (int ptr_base, int nnz, int xptr_base, int pos, int firstrow, int lastrow, I32 wi32,
-         I32 xi32))
-{
-    return extend_row_pointers(measured(wi32, ptr_base), firstrow, lastrow, nnz, pos,
-                               xi32.from(xptr_base));
-}
-CLOSURE(37, results(int, int),
-        (int ptr_base, int nnz, int xptr_base, int pos, int firstrow, int lastrow, I32 wi32,
-         I32 xi32))
-{
-    return extend_row_pointers(measured(wi32, ptr_base), firstrow, lastrow, nnz, pos,
-                               xi32.from(xptr_base));
-}
-CLOSURE(30, results(int, int),
-        (int nnz, int xptr_base, int pos, int ptr_base, int firstrow, int lastrow, I32 wi32,
-         I32 xi32))
-{
-    return extend_row_pointers(measured(wi32, ptr_base), firstrow, lastrow, nnz, pos,
-                               xi32.from(xptr_base));
-}
-CLOSURE(38, results(int, int),
-        (int nnz, int xptr_base, int pos, int ptr_base, int firstrow, int lastrow, I32 wi32,
-         I32 xi32))
-{
-    return extend_row_pointers(measured(wi32, ptr_base), firstrow, lastrow, nnz, pos,
-                               xi32.from(xptr_base));
-}
+CLOSURE_AS(29, results(int, int),
+           (int ptr_base, int nnz, int xptr_base, int pos, int firstrow, int lastrow, I32 wi32,
+            I32 xi32),
+           extend_row_pointers(measured(wi32, ptr_base), firstrow, lastrow, nnz, pos,
+                               xi32.from(xptr_base)))
+CLOSURE_AS(37, results(int, int),
+           (int ptr_base, int nnz, int xptr_base, int pos, int firstrow, int lastrow, I32 wi32,
+            I32 xi32),
+           extend_row_pointers(measured(wi32, ptr_base), firstrow, lastrow, nnz, pos,
+                               xi32.from(xptr_base)))
+CLOSURE_AS(30, results(int, int),
+           (int nnz, int xptr_base, int pos, int ptr_base, int firstrow, int lastrow, I32 wi32,
+            I32 xi32),
+           extend_row_pointers(measured(wi32, ptr_base), firstrow, lastrow, nnz, pos,
+                               xi32.from(xptr_base)))
+CLOSURE_AS(38, results(int, int),
+           (int nnz, int xptr_base, int pos, int ptr_base, int firstrow, int lastrow, I32 wi32,
+            I32 xi32),
+           extend_row_pointers(measured(wi32, ptr_base), firstrow, lastrow, nnz, pos,
+                               xi32.from(xptr_base)))
 
 /// Dense block of coefficients: `nrow` rows of one slot for each of the strictly ascending
 /// `varidxs`, from slot `pos` of `cof` on. Slots without a term stay: the host zeroes the block.
@@ -239,9 +225,7 @@ CLOSURE(39, results(int, int),
 }
 
 /// Whether `sorted`, and the first `nvar` entries ascend strictly.
-CLOSURE(40, bool, (int nvar, I32 varidxs_, bool sorted))
-{
-    return strictly_ascending(sorted, varidxs_, nvar);
-}
+CLOSURE_AS(40, bool, (int nvar, I32 varidxs_, bool sorted),
+           strictly_ascending(sorted, varidxs_, nvar))
 
 } // namespace fragments

@@ -129,14 +129,8 @@ CLOSURE(22, int, (int pos, I64 nativeidxs, I32 subj, F64 val, F64 values))
     return pos;
 }
 
-CLOSURE(23, void, (int n, F64 slx, F64 sux, F64 yx))
-{
-    combine_duals(n, slx, sux, yx);
-}
-CLOSURE(24, void, (int n, F64 slc, F64 suc, F64 y))
-{
-    combine_duals(n, slc, suc, y);
-}
+CLOSURE_AS(23, void, (int n, F64 slx, F64 sux, F64 yx), combine_duals(n, slx, sux, yx))
+CLOSURE_AS(24, void, (int n, F64 slc, F64 suc, F64 y), combine_duals(n, slc, suc, y))
 
 /// Zeroes the tail of a set of solution arrays, from `first` up to but not including `n`. Those
 /// that have a result return `n` as it is.
@@ -145,18 +139,14 @@ CLOSURE(130, int, (int n, F64 slx, int first, F64 sux, F64 xx, F64 yx))
     zero_tail(first, n, slx, sux, xx, yx);
     return n;
 }
-CLOSURE(131, void, (int n, F64 slx, int first, F64 sux, F64 xx))
-{
-    zero_tail(first, n, slx, sux, xx);
-}
+CLOSURE_AS(131, void, (int n, F64 slx, int first, F64 sux, F64 xx),
+           zero_tail(first, n, slx, sux, xx))
 CLOSURE(132, int, (int n, F64 slc, int first, F64 suc, F64 xc, F64 y))
 {
     zero_tail(first, n, slc, suc, xc, y);
     return n;
 }
-CLOSURE(133, void, (int n, F64 slc, int first, F64 suc, F64 xc, F64 y))
-{
-    zero_tail(first, n, slc, suc, xc, y);
-}
+CLOSURE_AS(133, void, (int n, F64 slc, int first, F64 suc, F64 xc, F64 y),
+           zero_tail(first, n, slc, suc, xc, y))
 
 } // namespace fragments

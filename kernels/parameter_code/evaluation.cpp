@@ -5,7 +5,7 @@
 // consts[pos / 2].
 
 #include "closure_frame.h"
-#include "parameter_program.h"
+#include "program_run.h"
 
 namespace fragments {
 

@@ -13,7 +13,7 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
-#include "parameter_program.h"
+#include "program_run.h"
 #include "stacked_expression.h"
 
 namespace fragments {
@@ -138,34 +138,20 @@ CLOSURE(144, int,
 }
 
 /// The capacity that leaves room for `add` above the first `base`.
-CLOSURE(143, int, (int add, int base, int cap))
-{
-    return grown(cap, int64_t{base} + add);
-}
+CLOSURE_AS(143, int, (int add, int base, int cap), grown(cap, int64_t{base} + add))
 
-CLOSURE(142, int, (int base, int cap, int need))
-{
-    return grown(cap, int64_t{base} + need);
-}
+CLOSURE_AS(142, int, (int base, int cap, int need), grown(cap, int64_t{base} + need))
 
 /// The capacity that holds `atleast` in all.
-CLOSURE(141, int, (int atleast, int cap))
-{
-    return grown(cap, atleast);
-}
+CLOSURE_AS(141, int, (int atleast, int cap), grown(cap, atleast))
 
-CLOSURE(140, int, (int cap, int need))
-{
-    return grown(cap, need);
-}
+CLOSURE_AS(140, int, (int cap, int need), grown(cap, need))
 
 /// `code_used` plus the atoms of one row.
-CLOSURE(139, int,
-        (int code_used, int nativerow, I32 param_code_sizes, I32 row_param_ptrb,
-         I32 row_param_ptre))
-{
-    return code_used + atoms_of_row(nativerow, param_code_sizes, row_param_ptrb, row_param_ptre);
-}
+CLOSURE_AS(139, int,
+           (int code_used, int nativerow, I32 param_code_sizes, I32 row_param_ptrb,
+            I32 row_param_ptre),
+           code_used + atoms_of_row(nativerow, param_code_sizes, row_param_ptrb, row_param_ptre))
 
 /// Empties all listed rows. Returns (code_used, varidx_used), less their atoms and entries. Without
 /// `row_param_ptrb` there is no store, and nothing is done.

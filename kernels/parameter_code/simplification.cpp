@@ -9,7 +9,7 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
-#include "parameter_program.h"
+#include "program_run.h"
 #include "scratch.h"
 
 namespace fragments {

@@ -95,9 +95,8 @@ CLOSURE(385, results(int, int, int),
 }
 
 /// Whether `nelem` elements leave gaps in the shape, so that a result of so many must be sparse.
-CLOSURE(386, bool, (int dimcount, [[maybe_unused]] bool hassp, int nelem, int shape_base, I32 wi32))
-{
-    return product(int64_t{1}, wi32.from(shape_base), dimcount) > nelem;
-}
+CLOSURE_AS(386, bool,
+           (int dimcount, [[maybe_unused]] bool hassp, int nelem, int shape_base, I32 wi32),
+           product(int64_t{1}, wi32.from(shape_base), dimcount) > nelem)
 
 } // namespace fragments

@@ -5,9 +5,9 @@
 // that has an entry, with a sparse one where an entry meets a stored element. No terms are merged.
 // On the left a sparse E is grouped by column (338 to 341), on the right P (346 to 349).
 
-#include "../products/matrix_walks.h"
 #include "algorithms.h"
 #include "closure_frame.h"
+#include "matrix_walks.h"
 #include "parameter_term.h"
 #include "stacked_expression.h"
 

@@ -9,9 +9,9 @@
 //
 // The walks are those of the products with constants.
 
-#include "../products/matrix_walks.h"
 #include "algorithms.h"
 #include "closure_frame.h"
+#include "matrix_walks.h"
 #include "parameter_term.h"
 #include "stacked_expression.h"
 
@@ -186,19 +186,11 @@ CLOSURE(367, results(int, int, int),
 // What the host prepares of a result.
 
 /// Marks all of `ptr` as not yet written.
-CLOSURE(376, void, (I32 ri32, int rnelem, int rptr_base))
-{
-    fill_n(ri32.from(rptr_base), int64_t{rnelem} + 1, -9999);
-}
+CLOSURE_AS(376, void, (I32 ri32, int rnelem, int rptr_base),
+           fill_n(ri32.from(rptr_base), int64_t{rnelem} + 1, -9999))
 
 /// `cof`.
-CLOSURE(377, void, (int rcof_base, F64 rf64, int rnnz))
-{
-    fill_n(rf64.from(rcof_base), rnnz, 0.0);
-}
-CLOSURE(372, void, (int rcof_base, F64 rf64, int rnnz))
-{
-    fill_n(rf64.from(rcof_base), rnnz, 0.0);
-}
+CLOSURE_AS(377, void, (int rcof_base, F64 rf64, int rnnz), fill_n(rf64.from(rcof_base), rnnz, 0.0))
+CLOSURE_AS(372, void, (int rcof_base, F64 rf64, int rnnz), fill_n(rf64.from(rcof_base), rnnz, 0.0))
 
 } // namespace fragments

@@ -8,19 +8,6 @@
 
 namespace fragments {
 
-/// A shape that the host holds in an array of its own.
-CLOSURE(401, void, (int nd, I32 ri32, int rshape_base, I32 shape))
-{
-    copy_n(shape, nd, ri32.from(rshape_base));
-}
-
-/// `count` plus the number of entries that aren't 0; a NaN isn't.
-CLOSURE(400, int, (F64 bfix, int count))
-{
-    for (int64_t i = 0; i < bfix.length(); ++i) count += bfix[i] != 0.0;
-    return count;
-}
-
 /// mul_param_scalar: all of the result, in the operand's structure, each term times `param`.
 CLOSURE(337, void,
         (int cconst_base, int code_base, int cof_base, int hascode, int nidxs_base, int nnz,
@@ -70,10 +57,7 @@ CLOSURE(335, void, (int nidxs_base, int nnz, I64 ri64, int rnelem, int rnidxs_ba
 }
 
 /// Marks `rpos_n` entries as not yet written.
-CLOSURE(334, void, (I64 ri64, int rpos, int rpos_n))
-{
-    fill_n(ri64.from(rpos), rpos_n, -999);
-}
+CLOSURE_AS(334, void, (I64 ri64, int rpos, int rpos_n), fill_n(ri64.from(rpos), rpos_n, -999))
 
 /// `ptr`.
 CLOSURE(333, void, (int nnz, I32 ri32, int rnelem, int rptr_base))
@@ -83,9 +67,6 @@ CLOSURE(333, void, (int nnz, I32 ri32, int rnelem, int rptr_base))
 }
 
 /// `cof`.
-CLOSURE(332, void, (int rcof_base, F64 rf64, int rnnz))
-{
-    fill_n(rf64.from(rcof_base), rnnz, 0.0);
-}
+CLOSURE_AS(332, void, (int rcof_base, F64 rf64, int rnnz), fill_n(rf64.from(rcof_base), rnnz, 0.0))
 
 } // namespace fragments

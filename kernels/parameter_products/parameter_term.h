@@ -1,8 +1,8 @@
 #pragma once
 
 /// The form that all products with parameters give a term: coefficient 0 and a program for the
-/// operand's coefficient times the parameter. Whether the operand has code is told by a constant,
-/// for_code, so that no loop over terms tests it.
+/// operand's coefficient times the parameter. Whether the operand has code is a constant, which
+/// for_code gives.
 
 #include <cstdint>
 
@@ -10,17 +10,6 @@
 #include "stacked_expression.h"
 
 namespace fragments {
-
-/// Runs `body<true>()` if the operand has code, else `body<false>()`.
-template <class Body>
-void for_code(bool coded, Body body)
-{
-    if (coded) {
-        body.template operator()<true>();
-    } else {
-        body.template operator()<false>();
-    }
-}
 
 /// Appends the programs of terms of `e`, each times the parameter with index `param`, and closes
 /// the terms: (op_const, cof[t]), the program and op_add if the operand has code, (op_param,

@@ -65,9 +65,7 @@ CLOSURE_AS(382, void, (int nidxs_base, int nnz, I64 ri64, int rnidxs_base, I64 w
            copy_n(wi64.from(nidxs_base), nnz, ri64.from(rnidxs_base)))
 
 /// `ptr`.
-CLOSURE(380, void, (int nelem, int ptr_base, I32 ri32, int rptr_base, I32 wi32))
-{
-    copy_n(wi32.from(ptr_base), int64_t{nelem} + 1, ri32.from(rptr_base));
-}
+CLOSURE_AS(380, void, (int nelem, int ptr_base, I32 ri32, int rptr_base, I32 wi32),
+           copy_n(wi32.from(ptr_base), int64_t{nelem} + 1, ri32.from(rptr_base)))
 
 } // namespace fragments

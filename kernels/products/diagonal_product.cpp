@@ -11,9 +11,9 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
-#include "matrix_operand.h"
 #include "matrix_walks.h"
 #include "stacked_expression.h"
+#include "triplet_matrix.h"
 
 namespace fragments {
 
@@ -62,11 +62,9 @@ void walk_right(bool hassp, int d1, int md1, int nelem, I64<S> sp, const Columns
 
 /// Tests M for mul_diag_left: (whether an index is out of range, whether the order is broken). Each
 /// test runs whatever the other finds; a flag that comes in set stays set.
-CLOSURE(458, results(bool, bool),
-        (bool badidx, bool badorder, int md0, int md1, int mnnz, I32 msubi, I32 msubj))
-{
-    return test_independently(badidx, badorder, md0, md1, mnnz, msubi, msubj);
-}
+CLOSURE_AS(458, results(bool, bool),
+           (bool badidx, bool badorder, int md0, int md1, int mnnz, I32 msubi, I32 msubj),
+           test_independently(badidx, badorder, md0, md1, mnnz, msubi, msubj))
 
 /// Writes R of mul_diag_left for sparse E grouped by 456, from the cursors `mpos` and `epos` on. An
 /// element is written where some term is copied: fewer than 456 counts if an element of E without
@@ -163,11 +161,9 @@ CLOSURE(454, results(int, int, int, int),
 }
 
 /// As 458, for mul_diag_right.
-CLOSURE(453, results(bool, bool),
-        (bool badidx, bool badorder, int md0, int md1, int mnnz, I32 msubi, I32 msubj))
-{
-    return test_independently(badidx, badorder, md0, md1, mnnz, msubi, msubj);
-}
+CLOSURE_AS(453, results(bool, bool),
+           (bool badidx, bool badorder, int md0, int md1, int mnnz, I32 msubi, I32 msubj),
+           test_independently(badidx, badorder, md0, md1, mnnz, msubi, msubj))
 
 /// Writes R of mul_diag_right with M grouped by 450. A dense E gives an element for each column of
 /// M that has an entry, a sparse one (`hassp`) where an entry meets a stored element.

@@ -7,19 +7,17 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
-#include "matrix_operand.h"
 #include "stacked_expression.h"
 #include "tensor_operand.h"
+#include "triplet_matrix.h"
 
 namespace fragments {
 
 /// Tests the matrix of mul_scalar_matrix: (whether an index is out of range, whether the order is
 /// broken), each tested whatever the other finds. A flag that comes in set stays set.
-CLOSURE(465, results(bool, bool),
-        (bool badidx, bool badorder, int md0, int md1, int mnnz, I32 msubi, I32 msubj))
-{
-    return test_independently(badidx, badorder, md0, md1, mnnz, msubi, msubj);
-}
+CLOSURE_AS(465, results(bool, bool),
+           (bool badidx, bool badorder, int md0, int md1, int mnnz, I32 msubi, I32 msubj),
+           test_independently(badidx, badorder, md0, md1, mnnz, msubi, msubj))
 
 /// Writes the sparse R = M e: element k, at the place of M's entry k, holds all `nnz` terms of e,
 /// scaled. Writes entry 0 of `codeptr` but not of `ptr`. Returns (codei, nnzi).
@@ -108,7 +106,8 @@ CLOSURE(460, results(int, int, int),
 /// A flag that comes in set stays set.
 CLOSURE(459, results(bool, bool), (bool badidx, bool badorder, I64 msp, long long size))
 {
-    return {badidx || has_bad_index(size, msp), !strictly_ascending(!badorder, msp, msp.length())};
+    const int64_t n = msp.length();
+    return {badidx || has_bad_index(size, msp, n), !strictly_ascending(!badorder, msp, n)};
 }
 
 } // namespace fragments

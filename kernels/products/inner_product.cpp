@@ -6,6 +6,7 @@
 #include "algorithms.h"
 #include "closure_frame.h"
 #include "stacked_expression.h"
+#include "subscripts.h"
 #include "tensor_operand.h"
 
 namespace fragments {

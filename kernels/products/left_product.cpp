@@ -7,9 +7,9 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
-#include "matrix_operand.h"
 #include "matrix_walks.h"
 #include "stacked_expression.h"
+#include "triplet_matrix.h"
 
 namespace fragments {
 

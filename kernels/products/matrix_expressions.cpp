@@ -1,11 +1,11 @@
 // New expressions from data that the host holds: unit coefficients (500), a sparse matrix (499), a
-// vector of constants (403, 402); and the tests of such data.
+// vector of constants (400 to 403); and the tests of such data.
 
 #include "algorithms.h"
 #include "closure_frame.h"
-#include "matrix_operand.h"
 #include "stacked_expression.h"
 #include "subscripts.h"
+#include "triplet_matrix.h"
 
 namespace fragments {
 
@@ -50,7 +50,18 @@ CLOSURE_AS(496, bool, (int md0, int md1, I32 msubi, I32 msubj, bool valid),
 
 /// Whether some linear index lies outside a shape of `total` positions.
 CLOSURE_AS(404, bool, (bool badidx, I64 sparsity, long long total),
-           badidx || has_bad_index(total, sparsity))
+           badidx || has_bad_index(total, sparsity, sparsity.length()))
+
+/// Sizes a constant vector: `count` plus the entries that aren't 0.0. A NaN counts.
+CLOSURE(400, int, (F64 bfix, int count))
+{
+    for (int64_t i = 0; i < bfix.length(); ++i) count += bfix[i] != 0.0;
+    return count;
+}
+
+/// The shape, from an array of the host's own.
+CLOSURE_AS(401, void, (int nd, I32 ri32, int rshape_base, I32 shape),
+           copy_n(shape, nd, ri32.from(rshape_base)))
 
 /// Elements of a constant vector: each has one term with index 0, or none if its value is 0 (also
 /// -0). Returns `nnzi`.

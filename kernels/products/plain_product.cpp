@@ -69,7 +69,8 @@ void split(I64<S> sp, int n, int columns, I32<S> row, I32<S> column)
 template <class S>
 void count_rows(I32<S> row, int64_t n, int rows, I32<S> ptr)
 {
-    for (int64_t k = 0; k < n; ++k) ++ptr[row[k] + 1];
+    count_keys(
+        n, [&](int64_t k) { return row[k]; }, ptr);
     running_sum(ptr, rows);
 }
 
@@ -225,10 +226,8 @@ CLOSURE(489, void,
 }
 
 /// Zeroes the row pointer for 489.
-CLOSURE(488, void, (int rowptr_base, I32 wi32, int xd0))
-{
-    fill_n(wi32.from(rowptr_base), int64_t{xd0} + 1, 0);
-}
+CLOSURE_AS(488, void, (int rowptr_base, I32 wi32, int xd0),
+           fill_n(wi32.from(rowptr_base), int64_t{xd0} + 1, 0))
 
 /// Writes V M for dense V, sparse M, grouped by 485: an element for each row of V and each column
 /// of M that has an entry. Returns (elmi, iterm).

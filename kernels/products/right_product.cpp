@@ -10,9 +10,9 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
-#include "matrix_operand.h"
 #include "matrix_walks.h"
 #include "stacked_expression.h"
+#include "triplet_matrix.h"
 
 namespace fragments {
 
@@ -98,7 +98,8 @@ CLOSURE(472, results(int, int, int),
     auto r = STACKED_RESULT(codei, elmi, nnzi);
     const Code form = ncodeatom > 0 ? Code::scaled : Code::none;
     const auto rowptr = xi32.from(xrowptr_base);
-    for (int64_t q = 0; q < nelem; ++q) ++rowptr[e.sp[q] / d1 + 1];
+    count_keys(
+        nelem, [&](int64_t q) { return e.sp[q] / d1; }, rowptr);
     running_sum(rowptr, d0);
     for (int i = 0; i < d0; ++i) {
         const Range row{rowptr[i], rowptr[i + 1]};
@@ -113,10 +114,8 @@ CLOSURE(472, results(int, int, int),
 }
 
 /// Zeroes the `count` + 1 row pointers that 472 fills.
-CLOSURE(471, void, (int count, I32 xi32, int xrowptr_base))
-{
-    fill_n(xi32.from(xrowptr_base), int64_t{count} + 1, 0);
-}
+CLOSURE_AS(471, void, (int count, I32 xi32, int xrowptr_base),
+           fill_n(xi32.from(xrowptr_base), int64_t{count} + 1, 0))
 
 /// Writes R for dense E, sparse M grouped by 466: all d0 * md1 elements, with `sp`.
 /// Returns (codei, nnzi, relmi).

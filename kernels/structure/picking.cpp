@@ -82,7 +82,8 @@ CLOSURE(408, results(int, int),
 }
 
 /// Whether `unfit`, or some index lies outside a shape of `total` positions.
-CLOSURE_AS(407, bool, (I64 idxs, long long total, bool unfit), unfit || has_bad_index(total, idxs))
+CLOSURE_AS(407, bool, (I64 idxs, long long total, bool unfit),
+           unfit || has_bad_index(total, idxs, idxs.length()))
 
 /// The linear index of each row of subscripts, of which the first `nd` columns count.
 CLOSURE(406, void, (I32Matrix idxs, int nd, I32 shape, I64 this_idxs))
@@ -90,15 +91,11 @@ CLOSURE(406, void, (I32Matrix idxs, int nd, I32 shape, I64 this_idxs))
     const Scratch<int64_t> stride(nd);
     all_row_major_strides(shape, nd, stride.data());
     for (int r = 0; r < idxs.rows(); ++r)
-        this_idxs[r] = linear_of_row(0, idxs, r, nd, stride.data());
+        this_idxs[r] = linear_of_row(int64_t{0}, idxs, r, nd, stride.data());
 }
 
 /// Whether `unfit`, or some subscript, in the first `nd` columns, lies outside its dimension.
-CLOSURE(405, bool, (I32Matrix idxs, int nd, I32 shape, bool unfit))
-{
-    for (int r = 0; !unfit && r < idxs.rows(); ++r)
-        for (int c = 0; !unfit && c < nd; ++c) unfit = out_of_range(idxs(r, c), shape, c);
-    return unfit;
-}
+CLOSURE_AS(405, bool, (I32Matrix idxs, int nd, I32 shape, bool unfit),
+           any_out_of_range(unfit, idxs, nd, shape))
 
 } // namespace fragments

@@ -40,6 +40,17 @@ void for_each_run_in_box(I32<S> first, I32<S> last, int nd, int64_t nelem, I32<S
     }
 }
 
+/// The subscripts of a linear index, each computed when it is asked for.
+template <class S>
+struct Subscripts
+{
+    int64_t linear;
+    I64<S> strides;
+    I32<S> shape;
+
+    int64_t operator[](int64_t k) const { return subscript(linear, strides[k], shape[k]); }
+};
+
 /// Calls `element(q, subscripts)` for each element q of a sparse array that lies in the box, in
 /// ascending order; subscripts_of(x) gives those of linear index x.
 template <class S, class SubscriptsOf, class Element>

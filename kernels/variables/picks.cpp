@@ -38,14 +38,10 @@ CLOSURE(146, void,
 }
 
 /// Values in list order to their dense positions; the other positions stay.
-CLOSURE(168, void, (I64 basevar_nativeidxs, F64 res, I64 sparsity, F64 spread_res))
-{
-    scatter_n(res, basevar_nativeidxs.length(), sparsity, spread_res);
-}
-CLOSURE(169, void, (I64 basevar_nativeidxs, F64 res, I64 sparsity, F64 spread_res))
-{
-    scatter_n(res, basevar_nativeidxs.length(), sparsity, spread_res);
-}
+CLOSURE_AS(168, void, (I64 basevar_nativeidxs, F64 res, I64 sparsity, F64 spread_res),
+           scatter_n(res, basevar_nativeidxs.length(), sparsity, spread_res))
+CLOSURE_AS(169, void, (I64 basevar_nativeidxs, F64 res, I64 sparsity, F64 spread_res),
+           scatter_n(res, basevar_nativeidxs.length(), sparsity, spread_res))
 
 // A table of subscripts from one list for each dimension; the first list's length counts.
 
@@ -70,22 +66,15 @@ CLOSURE(173, void, (I32 i0, I32 i1, I32Matrix midxs))
 }
 
 /// Whether `bad`, or some subscript of the table is outside its dimension.
-CLOSURE(174, bool, (bool bad, I32Matrix midxs, I32 shape))
-{
-    return any_out_of_range(bad, midxs, shape);
-}
+CLOSURE_AS(174, bool, (bool bad, I32Matrix midxs, I32 shape),
+           any_out_of_range(bad, midxs, midxs.columns(), shape))
 
 /// The same for plain indexes, all of dimension 0.
-CLOSURE(179, bool, (I32 idxs, bool bad, I32 shape))
-{
-    return any_out_of_range(bad, idxs, shape);
-}
+CLOSURE_AS(179, bool, (I32 idxs, bool bad, I32 shape), any_out_of_range(bad, idxs, shape))
 
 /// The native index at each row of subscripts, of which the first `nd` columns count.
-CLOSURE(176, void, (I64 basevar_nativeidxs, I64 idxs, I32Matrix midxs, int nd, I64 strides))
-{
-    pick_rows(basevar_nativeidxs, midxs, nd, strides, idxs);
-}
+CLOSURE_AS(176, void, (I64 basevar_nativeidxs, I64 idxs, I32Matrix midxs, int nd, I64 strides),
+           pick_rows(basevar_nativeidxs, midxs, nd, strides, idxs))
 
 /// Appends a dense part to a list pair: its native indexes from slot `pos` on, and the pattern 0,
 /// 1, 2 and so on from `sppos` on.
@@ -98,62 +87,34 @@ CLOSURE(188, void, (I64 basevar_nativeidxs, int pos, I64 sparsity, int sppos, I6
 // A dense list for a stack of variables, each with its offset `pos`: a dense variable is copied
 // (189), a sparse one scattered (192) into its zero-filled part (191).
 
-CLOSURE(189, void, (I64 basevar_nativeidxs, I64 nindex, int pos))
-{
-    copy_n(basevar_nativeidxs, basevar_nativeidxs.length(), nindex.from(pos));
-}
-CLOSURE(191, void, (int n, I64 nindex, int pos))
-{
-    fill_n(nindex.from(pos), n, 0);
-}
-CLOSURE(192, void, (I64 basevar_nativeidxs, I64 nindex, int pos, I64 sparsity))
-{
-    scatter_n(basevar_nativeidxs, sparsity.length(), sparsity, nindex.from(pos));
-}
+CLOSURE_AS(189, void, (I64 basevar_nativeidxs, I64 nindex, int pos),
+           copy_n(basevar_nativeidxs, basevar_nativeidxs.length(), nindex.from(pos)))
+CLOSURE_AS(191, void, (int n, I64 nindex, int pos), fill_n(nindex.from(pos), n, 0))
+CLOSURE_AS(192, void, (I64 basevar_nativeidxs, I64 nindex, int pos, I64 sparsity),
+           scatter_n(basevar_nativeidxs, sparsity.length(), sparsity, nindex.from(pos)))
 
 /// The dense list of a sparse variable. Positions without an element stay as they are. The length
 /// of the index list counts in 194, that of the pattern in 195 and 196.
-CLOSURE(194, void, (I64 basevar_nativeidxs, I64 idxs, I64 sparsity))
-{
-    scatter_n(basevar_nativeidxs, basevar_nativeidxs.length(), sparsity, idxs);
-}
-CLOSURE(195, void, (I64 basevar_nativeidxs, I64 idxs, I64 sparsity))
-{
-    scatter_n(basevar_nativeidxs, sparsity.length(), sparsity, idxs);
-}
-CLOSURE(196, void, (I64 basevar_nativeidxs, I64 idxs, I64 sparsity))
-{
-    scatter_n(basevar_nativeidxs, sparsity.length(), sparsity, idxs);
-}
+CLOSURE_AS(194, void, (I64 basevar_nativeidxs, I64 idxs, I64 sparsity),
+           scatter_n(basevar_nativeidxs, basevar_nativeidxs.length(), sparsity, idxs))
+CLOSURE_AS(195, void, (I64 basevar_nativeidxs, I64 idxs, I64 sparsity),
+           scatter_n(basevar_nativeidxs, sparsity.length(), sparsity, idxs))
+CLOSURE_AS(196, void, (I64 basevar_nativeidxs, I64 idxs, I64 sparsity),
+           scatter_n(basevar_nativeidxs, sparsity.length(), sparsity, idxs))
 
 /// Widens a list.
-CLOSURE(197, void, (I32 nativeidxs, I64 r))
-{
-    convert_n(nativeidxs, nativeidxs.length(), r);
-}
-CLOSURE(202, void, (I32 nativeidxs, I64 r))
-{
-    convert_n(nativeidxs, nativeidxs.length(), r);
-}
-CLOSURE(203, void, (I32 nativeidxs, I64 r))
-{
-    convert_n(nativeidxs, nativeidxs.length(), r);
-}
+CLOSURE_AS(197, void, (I32 nativeidxs, I64 r), convert_n(nativeidxs, nativeidxs.length(), r))
+CLOSURE_AS(202, void, (I32 nativeidxs, I64 r), convert_n(nativeidxs, nativeidxs.length(), r))
+CLOSURE_AS(203, void, (I32 nativeidxs, I64 r), convert_n(nativeidxs, nativeidxs.length(), r))
 
 // Strictly ascending list of the variables in `varidxs`: copied if that ascends already (245, 246),
 // otherwise taken in the order of a sorting permutation, without repeats (247, 248).
 
 /// Whether `sorted`, and the first `n` entries ascend strictly.
-CLOSURE(245, bool, (bool sorted, int n, I64 varidxs))
-{
-    return strictly_ascending(sorted, varidxs, n);
-}
+CLOSURE_AS(245, bool, (bool sorted, int n, I64 varidxs), strictly_ascending(sorted, varidxs, n))
 
 /// Narrows the list; slot 0 of the target stays.
-CLOSURE(246, void, (int n, I64 varidxs, I32 varidxs32))
-{
-    convert_n(varidxs, n, varidxs32.from(1));
-}
+CLOSURE_AS(246, void, (int n, I64 varidxs, I32 varidxs32), convert_n(varidxs, n, varidxs32.from(1)))
 
 /// `count` plus the distinct variables but the first.
 CLOSURE(247, int, (int n, int count, I64 perm, I64 varidxs))

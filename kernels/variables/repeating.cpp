@@ -41,7 +41,7 @@ CLOSURE(215, int, (int pos, int copies, int n, I64 rnativeidxs, I64 rsp, I64 tna
 
 /// Along a dimension that is there, of extent `ext`: the copies follow each other as blocks. An
 /// index of the source has the strides `st_q` before the dimension and `st_m` in it, one of the
-/// result `rst_q` and `inner`. The result is still to be sorted (pattern_sort.cpp).
+/// result `rst_q` and `inner`. The result is still to be sorted (dimension_sort.cpp).
 CLOSURE(216, int,
         (int ext, int inner, int pos, int copies, int n, int rst_q, I64 rnativeidxs, I64 rsp,
          int st_q, int st_m, I64 tnativeidxs, I64 tsp))

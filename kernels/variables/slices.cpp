@@ -63,16 +63,12 @@ void for_each_in_box(I32<S> first, I32<S> key, I32<S> last, int nd, I32<S> shape
 } // namespace
 
 /// Linear index of the subscripts `firstidx`, added to `init`. The length of `step` counts.
-CLOSURE(181, long long, (I32 firstidx, long long init, I32 step, I64 strides))
-{
-    return dot_n(init, firstidx, strides, step.length());
-}
+CLOSURE_AS(181, long long, (I32 firstidx, long long init, I32 step, I64 strides),
+           dot_n(init, firstidx, strides, step.length()))
 
 /// Linear distance of one step, added to `init`.
-CLOSURE(182, long long, (I32 step, long long init, I64 strides))
-{
-    return dot_n(init, step, strides, step.length());
-}
+CLOSURE_AS(182, long long, (I32 step, long long init, I64 strides),
+           dot_n(init, step, strides, step.length()))
 
 /// The `n` entries of a line through a variable, from linear position `first` on.
 CLOSURE(183, void, (I64 basevar_nativeidxs, int n, I64 residxs, long long first, long long step))
@@ -81,14 +77,8 @@ CLOSURE(183, void, (I64 basevar_nativeidxs, int n, I64 residxs, long long first,
 }
 
 /// Number of positions of a box, times `init`.
-CLOSURE(184, int, (I32 first, I32 last, int nd, int init))
-{
-    return box_size(init, first, last, nd);
-}
-CLOSURE(259, int, (I32 firsta, I32 lasta, int nd, int init))
-{
-    return box_size(init, firsta, lasta, nd);
-}
+CLOSURE_AS(184, int, (I32 first, I32 last, int nd, int init), box_size(init, first, last, nd))
+CLOSURE_AS(259, int, (I32 firsta, I32 lasta, int nd, int init), box_size(init, firsta, lasta, nd))
 
 /// Sizes the slice of a sparse variable: `count` plus the entries of the pattern in the box.
 CLOSURE(185, int, (I32 first, I32 key, I32 last, int nd, int count, I32 shape, I64 sparsity))
@@ -115,23 +105,16 @@ CLOSURE(186, int,
 }
 
 /// Slice of a dense variable; `n` is the size of the box.
-CLOSURE(187, void,
-        (I64 basevar_nativeidxs, I32 first, I32 last, int nd, I32 shape, I64 sliceidxs, int n))
-{
-    slice_dense(basevar_nativeidxs, first, last, nd, shape, sliceidxs, n);
-}
+CLOSURE_AS(187, void,
+           (I64 basevar_nativeidxs, I32 first, I32 last, int nd, I32 shape, I64 sliceidxs, int n),
+           slice_dense(basevar_nativeidxs, first, last, nd, shape, sliceidxs, n))
 
 /// Linear position of the subscripts `idxa`, added to `init`, in 32 bits.
-CLOSURE(258, int, (I32 idxa, int init, int nd, I64 strides))
-{
-    return dot_n(init, idxa, strides, nd);
-}
+CLOSURE_AS(258, int, (I32 idxa, int init, int nd, I64 strides), dot_n(init, idxa, strides, nd))
 
 /// Slice of a constraint's row codes; `n` is the size of the box.
-CLOSURE(260, void,
-        (I32 con_nativeidxs, I32 firsta, I32 lasta, int nd, I32 shape, I32 sliceidxs, int n))
-{
-    slice_dense(con_nativeidxs, firsta, lasta, nd, shape, sliceidxs, n);
-}
+CLOSURE_AS(260, void,
+           (I32 con_nativeidxs, I32 firsta, I32 lasta, int nd, I32 shape, I32 sliceidxs, int n),
+           slice_dense(con_nativeidxs, firsta, lasta, nd, shape, sliceidxs, n))
 
 } // namespace fragments

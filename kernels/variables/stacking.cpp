@@ -2,7 +2,7 @@
 //
 // The patterns of the parts stand one after the other in `rsp`, part o with numnz[o] entries. A
 // pattern from a stack along the first dimension ascends already; one along another dimension is
-// sorted afterwards (pattern_sort.cpp).
+// sorted afterwards (dimension_sort.cpp).
 
 #include "algorithms.h"
 #include "closure_frame.h"

@@ -1,11 +1,10 @@
 #pragma once
 
-/// The tests of sparse constant matrices: triplet lists `msubi`, `msubj` with the values beside
-/// them, ordered strictly by row and then column.
+/// Matrices as triplets: parallel lists of row, column and value. What is ordered is so strictly by
+/// row and then column.
 
 #include <tuple>
 
-#include "algorithms.h"
 #include "array.h"
 
 namespace fragments {
@@ -37,6 +36,30 @@ std::tuple<bool, bool> test_independently(bool badidx, bool badorder, int md0, i
 {
     return {badidx || has_bad_index(md0, md1, mnnz, msubi, msubj),
             badorder || has_bad_order(mnnz, msubi, msubj)};
+}
+
+/// The entries of a `rows` x `columns` matrix to triplets, row by row, zeros too. Returns how many.
+template <class S>
+int64_t dense_to_triplets(int rows, int columns, Matrix<double, S> matrix, I32<S> subi, I32<S> subj,
+                          F64<S> val)
+{
+    int64_t k = 0;
+    for (int i = 0; i < rows; ++i) {
+        for (int j = 0; j < columns; ++j, ++k) {
+            subi[k] = i;
+            subj[k] = j;
+            val[k] = matrix(i, j);
+        }
+    }
+    return k;
+}
+
+/// Triplets into a row-major matrix of `columns` columns: matrix[subi[t] * columns + subj[t]] =
+/// val[t] for the first `n`. Of several entries for one place the last stays.
+template <class S>
+void scatter_triplets(int64_t n, I32<S> subi, I32<S> subj, F64<S> val, int columns, F64<S> matrix)
+{
+    for (int64_t t = 0; t < n; ++t) matrix[int64_t{subi[t]} * columns + subj[t]] = val[t];
 }
 
 } // namespace fragments

@@ -1,10 +1,13 @@
 #pragma once
 
 /// The walks of the products of a matrix M and an expression E that is read as a matrix: which
-/// entry of the left factor meets which one of the right factor, in the order of the result. What
-/// becomes of a pair is the product's own: `pair` takes the two, and `element` stands behind the
-/// pairs of each element of the result, with its row and column. A sizing closure and its writer
-/// share a walk, so that the two agree.
+/// entry of the left factor meets which one of the right factor, in the order of the result.
+///
+/// A walk is made of three parts. How a factor is stored is told by Triplets or LinearEntries; they
+/// go row by row, and under ColumnRuns or GroupedColumns column by column. Which entries meet is
+/// the walk's, a function below. What becomes of a pair is the product's: `pair` takes the two
+/// entries, and `element` stands behind the pairs of each element of the result, with its row and
+/// column. A sizing closure and its writer share a walk, so that the two agree.
 ///
 /// The types of rows and columns carry over to what is computed from them: 32 bits in triplets, 64
 /// in linear indexes.
@@ -13,6 +16,63 @@
 #include "array.h"
 
 namespace fragments {
+
+// Merges and searches where one list may be much longer than the other.
+
+/// lower_bound by doubling steps from the first place (Bentley and Yao's unbounded search), where
+/// the bound may be near: the cost is the logarithm of its distance.
+template <class Key, class Value>
+int64_t near_lower_bound(Range places, Key key, Value bound)
+{
+    int64_t step = 1;
+    int64_t high = places.begin;
+    while (high < places.end && key(high) < bound) {
+        places.begin = high + 1;
+        high += step;
+        step *= 2;
+    }
+    return lower_bound({places.begin, std::min(high, places.end)}, key, bound);
+}
+
+/// for_each_run over ascending whole-numbered keys, for runs that may be long: the end of each is
+/// searched.
+template <class Key, class Run>
+int64_t for_each_long_run(int64_t begin, int64_t end, Key key, Run run)
+{
+    while (begin < end) {
+        const auto common = key(begin);
+        const int64_t next = near_lower_bound({begin + 1, end}, key, common + 1);
+        run(common, Range{begin, next});
+        begin = next;
+    }
+    return begin;
+}
+
+/// for_each_match where the keys of `b` ascend and there may be many more of them than of `a`: `b`
+/// is searched, so that the cost is that of `a` times the logarithm of the distances in `b`.
+template <class KeyA, class KeyB, class Match>
+void for_each_match_in_long(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
+{
+    for (; a.begin < a.end && b.begin < b.end; ++a.begin) {
+        const auto key = key_a(a.begin);
+        b.begin = near_lower_bound(b, key_b, key);
+        if (b.begin < b.end && !(key < key_b(b.begin))) match(a.begin, b.begin++);
+    }
+}
+
+/// Merges two lists by their runs of equal ascending keys and calls `meet(key, run_a, run_b)` for
+/// each key that both hold. Leaves the cursors where one of the lists is used up.
+template <class KeyA, class KeyB, class Meet>
+void for_each_meeting(Range& a, KeyA key_a, Range& b, KeyB key_b, Meet meet)
+{
+    merge(a, key_a, b, key_b, [&](auto key) {
+        const Range run_a{a.begin, run_end(a.begin + 1, a.end, key_a, key)};
+        const Range run_b{b.begin, run_end(b.begin + 1, b.end, key_b, key)};
+        meet(key, run_a, run_b);
+        a.begin = run_a.end;
+        b.begin = run_b.end;
+    });
+}
 
 /// The entries of a matrix as triplet lists `msubi`, `msubj`, ordered strictly by row and then
 /// column, with the values elsewhere. There is no row pointer: a row is a run of equal `msubi`.
@@ -27,7 +87,8 @@ struct Triplets
     int column(int64_t k) const { return msubj[k]; }
     int column_in_row(int64_t k, int /*row*/) const { return msubj[k]; }
 
-    /// What ascends with the row among the entries of one column: of entry k, and of any place.
+    /// What the entries of one column ascend by, without a division: the key of entry k, and the
+    /// one that an entry at (row, column) has.
     int64_t key(int64_t k) const { return msubi[k]; }
     int64_t key(int64_t row, int64_t /*column*/) const { return row; }
 
@@ -130,6 +191,8 @@ struct GroupedColumns
 };
 template <class Entries, class S>
 GroupedColumns(Entries, ColumnGrouping<S>, int) -> GroupedColumns<Entries, S>;
+
+// The walks.
 
 /// M E with a dense E of `d1` columns, from entry `begin` of M on: `pair(m, e)`, and an element of
 /// the result in each column of each row of M that has an entry. Returns the entry behind the last
