@@ -143,7 +143,7 @@ class Model:
         self.native = native
         self.param_value = array("d")
         self.evaluator = Evaluator(self.param_value)
-        # Row 0 stands for the objective, column 0 for the constant.
+        # Row 0 stands for the objective, column 0 for the constant: neither is a native one.
         self._rows, self._columns = Slots(), Slots()
         self._rows.take(1)
         self._columns.take(1)
@@ -191,7 +191,7 @@ class Model:
         """A variable of that shape; each bound is a number or one for each element. Raises
         ValueError, with nothing added, if that is no shape or the bounds don't fit."""
         count = size(checked_shape(shape))
-        self.native.require_room(self._columns.used - 1 + count)  # but for column 0
+        self.native.require_room(self._columns.used - 1 + count)
         lower, upper = sides(lower, upper, count)
         columns = self._columns.take(count)
         try:
@@ -237,6 +237,7 @@ class Model:
         if floor is not None and floor.shape != e.shape:
             raise ValueError("the shapes %s and %s differ" % (list(floor.shape), list(e.shape)))
         w, shape, count = self.evaluator.w, e.shape, size(e.shape)
+        self.native.require_room(self._rows.used - 1 + count)
         lower, upper = sides(lower, upper, count)
         with w.scratch():
             e = self.evaluator.finish(e)

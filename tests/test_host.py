@@ -219,13 +219,13 @@ class Models(unittest.TestCase):
                 (model.variable, [-1, -1]), (model.variable, [3], [5.0, 5.0, math.nan]),
                 (model.variable, [3], 0.0, [5.0, 5.0, -inf]), (model.levels, Variable([1], [-1])),
                 (model.row_duals, Constraint([1], array("i", [-1]))),
-                (e.mul_param_scalar, 0, one)):
+                (e.mul_param_scalar, 0, one), (model.parameters, [1.0, "two"])):
             self.assertRaises(ValueError, refused, *arguments)
             self.assertEqual(state(), before)
-        self.assertRaises(ValueError, model.parameters, [1.0, "two"])
-        self.assertEqual(state(), before)
-        for add, count in (native.add_rows, 10 ** 8 + 1), (model.variable, [2 ** 31 - 1]):
-            self.assertRaisesRegex(SolverError, "can't hold", add, count)
+        vast = e.push_variable(Variable([2 ** 31 - 1], [1], [5]))
+        for add, *arguments in ((native.add_rows, 10 ** 8 + 1), (model.variable, [2 ** 31 - 1]),
+                                (model.constrain, vast, 0.0, 1.0)):
+            self.assertRaisesRegex(SolverError, "can't hold", add, *arguments)
         self.assertRaises(OverflowError, model.constrain, e.push_expression([1], [1e308]), -1e308,
                           1.0)
         model.minimize(one)
