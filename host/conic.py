@@ -91,9 +91,11 @@ class ConicProblem:
         row_lower[i] <= form i of `rows` <= row_upper[i] for i from 1 on,
         column_lower[j] <= x[j] <= column_upper[j] for j from 1 on,
         the forms of `slots` lie in the cones, each slot in one cone,
-        the matrix X[j] of dimension dims[j] (i32) is positive semidefinite.
+        the matrix X[j] of dimension dims[j] is positive semidefinite.
 
-    Bounds (f64) may be infinite; entry 0 of each list of bounds is unused.
+    Bounds (f64) may be infinite; entry 0 of each list of bounds is unused. `blocks` (i32) tells the
+    order in which the variables were made: -n stands for the next n columns, d > 0 for the next
+    matrix, of dimension d.
     """
 
     maximize: bool
@@ -104,7 +106,11 @@ class ConicProblem:
     row_upper: array
     slots: Forms
     cones: List[Cone]
-    dims: array
+    blocks: array
+
+    @property
+    def dims(self):
+        return [d for d in self.blocks if d > 0]
 
 
 @dataclass

@@ -34,6 +34,7 @@ class ConicModel:
         # By column, which count from 1: bounds, and the cone (or -1) and place there.
         self._lower, self._upper = array("d", [-math.inf]), array("d", [math.inf])
         self._cone, self._place = array("i", [-1]), zeros("i32", 1)
+        self._blocks = array("i")  # see ConicProblem
         self.tables, self.cones = ElementTables(), ConeTables()
         self._objective, self._maximize = self._zero_row(), False
         self._rows, self._members = self._zero_row(), AffineRows(self.tables)
@@ -62,6 +63,7 @@ class ConicModel:
             lower, upper = (array("d", map(side.__getitem__, order))
                             for side in bounds([len(at)], lower, upper))
         first, count, self._solution = len(self._lower), len(lower), None
+        self._blocks.extend([-count] if count > 0 else [])
         self._lower.extend(lower)
         self._upper.extend(upper)
         self._cone.extend(itertools.repeat(-1, count))
@@ -86,9 +88,11 @@ class ConicModel:
         (count, dim, dim)."""
         if dim < 1 or (count or 0) < 0:
             raise ValueError("%s matrices of dimension %s can't be" % (count or 1, dim))
-        require_room(len(self.tables) + (1 if count is None else count) * dim * dim)
+        n = 1 if count is None else count
+        require_room(len(self.tables) + n * dim * dim)
         self._solution = None
-        x = self.tables.add(1 if count is None else count, dim)
+        self._blocks.extend([dim] * n)
+        x = self.tables.add(n, dim)
         return Variable([dim, dim], x.nativeidxs) if count is None else x
 
     def minimize(self, e):
@@ -180,7 +184,7 @@ class ConicModel:
         rows.add(forms(self._objective), [0])
         return ConicProblem(self._maximize, self._lower, self._upper, rows, self._row_lower,
                             self._row_upper, self._slots(forms(self._members)), self.cones.cones,
-                            self.tables.dim)
+                            self._blocks)
 
     def _slots(self, members):
         """The forms of the slots: each is one of the affine rows, less its constant."""

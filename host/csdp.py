@@ -1,14 +1,22 @@
 """CSDP as the native solver of conic problems: a thin adapter to its program.
 
-The program takes a problem in SDPA's sparse format and leaves its solution in a file. Its X has a
-block for each semidefinite variable and each cone, and a diagonal one for all that is scalar; they
-are made in this order:
+The program takes a problem in SDPA's sparse format and leaves its solution in a file. Its X has
+these blocks, in this order:
 
-    a column       its distance from a bound, or the difference of two entries if it has none
-    a row          as it is if it is an equation, else with a slack from a bound
-    quadratic      the arrow matrix of the slots: the first on the diagonal, the others in the first
-                   row and column, zeros elsewhere
-    semidefinite   the matrix of the slots
+    for the variables, in the order in which they were made:
+        columns made together      a diagonal block: of each its distance from a bound, or two
+                                   entries whose difference it is if it has no bounds
+        a semidefinite variable    itself
+    for the cones:
+        a quadratic one            the arrow matrix of its slots: the first on the diagonal, the
+                                   others in the first row and column, zeros elsewhere
+        a semidefinite one         the matrix of its slots
+    for the rows                   a diagonal block: of each that is no equation its distance from
+                                   a bound
+
+So what stands in such a file comes back from the model as it was: block by block, and entry by
+entry if it lists them in ascending order. On that depends where the program ends if several X or
+several duals are optimal.
 """
 
 import math
@@ -128,130 +136,150 @@ class Csdp:
 
 
 class _Translation:
-    """A ConicProblem as an SdpaProblem, and its solution back."""
+    """A ConicProblem as an SdpaProblem, and its solution back.
+
+    A place in the program's X is (block, row, column); `row_constraints` and `slot_constraints` are
+    numbers of constraints, which count from 1.
+    """
 
     def __init__(self, problem):
         self.problem, self.contradiction = problem, False
-        blocks = [*problem.dims, *(cone.dim or cone.size for cone in problem.cones), 0]
-        self.native = SdpaProblem.empty(blocks, array("d"))
-        self.scalar_block = len(blocks) - 1
-        # x[j] = shift[j] + the sum of sign * entry of the scalar block over parts[j].
-        self.shift, self.parts = zeros("f64", 1), [()]
-        for bounds in zip(problem.column_lower[1:], problem.column_upper[1:]):
-            self._column(*bounds)
+        self.native = SdpaProblem.empty([], array("d"))
+        # x[j] = shift[j] + the sum of sign * X over the (place, sign) in parts[j].
+        self.shift, self.parts, self.matrix_block = zeros("f64", 1), [()], []
+        for size in problem.blocks:
+            if size > 0:
+                self.matrix_block.append(self._block(size))
+            else:
+                self._columns(-size)
+        cones = [(self._block(cone.dim or cone.size), cone) for cone in problem.cones]
+        self.slacks = self._block(0)
         # The constraint of each row (None for one without bounds) and of each slot.
         self.row_constraints, self.slot_constraints = [None], []
         self.rows, self.slots = terms_by_form(problem.rows), terms_by_form(problem.slots)
         self._objective(self.rows[0])
         for i, bounds in enumerate(zip(problem.row_lower[1:], problem.row_upper[1:]), 1):
             self.row_constraints.append(self._row(self.rows[i], *bounds))
-        for number, cone in enumerate(problem.cones):
-            add = self._arrow if cone.kind == QUADRATIC else self._triangle
-            add(len(problem.dims) + number, cone)
+        for block, cone in cones:
+            (self._arrow if cone.kind == QUADRATIC else self._triangle)(block, cone)
         if not self.native.c:  # the program asks for a constraint
-            self._constraint(1.0, [(self._scalar(), 1.0)])
-        if blocks[-1] == 0:
-            blocks.pop()
+            self._constraint(1.0, {self._scalar(self.slacks): 1.0})
+        self._drop_if_empty()
 
     # Building it.
 
-    def _scalar(self):
-        """A new entry of the scalar block."""
-        self.native.blocks[self.scalar_block] -= 1
-        return -self.native.blocks[self.scalar_block] - 1
+    def _block(self, size):
+        self.native.blocks.append(size)
+        return len(self.native.blocks) - 1
 
-    def _constraint(self, value, scalars=(), entries=()):
-        """A constraint with that constant, the (entry of the scalar block, coefficient) and the
-        (block, row, column, value of the matrix there). Returns its number, from 1 on."""
+    def _drop_if_empty(self):
+        """Takes the last block away if no place of it was needed."""
+        if self.native.blocks[-1] == 0:
+            self.native.blocks.pop()
+
+    def _scalar(self, block):
+        """A new place of a diagonal block."""
+        self.native.blocks[block] -= 1
+        at = -self.native.blocks[block] - 1
+        return block, at, at
+
+    def _constraint(self, value, entries):
+        """A constraint with that constant and the coefficients `entries`, by place. Returns its
+        number."""
         self.native.c.append(value)
-        k = len(self.native.c)
-        self._append(k, scalars, entries, 1.0)
-        return k
+        self._append(len(self.native.c), entries)
+        return len(self.native.c)
 
-    def _append(self, k, scalars, entries, sign):
-        """Matrix k, in the order of the blocks, which counts in the program's rounding."""
-        for block, i, j, coefficient in entries:
-            self.native.append(k, block, i, j, sign * coefficient)
-        for at, coefficient in scalars:
-            self.native.append(k, self.scalar_block, at, at, sign * coefficient)
+    def _append(self, k, entries):
+        """Matrix k, in the usual order, which counts in the program's rounding."""
+        for place, coefficient in sorted(entries.items()):
+            self.native.append(k, *place, coefficient)
 
-    def _column(self, lower, upper):
+    def _columns(self, count):
+        """A diagonal block for the next columns."""
+        p, block, first = self.problem, self._block(0), len(self.shift)
+        for j in range(first, first + count):
+            self._column(block, p.column_lower[j], p.column_upper[j])
+        self._drop_if_empty()
+
+    def _column(self, block, lower, upper):
         if lower == upper:
             self.shift.append(lower)
             self.parts.append(())
         elif lower > -math.inf:
-            at = self._scalar()
+            at = self._scalar(block)
             self.shift.append(lower)
             self.parts.append(((at, 1.0),))
             if upper < math.inf:
-                self._constraint(upper - lower, [(at, 1.0), (self._scalar(), 1.0)])
+                self._constraint(upper - lower, {at: 1.0, self._scalar(block): 1.0})
         elif upper < math.inf:
             self.shift.append(upper)
-            self.parts.append(((self._scalar(), -1.0),))
+            self.parts.append(((self._scalar(block), -1.0),))
         else:
             self.shift.append(0.0)
-            self.parts.append(((self._scalar(), 1.0), (self._scalar(), -1.0)))
+            self.parts.append(((self._scalar(block), 1.0), (self._scalar(block), -1.0)))
 
     def _form(self, form):
-        """A form as (its constant, scalars, entries)."""
+        """The constant of a form, and its coefficients by place."""
         offset, terms, entries = form
-        scalars = {}
+        found = {(self.matrix_block[n], i, j): value for n, i, j, value in entries}
         for j, coefficient in terms:
             offset += coefficient * self.shift[j]
-            for at, sign in self.parts[j]:
-                scalars[at] = scalars.get(at, 0.0) + sign * coefficient
-        return offset, list(scalars.items()), entries
+            for place, sign in self.parts[j]:
+                found[place] = found.get(place, 0.0) + sign * coefficient
+        return offset, {place: value for place, value in found.items() if value != 0.0}
 
     def _objective(self, form):
-        _, scalars, entries = self._form(form)
-        self._append(0, scalars, entries, 1.0 if self.problem.maximize else -1.0)
+        _, entries = self._form(form)
+        sign = 1.0 if self.problem.maximize else -1.0
+        self._append(0, {place: sign * value for place, value in entries.items()})
 
     def _row(self, form, lower, upper):
-        offset, scalars, entries = self._form(form)
+        offset, entries = self._form(form)
         if lower == -math.inf and upper == math.inf:
             return None
         if lower == upper:
-            if scalars or entries:
-                return self._constraint(lower - offset, scalars, entries)
+            if entries:
+                return self._constraint(lower - offset, entries)
             # Fixed columns may have left a rounding error.
             self.contradiction |= not math.isclose(lower, offset, rel_tol=ZERO, abs_tol=ZERO)
             return None
-        slack = self._scalar()
+        slack = self._scalar(self.slacks)
         if lower == -math.inf:
-            return self._constraint(upper - offset, [*scalars, (slack, 1.0)], entries)
+            return self._constraint(upper - offset, {**entries, slack: 1.0})
         if upper < math.inf:
-            self._constraint(upper - lower, [(slack, 1.0), (self._scalar(), 1.0)])
-        return self._constraint(lower - offset, [*scalars, (slack, -1.0)], entries)
+            self._constraint(upper - lower, {slack: 1.0, self._scalar(self.slacks): 1.0})
+        return self._constraint(lower - offset, {**entries, slack: -1.0})
 
-    def _slot(self, form, block, i, j, scale):
-        """The form is `scale` times the entry (i, j) of a cone's block."""
-        offset, scalars, entries = self._form(form)
-        value = -scale if i == j else -0.5 * scale
-        self.slot_constraints.append(
-            self._constraint(-offset, scalars, [*entries, (block, i, j, value)]))
+    def _slot(self, form, place, scale):
+        """The form is `scale` times the entry at that place of a cone's block."""
+        offset, entries = self._form(form)
+        _, i, j = place
+        entries[place] = -scale if i == j else -0.5 * scale
+        self.slot_constraints.append(self._constraint(-offset, entries))
 
     def _arrow(self, block, cone):
         for i in range(cone.size):
-            self._slot(self.slots[cone.first + i], block, 0, i, 1.0)
+            self._slot(self.slots[cone.first + i], (block, 0, i), 1.0)
         for i in range(1, cone.size):
-            self._constraint(0.0, (), [(block, 0, 0, 1.0), (block, i, i, -1.0)])
+            self._constraint(0.0, {(block, 0, 0): 1.0, (block, i, i): -1.0})
             for j in range(i + 1, cone.size):
-                self._constraint(0.0, (), [(block, i, j, 0.5)])
+                self._constraint(0.0, {(block, i, j): 0.5})
 
     def _triangle(self, block, cone):
         for k, (i, j) in enumerate(triangle(cone.dim), cone.first):
-            self._slot(self.slots[k], block, j, i, 1.0 if i == j else OFF_DIAGONAL)
+            self._slot(self.slots[k], (block, j, i), 1.0 if i == j else OFF_DIAGONAL)
 
     # And back.
 
     def solution(self, found):
         p, sign = self.problem, -1.0 if self.problem.maximize else 1.0
         dual = lambda k: 0.0 if k is None else -sign * found.y[k - 1]
-        scalar = found.X[self.scalar_block] if self.scalar_block < len(found.X) else ()
-        xx = array("d", (shift + math.fsum(s * scalar[at] for at, s in parts)
+        xx = array("d", (shift + math.fsum(s * self._entry(found.X, place) for place, s in parts)
                          for shift, parts in zip(self.shift, self.parts)))
         triangles = lambda blocks: array("d", (
-            values[n * i + j] for n, values in zip(p.dims, blocks) for i, j in triangle(n)))
+            self._entry(blocks, (block, i, j)) for block in self.matrix_block
+            for i, j in triangle(self.native.blocks[block])))
         barx = triangles(found.X)
         bars = array("d", (sign * z for z in triangles(found.Z)))
         xc, accx = (array("d", (self._level(form, xx, found.X) for form in forms))
@@ -271,14 +299,18 @@ class _Translation:
         return ConicSolution("optimal", xc[0], xx, *split_duals(yx, p.maximize), xc,
                              *split_duals(y, p.maximize), accx, accy, barx, bars)
 
-    @staticmethod
-    def _level(form, xx, blocks):
+    def _level(self, form, xx, X):
         offset, terms, entries = form
         level = offset + math.fsum(coefficient * xx[j] for j, coefficient in terms)
-        for block, i, j, coefficient in entries:
-            n = math.isqrt(len(blocks[block]))
-            level += (1.0 if i == j else 2.0) * coefficient * blocks[block][n * i + j]
+        for n, i, j, coefficient in entries:
+            entry = self._entry(X, (self.matrix_block[n], i, j))
+            level += (1.0 if i == j else 2.0) * coefficient * entry
         return level
+
+    def _entry(self, blocks, place):
+        block, i, j = place
+        n = self.native.blocks[block]
+        return blocks[block][i if n < 0 else n * i + j]
 
 
 def terms_by_form(forms):

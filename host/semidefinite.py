@@ -2,7 +2,8 @@
 its constant side, and solved by CSDP alone.
 
 Both roads hand the solver the same problem in the same order, so that they take the same steps,
-also where several matrices are optimal.
+also where several matrices are optimal: if the file lists the entries of a matrix in ascending
+order, as files do.
 """
 
 from array import array
