@@ -46,9 +46,9 @@ OF_THE_END = re.compile(r"Success|Partial Success|Failure|Stuck|Lack of progress
 
 @dataclass
 class BlockSolution:
-    """What the program says: `status` as in a ConicSolution, and `verdict`, its own word for it. For
-    "optimal", the duals `y` (f64) of the constraints, and for X and Z an array (f64) for each block:
-    a matrix row by row, or the diagonal of a diagonal block."""
+    """What the program says: `status` as in a ConicSolution, and `verdict`, its own word for it.
+    For "optimal", the duals `y` (f64) of the constraints, and for X and Z an array (f64) for each
+    block: a matrix row by row, or the diagonal of a diagonal block."""
 
     status: str
     verdict: str
@@ -123,7 +123,7 @@ class Csdp:
 
     def solve(self, problem):
         """The ConicSolution of a ConicProblem. Raises SolverError as solve_file does."""
-        translation = _Translation(problem)
+        translation = Translation(problem)
         if translation.contradiction:
             self.verdict = "an equation without terms does not hold"
             return ConicSolution("infeasible")
@@ -135,7 +135,7 @@ class Csdp:
         return translation.solution(found)
 
 
-class _Translation:
+class Translation:
     """A ConicProblem as an SdpaProblem, and its solution back.
 
     A place in the program's X is (block, row, column); `row_constraints` and `slot_constraints` are

@@ -29,8 +29,8 @@ class FormatError(Exception):
 
 @dataclass
 class SdpaProblem:
-    """`blocks` are the dimensions, diagonal ones negative; `c` (f64) the m constants. The entries of
-    all matrices stand in parallel lists: `matrix` (0 for F0), `block`, `row`, `column` (i32, all
+    """`blocks` are the dimensions, diagonal ones negative; `c` (f64) the m constants. The entries
+    of all matrices stand in parallel lists: `matrix` (0 for F0), `block`, `row`, `column` (i32, all
     but `matrix` counted from 0, row <= column) and `value` (f64)."""
 
     blocks: List[int]
@@ -151,7 +151,8 @@ class _Reader:
                              % (i, j, b))
         place = (k, b, min(i, j), max(i, j))
         if place in seen:
-            raise self.error("the entry (%d, %d) of matrix %d, block %d stands twice" % (i, j, k, b))
+            raise self.error("the entry (%d, %d) of matrix %d, block %d stands twice"
+                             % (i, j, k, b))
         seen.add(place)
         if value != 0.0:
             problem.append(k, b - 1, i - 1, j - 1, value)

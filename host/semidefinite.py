@@ -32,8 +32,8 @@ class ScaledModel:
 
 
 def build(problem, native):
-    """The ScaledModel of an SdpaProblem, for the back end `native`: each constraint is an element of
-    the sum over the blocks of a constant matrix times the places of the block, less p c."""
+    """The ScaledModel of an SdpaProblem, for the back end `native`: each constraint is an element
+    of the sum over the blocks of a constant matrix times the places of the block, less p c."""
     model = ConicModel(native)
     e, p = model.evaluator, model.parameter(1.0)
     x = [model.semidefinite_variable(n) if n > 0 else model.variable([-n], 0.0)
@@ -71,8 +71,8 @@ def block_matrices(problem, first, last):
 
 
 class SemidefiniteRoads(Roads):
-    """Both roads for the problem of a file. Alone, CSDP gets the file as it is; for another p than 1
-    only the constants differ."""
+    """Both roads for the problem of a file. Alone, CSDP gets the file as it is; for another p than
+    1 only the constants differ."""
 
     solver, kinds, tolerances = "CSDP", ("matrices", "duals"), Tolerances(1e-6, 1e-4)
 

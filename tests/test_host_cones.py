@@ -109,6 +109,13 @@ class Models:
 class WithCsdp(Models, unittest.TestCase):
     native = csdp.Csdp
 
+    def test_equation_of_fixed_variables(self):
+        for value, status in ((0.1 + 0.2, "optimal"), (0.31, "infeasible")):
+            model = ConicModel(self.native())
+            x = model.evaluator.push_variable(model.variable([1], 0.3, 0.3))
+            model.constrain(x, value, value)
+            self.assertEqual(model.solve(), status)
+
 
 class WithCvxopt(Models, unittest.TestCase):
     native = cvxopt_adapter.Cvxopt

@@ -7,7 +7,7 @@ import shutil
 import unittest
 import unittest.mock
 
-from host.csdp import Csdp
+from host.csdp import Csdp, Translation
 from host.sdpa import FormatError, SdpaProblem
 from host.semidefinite import build
 from host_support import DemoCase
@@ -97,6 +97,8 @@ class Format(unittest.TestCase):
         text = io.StringIO()
         problem.write(text)
         self.assertEqual(self.read(text.getvalue()), problem)
+        handed = build(problem, None).model.problem()
+        self.assertEqual(Translation(handed).native, problem)  # blocks in their order
 
     def test_errors_name_the_line(self):
         for line, what, text in (
