@@ -22,13 +22,15 @@ Data and variables:
     assembly            triplets put in order, summed up and transposed
     arrays              arrays of indexes, their boxes and ranges; bounds of a matrix in one form
     variables           a variable as a list of native indexes
-    views               slices, other orders of dimensions, symmetric pairs, stacks, repeats
+    views               slices, picks, other orders of dimensions, symmetric pairs, stacks, repeats
+    shapes              shapes, boxes, strides, and the errors where they don't fit
 
 Linear models:
 
     model               rows, objective and parameters over a native solver, the solution read back
     row_store           the terms whose coefficients depend on parameters, by model row
     slots               numbers of rows and columns that are used again
+    solutions           levels and duals read back by variable and constraint
     glpk                that native solver: GLPK's shared library
 
 Conic models:
