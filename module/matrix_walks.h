@@ -226,21 +226,27 @@ void walk_right_dense(Rows d0, int d1, const Columns& m, Pair pair, Element elem
 /// A product of two sparse factors, the left one by rows from entry `begin` on and the right one by
 /// columns: `pair(a, b)` with an entry of each, and an element of the result where there is some
 /// pair. Returns the entry behind the last row. Costs for each row the number of right columns, and
-/// for each of these the length of the row times the logarithm of the distances in the column.
+/// for each of these the length of the row, times the logarithm of the distances in the column
+/// where that is much longer.
 template <class Left, class Columns, class Pair, class Element>
 int walk_sparse(const Left& left, int64_t begin, const Columns& right, Pair pair, Element element)
 {
     return static_cast<int>(left.for_each_row(begin, [&](auto row, Range entries) {
         right.for_each_column(0, [&](auto c, Range places) {
             bool met = false;
-            for_each_match_in_long(
-                entries,
-                [&](int64_t a) { return right.entries.key(left.column_in_row(a, row), c); }, places,
-                [&](int64_t p) { return right.entries.key(right.entry(p)); },
-                [&](int64_t a, int64_t p) {
-                    pair(a, right.entry(p));
-                    met = true;
-                });
+            const auto left_key = [&](int64_t a) {
+                return right.entries.key(left.column_in_row(a, row), c);
+            };
+            const auto right_key = [&](int64_t p) { return right.entries.key(right.entry(p)); };
+            const auto meet = [&](int64_t a, int64_t p) {
+                pair(a, right.entry(p));
+                met = true;
+            };
+            // A search costs several steps of a merge.
+            if (places.end - places.begin > 8 * (entries.end - entries.begin))
+                for_each_match_in_long(entries, left_key, places, right_key, meet);
+            else
+                for_each_match(entries, left_key, places, right_key, meet);
             if (met) element(row, c);
         });
     }));

@@ -70,10 +70,14 @@ void sort_element(I64<S> key, int64_t n, int64_t first, I32<S> perm, I32<S> work
     }
     const uint64_t span = static_cast<uint64_t>(highest) - static_cast<uint64_t>(lowest);
     if (span < static_cast<uint64_t>(n)) {
-        counting_sort(
-            n, each_position, [&](int64_t t) { return key[t] - lowest; },
-            static_cast<int64_t>(span) + 1, work, perm);
-        for (int64_t k = 0; k < n; ++k) perm[k] += begin;
+        const auto digit = [&](int64_t t) { return key[t] - lowest; };
+        const auto digits = static_cast<int64_t>(span) + 1;
+        fill_n(work, digits + 1, 0);
+        count_keys(n, digit, work);
+        running_sum(work, digits);
+        place_by_key(
+            n, [&](int64_t t) { return first + t; }, [&](int64_t p) { return digit(p - first); },
+            work, perm);
         return;
     }
     iota_n(work, n);
