@@ -61,6 +61,6 @@ missing=()
 has_glpk || missing+=(libglpk40)
 command -v glpsol >/dev/null || missing+=(glpk-utils)
 command -v csdp >/dev/null || missing+=(coinor-csdp)
-if [[ ${#missing[@]} -gt 0 ]]; then install "GLPK or CSDP" "${missing[@]}"; fi
+if [[ ${#missing[@]} -gt 0 ]]; then install "solvers (${missing[*]})" "${missing[@]}"; fi
 
 printf '%s\n' "$python"

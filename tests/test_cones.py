@@ -5,18 +5,7 @@ import random
 import unittest
 from array import array
 
-from support import MARKER, call, f64, i32, i64, product, strided
-
-LAYOUTS = (lambda a: a, strided)
-
-
-def blank(kind, n, lay=LAYOUTS[0]):
-    return lay(array(kind, [MARKER[kind]]) * n)
-
-
-def table(rows):
-    flat = memoryview(i32(itertools.chain(*rows)))
-    return flat.cast("B").cast("i", [len(rows), len(rows[0])])
+from support import LAYOUTS, MARKER, blank, call, f64, i32, i64, matrix, product
 
 
 class Cones(unittest.TestCase):
@@ -78,7 +67,7 @@ class Cones(unittest.TestCase):
     def test_pattern(self):
         for rng in self.cases():
             shape, strides, rows, places = self.domain(rng)
-            nd, n, midxs, pattern = len(shape), len(rows), table(rows), blank("q", len(rows))
+            nd, n, midxs, pattern = len(shape), len(rows), matrix("i", rows), blank("q", len(rows))
             self.check(44, [nd, n, pattern, midxs, i64(strides)], None, places)
             self.check(42, [True, i64(places)], places == sorted(set(places)))
             # A subscript out of range ends the list in front of its row.
@@ -87,7 +76,7 @@ class Cones(unittest.TestCase):
             beyond = places[:bad] + list(pattern[bad:])
             for test, sort, write in ((51, 54, 55), (64, 67, 68)):
                 for flag, sp, written in ((False, midxs, places), (True, midxs, list(pattern)),
-                                          (False, table(rows), beyond)):
+                                          (False, matrix("i", rows), beyond)):
                     self.check(test, [flag, n, i32(shape), sp, pattern, i32(strides)],
                                written != places, written)
                 perm = i32(range(n))
@@ -98,7 +87,7 @@ class Cones(unittest.TestCase):
                     perm = i32(order)
                 self.check(write, [perm, midxs, n, nd, pattern, i32(strides)], None, sorted(places))
         # Each product wraps, the sum doesn't.
-        self.check(55, [i32([0]), table([[3, 3]]), 1, 2, blank("q", 1), i32([2**30] * 2)], None,
+        self.check(55, [i32([0]), matrix("i", [[3, 3]]), 1, 2, blank("q", 1), i32([2**30] * 2)], None,
                    [-2**31])
 
     def test_bounds(self):
@@ -110,7 +99,7 @@ class Cones(unittest.TestCase):
                 sides = [[rng.random() for _ in range(1 if scalar else len(at))] for _ in range(2)]
                 held = [dict(zip(at, side * n if scalar else side)) for side in sides]
                 expected = [[h.get(k, MARKER["d"]) for k in range(n)] for h in held]
-                sp, stack = (table(rows), i32([9, *shape])) if listed else (None, None)
+                sp, stack = (matrix("i", rows), i32([9, *shape])) if listed else (None, None)
                 self.check(82, [new, new, listed, f64(sides[0]), scalar, sp, f64(sides[1]), nd, n,
                                 stack, 1], None, *expected)
             self.check(100, [new, f64(sides[1]), sp, nd, i32(strides)], None, expected[1])

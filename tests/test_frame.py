@@ -9,7 +9,7 @@ import sys
 import unittest
 
 from declarations import read_declarations
-from support import call, closure, f64, fragments, i32, i64
+from support import call, closure, fragments, i32
 from test_buffers import Buffer
 
 try:

@@ -5,14 +5,8 @@ import random
 import struct
 import unittest
 
-from support import (MARKER, Model, Sampler, Stack, Term, call, f64, i32, i64, prefix, push,
-                     strided)
-
-LAYOUTS = (lambda a: a, strided)
-
-
-def blank(make, kind, n):
-    return make([MARKER[kind]] * n)
+from support import (LAYOUTS, MARKER, Model, Sampler, Stack, Term, blank, call, f64, i32, i64, prefix,
+                     push)
 
 
 class Rows(unittest.TestCase):
@@ -62,7 +56,7 @@ class Rows(unittest.TestCase):
                 nrow = len(codes)
                 x = Stack()
                 cptr, lptr = x.reserve("i", nrow + 3), x.reserve("i", nrow + 3)
-                rows = [lay(blank(i32, "i", nrow + 3)) for _ in range(4)]
+                rows = [lay(blank("i", nrow + 3)) for _ in range(4)]
                 result = call(35, 1, 10, lay(i32(codes)), cptr, rows[0], 2, 20, lptr, rows[1], nrow,
                               h.ptr_base, w.i32, x.i32)
                 self.assertEqual(call(39, 1, lay(i32(codes)), rows[2], 2, rows[3], nrow),
@@ -109,13 +103,13 @@ class Rows(unittest.TestCase):
                 sections = variables, w.f64, w.i32, w.i64
                 gap = [MARKER["d"]]
                 for number in (32, 41):
-                    cof = lay(blank(f64, "d", 4 * nrow + 3))
+                    cof = lay(blank("d", 4 * nrow + 3))
                     middle = (nrow, h.nidxs_base, 2) if number == 32 else (2, nrow, h.nidxs_base)
                     self.assertEqual(call(number, cof, h.cof_base, *middle, h.ptr_base, *sections),
                                      2 + 4 * nrow)
                     self.assertEqual(list(cof), gap * 2 + sum(block, []) + gap)
-                cofs = [lay(blank(f64, "d", 4 * nrow + 3)) for _ in range(2)]
-                rows = [lay(blank(i32, "i", 4 * nrow + 3)) for _ in range(2)]
+                cofs = [lay(blank("d", 4 * nrow + 3)) for _ in range(2)]
+                rows = [lay(blank("i", 4 * nrow + 3)) for _ in range(2)]
                 result = call(33, cofs[0], 1, h.cof_base, lay(i32(codes)), rows[0], cofs[1], 2,
                               rows[1], nrow, h.nidxs_base, h.ptr_base, *sections)
                 for k, (half, pos) in enumerate(zip(self.halves(codes), (1, 2))):
@@ -154,7 +148,7 @@ class Solution(unittest.TestCase):
         """Calls a read closure, with a marker at either end, and returns the values read.
         `arrays` are those before `n` and those from `res` on."""
         before, after = arrays
-        res = lay(blank(f64, "d", len(native) + pos + 1))
+        res = lay(blank("d", len(native) + pos + 1))
         call(number, *before, len(native), native, pos, res, *after)
         self.assertEqual([*res[:pos], res[len(res) - 1]], [MARKER["d"]] * (pos + 1))
         return list(res[pos : len(res) - 1])
@@ -207,7 +201,7 @@ class Solution(unittest.TestCase):
         for lay in LAYOUTS:
             native = [3, -1, 0, -7, 5]
             self.assertEqual(call(21, lay(i64(native)), 4), 7)
-            subj, val = lay(blank(i32, "i", 6)), lay(blank(f64, "d", 6))
+            subj, val = lay(blank("i", 6)), lay(blank("d", 6))
             self.assertEqual(call(22, 2, lay(i64(native)), subj, val,
                                   lay(f64([0.5, 1.5, 2.5, 3.5, 4.5]))), 5)
             self.assertEqual(list(subj), [MARKER["i"]] * 2 + [3, 0, 5] + [MARKER["i"]])
@@ -216,7 +210,7 @@ class Solution(unittest.TestCase):
 
     def test_combined_duals(self):
         for number, lay in itertools.product((23, 24), LAYOUTS):
-            y = lay(blank(f64, "d", 4))
+            y = lay(blank("d", 4))
             call(number, 3, lay(f64([1.0, 0.5, 0.0])), lay(f64([0.25, 2.0, 0.0])), y)
             self.assertEqual(list(y), [0.75, -1.5, 0.0, MARKER["d"]])
 

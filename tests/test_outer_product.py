@@ -4,13 +4,9 @@ import itertools
 import random
 import unittest
 
-from support import MARKER, call, f64, i32, i64, prefix, strided
+from support import MARKER, blank, call, f64, i32, i64, prefix, strided
 
 NUMBERS = [-2.0, -1.5, -0.5, 0.0, 0.5, 1.0, 3.0]
-
-
-def blank(kind, n):
-    return {"q": i64, "d": f64}[kind]([MARKER[kind]] * n)
 
 
 def dense(size, inst, ptrb, subj, cof, x, bfix=None):

@@ -4,7 +4,7 @@ import itertools
 import math
 import unittest
 
-from support import (MARKER, NO_OPERAND, OP_ADD, OP_CONST, OP_MUL, OP_PARAM, Sampler, Stack,
+from support import (MARKER, OP_ADD, OP_CONST, OP_MUL, OP_PARAM, Sampler, Stack,
                      assert_only_sections_written, call, evaluate, f64, i32, i64, push, read,
                      reserve)
 

@@ -4,7 +4,7 @@ import itertools
 import unittest
 
 from support import (MARKER, Sampler, Stack, assert_only_sections_written, call, f64, i32, i64,
-                     product, read, reserve, strided)
+                     read, reserve, strided)
 
 
 class Plain:

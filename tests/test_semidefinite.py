@@ -3,8 +3,7 @@
 import itertools
 import unittest
 
-from support import Sampler, Stack, Term, call, evaluate, f64, i32, prefix, push
-from test_cones import LAYOUTS, blank
+from support import LAYOUTS, Sampler, Stack, Term, blank, call, evaluate, f64, i32, prefix, push
 
 
 class Semidefinite(unittest.TestCase):
@@ -12,7 +11,7 @@ class Semidefinite(unittest.TestCase):
         """Semidefinite variables that are registered, and an expression with ascending terms."""
         for seed, step in itertools.product(range(60), (1, 3)):
             s, self.lay = Sampler(seed), LAYOUTS[step > 1]
-            self.blank = lambda kind, n: blank(kind, n, self.lay)
+            self.blank = lambda kind, n: self.lay(blank(kind, n))
             dims = sorted(s.rng.randrange(4) for _ in range(2))
             self.entries = [(n, i, j) for n, d in enumerate(sorted(2 * dims)) for j in range(d)
                             for i in range(j, d)]

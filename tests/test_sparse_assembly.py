@@ -4,9 +4,8 @@ import itertools
 import random
 import unittest
 
-from support import MARKER, call, f64, i32, i64, prefix, strided
+from support import LAYOUTS, MARKER, call, f64, i32, i64, prefix
 
-LAYOUTS = (lambda a: a, strided)
 MAKE = {"i": i32, "q": i64, "d": f64}
 
 
