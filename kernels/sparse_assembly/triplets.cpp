@@ -10,17 +10,40 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
+#include "prefetch.h"
 
 namespace fragments {
 
 namespace {
 
+constexpr int64_t ahead = prefetch_distance;
+
 /// Counts each of the `n` entries of `sub` in its bucket, two places up.
 template <class S>
 void count_entries(int64_t n, I32<S> sub, I64<S> ptr)
 {
-    count_keys(
-        n, [&](int64_t k) { return sub[k]; }, ptr.from(1));
+    const auto count = ptr.from(2);
+    with_prefetch(ptr, [&](auto far) {
+        for (int64_t k = 0; k < n; ++k) {
+            if (far && k < n - ahead) prefetch(count, sub[k + ahead]);
+            ++count[sub[k]];
+        }
+    });
+}
+
+/// The same for two lists at once.
+template <class S>
+void count_both(I64<S> cptrb, int64_t n, I64<S> rptrb, I32<S> subi, I32<S> subj)
+{
+    const auto columns = cptrb.from(2);
+    const auto rows = rptrb.from(2);
+    with_prefetch(cptrb, [&](auto far) {
+        for (int64_t k = 0; k < n; ++k) {
+            if (far && k < n - ahead) prefetch(columns, subj[k + ahead]);
+            ++columns[subj[k]];
+            ++rows[subi[k]];
+        }
+    });
 }
 
 /// The start of each of the `n` buckets, one place up.
@@ -44,13 +67,22 @@ template <class S, class T>
 void scatter_by_column(I64<S> cptrb, int64_t nrow, I64<S> rptrb, I32<S> subj, Array<T, S> tsubi,
                        Array<T, S> tsubj, F64<S> tval, F64<S> val)
 {
-    walk_buckets(nrow, rptrb, [&](int64_t i, int64_t p) {
-        const int32_t j = subj[p];
-        const int64_t q = cptrb[j];
-        tsubi[q] = static_cast<T>(i);
-        tsubj[q] = j;
-        tval[q] = val[p];
-        cptrb[j] = q + 1;
+    with_prefetch(tval, [&](auto far) {
+        walk_buckets(nrow, rptrb, [&](int64_t i, int64_t p) {
+            if (far && p < subj.length() - 2 * ahead) {
+                prefetch(cptrb, subj[p + 2 * ahead]);
+                const int64_t q = peek(cptrb, subj[p + ahead]);
+                prefetch(tsubi, q);
+                prefetch(tsubj, q);
+                prefetch(tval, q);
+            }
+            const int32_t j = subj[p];
+            const int64_t q = cptrb[j];
+            tsubi[q] = static_cast<T>(i);
+            tsubj[q] = j;
+            tval[q] = val[p];
+            cptrb[j] = q + 1;
+        });
     });
 }
 
@@ -66,9 +98,19 @@ CLOSURE_AS(122, void, (I64 cptrb, int ncol), pointer_sum(ncol, cptrb))
 /// `cols`: the positions in the list by column. The low 32 bits of `n` count.
 CLOSURE(123, void, (I32 cols, I64 cptrb, long long n, I32 subj))
 {
-    place_by_key(
-        static_cast<int32_t>(n), each_position, [&](int64_t k) { return subj[k]; }, cptrb.from(1),
-        cols);
+    const int32_t count = static_cast<int32_t>(n);
+    const auto next = cptrb.from(1);
+    with_prefetch(cols, [&](auto far) {
+        for (int32_t k = 0; k < count; ++k) {
+            if (far && k < count - 2 * ahead) {
+                prefetch(next, subj[k + 2 * ahead]);
+                prefetch(cols, peek(next, subj[k + ahead]));
+            }
+            const int32_t j = subj[k];
+            cols[next[j]] = k;
+            ++next[j];
+        }
+    });
 }
 
 CLOSURE_AS(124, void, (long long n, I64 rptrb, I32 subi), count_entries(n, subi, rptrb))
@@ -78,9 +120,18 @@ CLOSURE_AS(125, void, (int nrow, I64 rptrb), pointer_sum(nrow, rptrb))
 CLOSURE(126, void, (I32 cols, I64 cptrb, int ncol, I32 rows, I64 rptrb, I32 subi))
 {
     const auto next = rptrb.from(1);
-    walk_buckets(ncol, cptrb, [&](int64_t, int64_t p) {
-        const int32_t k = cols[p];
-        rows[next[subi[k]]++] = k;
+    with_prefetch(rows, [&](auto far) {
+        walk_buckets(ncol, cptrb, [&](int64_t, int64_t p) {
+            if (far && p < cols.length() - 3 * ahead) {
+                prefetch(subi, cols[p + 3 * ahead]);
+                prefetch(next, peek(subi, cols[p + 2 * ahead]));
+                prefetch(rows, peek(next, peek(subi, cols[p + ahead])));
+            }
+            const int32_t k = cols[p];
+            const int32_t i = subi[k];
+            rows[next[i]] = k;
+            ++next[i];
+        });
     });
 }
 
@@ -88,11 +139,22 @@ CLOSURE(126, void, (I32 cols, I64 cptrb, int ncol, I32 rows, I64 rptrb, I32 subi
 /// the first.
 CLOSURE(127, int, (long long n, int count, I32 rows, I32 subi, I32 subj))
 {
-    for (int64_t k = 1; k < n; ++k) {
-        const int32_t e = rows[k];
-        const int32_t last = rows[k - 1];
-        count += subi[e] != subi[last] || subj[e] != subj[last];
-    }
+    if (n < 2) return count;
+    int32_t last_i = subi[rows[0]];
+    int32_t last_j = subj[rows[0]];
+    with_prefetch(subi, [&](auto far) {
+        for (int64_t k = 1; k < n; ++k) {
+            if (far && k < n - ahead) {
+                prefetch(subi, rows[k + ahead]);
+                prefetch(subj, rows[k + ahead]);
+            }
+            const int32_t i = subi[rows[k]];
+            const int32_t j = subj[rows[k]];
+            count += (i != last_i) | (j != last_j);
+            last_i = i;
+            last_j = j;
+        }
+    });
     return count;
 }
 
@@ -103,17 +165,24 @@ CLOSURE(128, int,
         (int pos, long long n, I32 rows, I32 subi, I32 subj, I32 tsubi, I32 tsubj, F64 tval,
          F64 val))
 {
-    for (int64_t k = 1; k < n; ++k) {
-        const int32_t e = rows[k];
-        if (tsubi[pos - 1] == subi[e] && tsubj[pos - 1] == subj[e]) {
-            tval[pos - 1] += val[e];
-        } else {
-            tsubi[pos] = subi[e];
-            tsubj[pos] = subj[e];
-            tval[pos] = val[e];
-            ++pos;
+    with_prefetch(val, [&](auto far) {
+        for (int64_t k = 1; k < n; ++k) {
+            if (far && k < n - ahead) {
+                prefetch(subi, rows[k + ahead]);
+                prefetch(subj, rows[k + ahead]);
+                prefetch(val, rows[k + ahead]);
+            }
+            const int32_t e = rows[k];
+            if (tsubj[pos - 1] == subj[e] && tsubi[pos - 1] == subi[e]) {
+                tval[pos - 1] += val[e];
+            } else {
+                tsubi[pos] = subi[e];
+                tsubj[pos] = subj[e];
+                tval[pos] = val[e];
+                ++pos;
+            }
         }
-    }
+    });
     return pos;
 }
 
@@ -122,16 +191,10 @@ CLOSURE(128, int,
 // gets the pointer arrays from their second entry on. It needs the end of the last row, too: 114
 // and 118 are called with one row more.
 
-CLOSURE(113, void, (I64 cptrb, long long n, I64 rptrb, I32 subi, I32 subj))
-{
-    count_entries(n, subj, cptrb);
-    count_entries(n, subi, rptrb);
-}
-CLOSURE(117, void, (I64 cptrb, long long n, I64 rptrb, I32 subi, I32 subj))
-{
-    count_entries(n, subj, cptrb);
-    count_entries(n, subi, rptrb);
-}
+CLOSURE_AS(113, void, (I64 cptrb, long long n, I64 rptrb, I32 subi, I32 subj),
+           count_both(cptrb, n, rptrb, subi, subj))
+CLOSURE_AS(117, void, (I64 cptrb, long long n, I64 rptrb, I32 subi, I32 subj),
+           count_both(cptrb, n, rptrb, subi, subj))
 
 CLOSURE_AS(114, void, (int nrow, I64 rptrb), pointer_sum(nrow, rptrb))
 CLOSURE_AS(118, void, (int nrow, I64 rptrb), pointer_sum(nrow, rptrb))
