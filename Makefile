@@ -30,6 +30,8 @@ demo-sdp:
 bench:
 	@scripts/build.sh benchmarks
 	@build/benchmarks/python benchmarks/run.py $(OPTIONS)
+	@scripts/build.sh benchmarks311
+	@build/benchmarks311/python benchmarks/run.py --numpy $(OPTIONS)
 
 # make lint [FILES="kernels/products/left_product.cpp ..."]
 lint:

@@ -10,7 +10,7 @@ preset=$1
 shift
 
 version=
-if [[ $preset == python311 ]]; then version=3.11; fi
+if [[ $preset == *311 ]]; then version=3.11; fi
 python=$(scripts/setup.sh "$version")
 
 # CMake keeps the interpreter that it found first, so another one starts afresh.
