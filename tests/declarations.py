@@ -10,7 +10,7 @@ COMMENT = re.compile(r"//[^\n]*|/\*.*?\*/", re.DOTALL)
 DECLARATION = re.compile(
     r"\bCLOSURE(?:_AS)?\(\s*(\d+)\s*,\s*(results\([^)]*\)|[\w ]+?)\s*,\s*\(([^)]*)\)\s*[,)]"
 )
-ARRAY = re.compile(r"(I32|I64|F64)(Matrix|List)?")
+ARRAY = re.compile(r"(I32|I64|F64)(Matrix|List)?(Out)?")
 RESULT = {"void": None, "int": int, "long long": int, "bool": bool}
 
 
@@ -27,11 +27,15 @@ class Parameter:
 
     @property
     def is_list(self):
-        return self.type.endswith("List")
+        return "List" in self.type
+
+    @property
+    def is_written(self):
+        return self.type.endswith("Out")
 
     @property
     def rank(self):
-        return 2 if self.type.endswith("Matrix") else 1
+        return 2 if "Matrix" in self.type else 1
 
 
 @dataclass(frozen=True)
@@ -66,4 +70,6 @@ def read_declarations():
     """All declarations, by descending number."""
     texts = (COMMENT.sub("", path.read_text()) for path in SOURCES.glob("*/*.cpp"))
     found = [parse(*match.groups()) for text in texts for match in DECLARATION.finditer(text)]
+    if not any(p.is_written for d in found for p in d.parameters):
+        Parameter.is_written = property(lambda self: not self.is_list)  # the declarations don't tell
     return sorted(found, key=lambda d: -d.number)
