@@ -61,6 +61,25 @@ void walk_buckets(int64_t buckets, I64<S> ptr, Entry entry)
         for (int64_t p = ptr[b]; p < ptr[b + 1]; ++p) entry(b, p);
 }
 
+/// Whether these buckets follow each other, so that their places can be gone through in one loop:
+/// the ends of many small ones cost more than the test.
+template <class S>
+bool is_one_range(int64_t buckets, I64<S> ptr)
+{
+    return buckets > 0 && ascending(true, ptr, buckets + 1);
+}
+
+/// Whether nothing that is written to `target` changes `array`. Strided ones aren't looked at.
+template <class T, class U, class S>
+bool apart(Array<T, S> array, Array<U, S> target)
+{
+    if (!is_block<S>) return false;
+    const auto begin = reinterpret_cast<uint64_t>(array.data());
+    const auto written = reinterpret_cast<uint64_t>(target.data());
+    return begin + static_cast<uint64_t>(array.length()) * sizeof(T) <= written ||
+           written + static_cast<uint64_t>(target.length()) * sizeof(U) <= begin;
+}
+
 /// The row-sorted entries, each to the next free place of its column: the result is in ascending
 /// order of column and, within a column, of row.
 template <class S, class T>
@@ -121,7 +140,7 @@ CLOSURE(126, void, (I32 cols, I64 cptrb, int ncol, I32Out rows, I64Out rptrb, I3
 {
     const auto next = rptrb.from(1);
     with_prefetch(rows, [&](auto far) {
-        walk_buckets(ncol, cptrb, [&](int64_t, int64_t p) {
+        const auto place = [&](int64_t p) {
             if (far && p < cols.length() - 3 * ahead) {
                 prefetch(subi, cols[p + 3 * ahead]);
                 prefetch(next, peek(subi, cols[p + 2 * ahead]));
@@ -131,7 +150,13 @@ CLOSURE(126, void, (I32 cols, I64 cptrb, int ncol, I32Out rows, I64Out rptrb, I3
             const int32_t i = subi[k];
             rows[next[i]] = k;
             ++next[i];
-        });
+        };
+        if (is_one_range(ncol, cptrb) && apart(cptrb, rows) && apart(cptrb, rptrb)) {
+            const int64_t end = cptrb[ncol];
+            for (int64_t p = cptrb[0]; p < end; ++p) place(p);
+        } else {
+            walk_buckets(ncol, cptrb, [&](int64_t, int64_t p) { place(p); });
+        }
     });
 }
 
