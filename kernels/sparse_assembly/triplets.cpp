@@ -111,10 +111,15 @@ void scatter_by_column(I64Out<S> cptrb, int64_t nrow, I64<S> rptrb, I32<S> subj,
 // (121, 122, 123 and 124, 125, 126), and the sum of what repeats (127, 128). Both passes are
 // stable: entries of one place keep the order of the list.
 
+/// cptrb[subj[k] + 2] += 1 for k below `n`: the entries of each column, counted two places up.
 CLOSURE_AS(121, void, (I64Out cptrb, long long n, I32 subj), count_entries(n, subj, cptrb))
+
+/// cptrb[i + 2] += cptrb[i + 1] for i below `ncol` - 1, in ascending order: from counts the start
+/// of each column, one place up.
 CLOSURE_AS(122, void, (I64Out cptrb, int ncol), pointer_sum(ncol, cptrb))
 
-/// `cols`: the positions in the list by column. The low 32 bits of `n` count.
+/// `cols` gets the positions in the list by column, each at the next free place of its column,
+/// cptrb[j + 1], which moves on by 1. The low 32 bits of `n` count.
 CLOSURE(123, void, (I32Out cols, I64Out cptrb, long long n, I32 subj))
 {
     const int32_t count = static_cast<int32_t>(n);
@@ -132,10 +137,16 @@ CLOSURE(123, void, (I32Out cols, I64Out cptrb, long long n, I32 subj))
     });
 }
 
+/// rptrb[subi[k] + 2] += 1 for k below `n`: the entries of each row, counted two places up.
 CLOSURE_AS(124, void, (long long n, I64Out rptrb, I32 subi), count_entries(n, subi, rptrb))
+
+/// rptrb[i + 2] += rptrb[i + 1] for i below `nrow` - 1, in ascending order: from counts the start
+/// of each row, one place up.
 CLOSURE_AS(125, void, (int nrow, I64Out rptrb), pointer_sum(nrow, rptrb))
 
-/// `rows`: the positions in the list by row and, within a row, by column.
+/// `rows` gets the positions in the list by row and, within a row, by column, from those by column:
+/// column j has the places cptrb[j] up to but not including cptrb[j + 1] of `cols`. The next free
+/// place of row i is rptrb[i + 1], which moves on by 1.
 CLOSURE(126, void, (I32 cols, I64 cptrb, int ncol, I32Out rows, I64Out rptrb, I32 subi))
 {
     const auto next = rptrb.from(1);
@@ -151,7 +162,7 @@ CLOSURE(126, void, (I32 cols, I64 cptrb, int ncol, I32Out rows, I64Out rptrb, I3
             rows[next[i]] = k;
             ++next[i];
         };
-        if (is_one_range(ncol, cptrb) && apart(cptrb, rows) && apart(cptrb, rptrb)) {
+        if (apart(cptrb, rows) && apart(cptrb, rptrb) && is_one_range(ncol, cptrb)) {
             const int64_t end = cptrb[ncol];
             for (int64_t p = cptrb[0]; p < end; ++p) place(p);
         } else {
@@ -160,8 +171,8 @@ CLOSURE(126, void, (I32 cols, I64 cptrb, int ncol, I32Out rows, I64Out rptrb, I3
     });
 }
 
-/// `count` plus the places of the sorted list that differ from the one before; the caller counts
-/// the first.
+/// `count` plus the positions of the list, sorted by `rows`, whose row or column differs from that
+/// of the one before; the caller counts the first.
 CLOSURE(127, int, (long long n, int count, I32 rows, I32 subi, I32 subj))
 {
     if (n < 2) return count;
@@ -183,9 +194,9 @@ CLOSURE(127, int, (long long n, int count, I32 rows, I32 subi, I32 subj))
     return count;
 }
 
-/// The sorted list, each place once, with its values added up in the order of the list, from slot
-/// `pos` on. The caller has written the first entry to slot `pos` - 1. Returns the slot behind the
-/// last. A sum of 0.0 stays.
+/// The list sorted by `rows`, each row and column once, with its values added up in the order of
+/// the list, to `tsubi`, `tsubj`, `tval` from slot `pos` on. The caller has written the first entry
+/// to slot `pos` - 1. Returns the slot behind the last. A sum of 0.0 stays.
 CLOSURE(128, int,
         (int pos, long long n, I32 rows, I32 subi, I32 subj, I32Out tsubi, I32Out tsubj,
          F64Out tval, F64 val))
@@ -216,17 +227,23 @@ CLOSURE(128, int,
 // gets the pointer arrays from their second entry on. It needs the end of the last row, too: 114
 // and 118 are called with one row more.
 
+/// The entries of each column and of each row, counted two places up.
 CLOSURE_AS(113, void, (I64Out cptrb, long long n, I64Out rptrb, I32 subi, I32 subj),
            count_both(cptrb, n, rptrb, subi, subj))
 CLOSURE_AS(117, void, (I64Out cptrb, long long n, I64Out rptrb, I32 subi, I32 subj),
            count_both(cptrb, n, rptrb, subi, subj))
 
+/// rptrb[i + 2] += rptrb[i + 1] for i below `nrow` - 1, in ascending order.
 CLOSURE_AS(114, void, (int nrow, I64Out rptrb), pointer_sum(nrow, rptrb))
 CLOSURE_AS(118, void, (int nrow, I64Out rptrb), pointer_sum(nrow, rptrb))
+
+/// cptrb[i + 2] += cptrb[i + 1] for i below `ncol` - 1, in ascending order.
 CLOSURE_AS(115, void, (I64Out cptrb, int ncol), pointer_sum(ncol, cptrb))
 CLOSURE_AS(119, void, (I64Out cptrb, int ncol), pointer_sum(ncol, cptrb))
 
-/// The column-sorted list; each entry of `cptrb` ends as the end of its column.
+/// The column-sorted list, from a row-sorted one whose row i has the places rptrb[i] up to but not
+/// including rptrb[i + 1] of `subj` and `val`: each entry goes to place cptrb[j] of `tsubi`,
+/// `tsubj` and `tval`, which moves on by 1 and so ends as the end of column j.
 CLOSURE_AS(116, void,
            (I64Out cptrb, int nrow, I64 rptrb, I32 subj, I64Out tsubi, I64Out tsubj, F64Out tval,
             F64 val),
