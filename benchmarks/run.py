@@ -3,8 +3,9 @@
     python run.py [--numpy] [--most TERMS] [--repetitions N] [PATTERN]
 
 Needs the modules `fragments` and `benchmark_reference` on the path. Every figure is the median of
-several repetitions that alternate between the closure and what it is measured against. Only the
-benchmarks whose name contains PATTERN run. With --numpy they are those that take NumPy's arrays.
+several repetitions that alternate between the closure and what it is measured against, in time of
+the processor, so that other processes count little. Only the benchmarks whose name contains PATTERN
+run. With --numpy they are those that take NumPy's arrays.
 """
 
 import argparse
@@ -24,10 +25,10 @@ MIN_SECONDS = 0.02  # of one repetition
 
 
 def seconds(work, calls):
-    start = time.perf_counter()
+    start = time.thread_time()
     for _ in itertools.repeat(None, calls):
         work()
-    return (time.perf_counter() - start) / calls
+    return (time.thread_time() - start) / calls
 
 
 def measure(works, repetitions):
