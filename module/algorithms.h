@@ -320,4 +320,23 @@ void for_each_match(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
     merge(a, key_a, b, key_b, [&](const auto&) { match(a.begin++, b.begin++); });
 }
 
+/// Merges two lists of elements by their strictly ascending linear indexes, from the places
+/// list1.begin and list2.begin on: calls `element(in1, in2)` for each distinct index, with whether
+/// it stands in each list, and then steps over it. Reads no index once a list is used up.
+template <class Index1, class Index2, class Element>
+void merge_elements(Range& list1, Index1 index1, Range& list2, Index2 index2, Element element)
+{
+    while (list1.begin < list1.end && list2.begin < list2.end) {
+        const int64_t linear1 = index1(list1.begin);
+        const int64_t linear2 = index2(list2.begin);
+        const bool in1 = linear1 <= linear2;
+        const bool in2 = linear2 <= linear1;
+        element(in1, in2);
+        list1.begin += in1;
+        list2.begin += in2;
+    }
+    for (; list1.begin < list1.end; ++list1.begin) element(true, false);
+    for (; list2.begin < list2.end; ++list2.begin) element(false, true);
+}
+
 } // namespace fragments

@@ -66,12 +66,13 @@ CLOSURE(643, results(int, int), (int item, int maxitem, I32 next, int nitem))
     return {last, maxitem};
 }
 
-/// Lists the run of `nitem` slots from `item` on in `target`, from place `pos` on: 641 returns the
-/// slot behind the run. The link of the run's last slot is followed too.
+/// Lists the run of `nitem` slots from `item` on in `target`, from place `pos` on. The link of the
+/// run's last slot is followed too.
 CLOSURE(642, void, (int item, I32 next, int nitem, int pos, I32Out target))
 {
     copy_run(item, next, nitem, target.from(pos));
 }
+/// The same; returns the slot behind the run.
 CLOSURE_AS(641, int, (int item, I32 next, int nitem, int pos, I32Out target),
            copy_run(item, next, nitem, target.from(pos)))
 

@@ -13,6 +13,7 @@ CLOSURE(631, results(int, int), (int maxi, int maxj, int n, I32 subi, I32 subj))
 {
     return {greatest(maxi, subi, n), greatest(maxj, subj, n)};
 }
+/// The same.
 CLOSURE(630, results(int, int), (int maxi, int maxj, int n, I32 subi, I32 subj))
 {
     return {greatest(maxi, subi, n), greatest(maxj, subj, n)};
