@@ -1,8 +1,11 @@
 #pragma once
 
-/// The loops that recur in the closures. Sources come before targets; a count of 0 or less does
-/// nothing. Elements are taken in ascending order unless a loop says otherwise, and the outcome is
-/// that of the plain loop also where arrays overlap.
+/// The loops that recur in the closures. Arguments stand in this order: a value that is carried on;
+/// the array that is read, or the only one; the count; what chooses among the elements; the array
+/// that is written. In a sort the count comes first, then the functions, then the arrays.
+///
+/// A count of 0 or less does nothing. Elements are taken in ascending order unless a loop says
+/// otherwise, and the outcome is that of the plain loop also where arrays overlap.
 
 #include <algorithm>
 #include <cstdint>
@@ -219,7 +222,8 @@ void place_by_key(int64_t n, Item item, Key key, ArrayOut<P, S> next, ArrayOut<T
 /// The positions themselves as items.
 constexpr auto each_position = [](int64_t i) { return i; };
 
-/// All three steps over `ptr`, of `keys` + 1 entries, which it fills with 0 first.
+/// All three steps over `ptr`, of `keys` + 1 entries, which it fills with 0 first. The items have
+/// to be the positions 0 to n - 1 in some order, as keys are counted by position.
 template <class P, class T, class S, class Item, class Key>
 void counting_sort(int64_t n, Item item, Key key, int64_t keys, ArrayOut<P, S> ptr,
                    ArrayOut<T, S> target)
