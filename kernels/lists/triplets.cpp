@@ -48,7 +48,7 @@ CLOSURE(635, int, (int count, F64 val_))
 
 /// `outofrange`, or whether one of the first `n` entries lies outside a `dimi` x `dimj` matrix.
 CLOSURE_AS(634, bool, (int dimi, int dimj, long long n, bool outofrange, I32 subi_, I32 subj_),
-           outofrange || has_bad_index(dimi, dimj, n, subi_, subj_))
+           outofrange || has_bad_entry(dimi, dimj, n, subi_, subj_))
 
 /// All positions of a `dimi` x `dimj` matrix, row by row.
 CLOSURE(633, int, (int dimi, int dimj, int k, I32Out subi, I32Out subj))

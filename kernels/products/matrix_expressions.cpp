@@ -43,9 +43,9 @@ CLOSURE(499, void,
 CLOSURE_AS(498, bool, (bool badorder, I32 msubi, I32 msubj),
            badorder || has_bad_order(msubi.length(), msubi, msubj))
 CLOSURE_AS(497, bool, (bool badidx, int md0, int md1, I32 msubi, I32 msubj),
-           badidx || has_bad_index(md0, md1, msubi.length(), msubi, msubj))
+           badidx || has_bad_entry(md0, md1, msubi.length(), msubi, msubj))
 CLOSURE_AS(496, bool, (int md0, int md1, I32 msubi, I32 msubj, bool valid),
-           valid && !has_bad_index(md0, md1, msubi.length(), msubi, msubj) &&
+           valid && !has_bad_entry(md0, md1, msubi.length(), msubi, msubj) &&
                !has_bad_order(msubi.length(), msubi, msubj))
 
 /// Whether some linear index lies outside a shape of `total` positions.
