@@ -10,7 +10,6 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
-#include "matrix_walks.h"
 #include "parameter_term.h"
 #include "stacked_expression.h"
 
@@ -18,14 +17,27 @@ namespace fragments {
 
 namespace {
 
-/// walk_elementwise for a sparse E, from the cursors on, which it moves. A match moves that of P
-/// alone; E's follows with the next entry.
+/// Calls `pair(a, q)` for each entry a of P at an index that a sparse E stores too, as its element
+/// q. Moves both cursors; a match moves that of P, and E's follows with the next entry.
 template <class S, class Pair>
-void walk_sparse_elementwise(Range& entries, I64<S> psp, Range& elements, I64<S> sp, Pair pair)
+void walk_sparse(Range& entries, I64<S> psp, Range& elements, I64<S> sp, Pair pair)
 {
     merge(
         entries, [&](int64_t a) { return psp[a]; }, elements, [&](int64_t q) { return sp[q]; },
         [&](int64_t) { pair(entries.begin++, elements.begin); });
+}
+
+/// Calls `pair(a, q)` for each pair that the writers take, from the start on.
+template <class S, class Pair>
+void walk_all(int pnnz, I64<S> psp, bool hassp, int nelem, I64<S> sp, Pair pair)
+{
+    if (!hassp) {
+        for (int64_t a = 0; a < pnnz; ++a) pair(a, psp[a]);
+        return;
+    }
+    Range entries{0, pnnz};
+    Range elements{0, nelem};
+    walk_sparse(entries, psp, elements, sp, pair);
 }
 
 } // namespace
@@ -48,11 +60,10 @@ CLOSURE(358, results(int, int, int),
 {
     Sizes sizes{rncodeatom, hassp ? rnelem : pnnz, rnnz};
     const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
-    walk_elementwise(pnnz, xi64.from(psp_base), hassp, nelem, wi64.from(sp_base),
-                     [&](int64_t, int64_t q) {
-                         add_parameter_terms(sizes, e, q, ncodeatom > 0);
-                         if (hassp) ++sizes.rnelem;
-                     });
+    walk_all(pnnz, xi64.from(psp_base), hassp, nelem, wi64.from(sp_base), [&](int64_t, int64_t q) {
+        add_parameter_terms(sizes, e, q, ncodeatom > 0);
+        if (hassp) ++sizes.rnelem;
+    });
     return {sizes.rncodeatom, sizes.rnelem, sizes.nnz()};
 }
 
@@ -102,11 +113,10 @@ CLOSURE(361, results(int, int, int, int, int),
     Range entries{p_pos, pnnz};
     Range elements{e_pos, nelem};
     for_code(ncodeatom > 0, [&]<bool coded> {
-        walk_sparse_elementwise(entries, psp, elements, wi64.from(sp_base),
-                                [&](int64_t a, int64_t q) {
-                                    append_parameter_terms<coded>(r, e, q, pidx, a);
-                                    r.close_element(psp[a]);
-                                });
+        walk_sparse(entries, psp, elements, wi64.from(sp_base), [&](int64_t a, int64_t q) {
+            append_parameter_terms<coded>(r, e, q, pidx, a);
+            r.close_element(psp[a]);
+        });
     });
     return {r.codei, static_cast<int>(elements.begin), r.elmi, r.nnzi,
             static_cast<int>(entries.begin)};
@@ -122,8 +132,8 @@ CLOSURE(354, results(int, int),
 {
     Sizes sizes{rncodeatom, 0, rnnz};
     const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
-    walk_elementwise(pnnz, xi64.from(psp_base), hassp, nelem, wi64.from(sp_base),
-                     [&](int64_t, int64_t q) { add_parameter_terms(sizes, e, q, ncodeatom > 0); });
+    walk_all(pnnz, xi64.from(psp_base), hassp, nelem, wi64.from(sp_base),
+             [&](int64_t, int64_t q) { add_parameter_terms(sizes, e, q, ncodeatom > 0); });
     return {sizes.rncodeatom, sizes.nnz()};
 }
 
@@ -169,9 +179,8 @@ CLOSURE(356, results(int, int, int, int),
     Range entries{p_pos, pnnz};
     Range elements{e_pos, nelem};
     for_code(ncodeatom > 0, [&]<bool coded> {
-        walk_sparse_elementwise(
-            entries, xi64.from(psp_base), elements, wi64.from(sp_base),
-            [&](int64_t a, int64_t q) { append_parameter_terms<coded>(r, e, q, pidx, a); });
+        walk_sparse(entries, xi64.from(psp_base), elements, wi64.from(sp_base),
+                    [&](int64_t a, int64_t q) { append_parameter_terms<coded>(r, e, q, pidx, a); });
     });
     return {r.codei, static_cast<int>(elements.begin), r.nnzi, static_cast<int>(entries.begin)};
 }

@@ -294,7 +294,8 @@ CLOSURE(484, void,
     Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base, rsp_base});
     r.start(false);
     const LinearEntries elements{nnz, wi64.from(sp_base), xd1};
-    elements.for_each_row(0, [&](int64_t i, Range row) {
+    const auto row_of = [&](int64_t q) { return elements.row(q); };
+    for_each_run(0, nnz, row_of, [&](int64_t i, Range row) {
         for (int c = 0; c < md1; ++c) {
             for (int64_t q = row.begin; q < row.end; ++q)
                 r.append_term(v[q], mcof[elements.column_in_row(q, i) * md1 + c]);
