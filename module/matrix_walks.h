@@ -49,15 +49,26 @@ int64_t for_each_long_run(int64_t begin, int64_t end, Key key, Run run)
     return begin;
 }
 
-/// for_each_match where the keys of `b` ascend and there may be many more of them than of `a`: `b`
-/// is searched, so that the cost is that of `a` times the logarithm of the distances in `b`.
+/// How many times longer a list has to be than the other one for a search in it to cost less than
+/// the steps of a merge, as measured with random lists of 8000 keys.
+constexpr int64_t search_pays = 16;
+
+/// for_each_match, but if `b` is much longer than `a`, the next key of `a` is searched in it: the
+/// cost is then that of `a` times the logarithm of the distances in `b`. Which of the two is done
+/// doesn't show in the matches.
 template <class KeyA, class KeyB, class Match>
 void for_each_match_in_long(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
 {
-    for (; a.begin < a.end && b.begin < b.end; ++a.begin) {
-        const auto key = key_a(a.begin);
-        b.begin = near_lower_bound(b, key_b, key);
-        if (b.begin < b.end && !(key < key_b(b.begin))) match(a.begin, b.begin++);
+    const bool is_long = b.end - b.begin > search_pays * (a.end - a.begin);
+    while (a.begin < a.end && b.begin < b.end) {
+        const auto left = key_a(a.begin);
+        const auto right = key_b(b.begin);
+        if (left < right)
+            ++a.begin;
+        else if (right < left)
+            b.begin = is_long ? near_lower_bound({b.begin + 1, b.end}, key_b, left) : b.begin + 1;
+        else
+            match(a.begin++, b.begin++);
     }
 }
 
@@ -249,31 +260,20 @@ void walk_right_dense(Rows d0, int d1, const Columns& m, Pair pair, Element elem
     }
 }
 
-/// How many times longer than a row a column has to be for a search in it to cost less than the
-/// steps of a merge, as measured with random columns of 8000 entries.
-constexpr int64_t search_pays = 14;
-
 /// `pair(a, b)` for each of the entries of a row of the left factor that meets one of the places of
-/// column c of the right one. Returns whether there was some. Where the column is much longer than
-/// the row, each entry of the row is searched there; else the two are merged. Which of the two is
-/// done doesn't show in the pairs.
+/// column c of the right one. Returns whether there was some.
 template <class Left, class Row, class Columns, class Column, class Pair>
 bool match_row_and_column(const Left& left, Row row, Range entries, const Columns& right, Column c,
                           Range places, Pair pair)
 {
     bool met = false;
-    const auto left_key = [&](int64_t a) {
-        return right.entries.key(left.column_in_row(a, row), c);
-    };
-    const auto right_key = [&](int64_t p) { return right.entries.key(right.entry(p)); };
-    const auto meet = [&](int64_t a, int64_t p) {
-        pair(a, right.entry(p));
-        met = true;
-    };
-    if (places.end - places.begin > search_pays * (entries.end - entries.begin))
-        for_each_match_in_long(entries, left_key, places, right_key, meet);
-    else
-        for_each_match(entries, left_key, places, right_key, meet);
+    for_each_match_in_long(
+        entries, [&](int64_t a) { return right.entries.key(left.column_in_row(a, row), c); },
+        places, [&](int64_t p) { return right.entries.key(right.entry(p)); },
+        [&](int64_t a, int64_t p) {
+            pair(a, right.entry(p));
+            met = true;
+        });
     return met;
 }
 
