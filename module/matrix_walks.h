@@ -261,19 +261,25 @@ void walk_right_dense(Rows d0, int d1, const Columns& m, Pair pair, Element elem
 }
 
 /// `pair(a, b)` for each of the entries of a row of the left factor that meets one of the places of
-/// column c of the right one. Returns whether there was some.
-template <class Left, class Row, class Columns, class Column, class Pair>
+/// column c of the right one. Returns whether there was some. The full products are `searched`, as
+/// each of their columns meets many rows; a diagonal merges each of its columns once.
+template <bool searched, class Left, class Row, class Columns, class Column, class Pair>
 bool match_row_and_column(const Left& left, Row row, Range entries, const Columns& right, Column c,
                           Range places, Pair pair)
 {
     bool met = false;
-    for_each_match_in_long(
-        entries, [&](int64_t a) { return right.entries.key(left.column_in_row(a, row), c); },
-        places, [&](int64_t p) { return right.entries.key(right.entry(p)); },
-        [&](int64_t a, int64_t p) {
-            pair(a, right.entry(p));
-            met = true;
-        });
+    const auto left_key = [&](int64_t a) {
+        return right.entries.key(left.column_in_row(a, row), c);
+    };
+    const auto right_key = [&](int64_t p) { return right.entries.key(right.entry(p)); };
+    const auto match = [&](int64_t a, int64_t p) {
+        pair(a, right.entry(p));
+        met = true;
+    };
+    if constexpr (searched)
+        for_each_match_in_long(entries, left_key, places, right_key, match);
+    else
+        for_each_match(entries, left_key, places, right_key, match);
     return met;
 }
 
@@ -281,13 +287,15 @@ bool match_row_and_column(const Left& left, Row row, Range entries, const Column
 /// columns: `pair(a, b)` with an entry of each, and an element of the result where there is some
 /// pair. Returns the entry behind the last row. Costs for each row the number of right columns, and
 /// for each of these the length of row and column together or, where the column is much longer,
-/// that of the row times the logarithm of the distances in the column.
+/// that of the row times the logarithm of the distances in the column: products with constants and
+/// with parameters have the outcome of a merge, by a search where that is less.
 template <class Left, class Columns, class Pair, class Element>
 int walk_sparse(const Left& left, int64_t begin, const Columns& right, Pair pair, Element element)
 {
     return static_cast<int>(left.for_each_row(begin, [&](auto row, Range entries) {
         right.for_each_column(0, [&](auto c, Range places) {
-            if (match_row_and_column(left, row, entries, right, c, places, pair)) element(row, c);
+            if (match_row_and_column<true>(left, row, entries, right, c, places, pair))
+                element(row, c);
         });
     }));
 }
@@ -329,7 +337,7 @@ void walk_diagonal(const Left& left, Range& entries, const Columns& right, Range
         entries, [&](int64_t a) { return left.row(a); }, places,
         [&](int64_t p) { return right.column(p); },
         [&](auto i, Range in_row, Range in_column) {
-            if (match_row_and_column(left, i, in_row, right, i, in_column, pair)) element(i);
+            if (match_row_and_column<false>(left, i, in_row, right, i, in_column, pair)) element(i);
         });
 }
 
