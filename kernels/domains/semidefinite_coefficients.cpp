@@ -70,9 +70,9 @@ template <class S>
 std::tuple<int, int, int> count_row_parts(int nmat, I32<S> barj, int nlin, int nelem,
                                           const Operand<S>& e, int nbarnz, bool constants)
 {
-    for (int64_t element = 0; element < nelem; ++element) {
-        const int64_t begin = e.ptr[element];
-        const int64_t end = e.ptr[element + 1];
+    for (int64_t q = 0; q < nelem; ++q) {
+        const int64_t begin = e.ptr[q];
+        const int64_t end = e.ptr[q + 1];
         int64_t t = skip_terms(e, begin, end, [](int64_t v) { return v < 0; });
         nbarnz += static_cast<int>(t - begin);
         for_each_run(
@@ -83,21 +83,21 @@ std::tuple<int, int, int> count_row_parts(int nmat, I32<S> barj, int nlin, int n
     return {nmat, nlin, nbarnz};
 }
 
-/// The scalar terms of `nelem` elements; ptrb[e + 1] - ptrb[e] of them are of element e. Those of
-/// index 0 go to `constant(e, coefficient)`, which returns whether it has taken it.
+/// The scalar terms of `nelem` elements; ptrb[q + 1] - ptrb[q] of them are of element q. Those of
+/// index 0 go to `constant(q, coefficient)`, which returns whether it has taken it.
 template <class S, class P, class Constant>
 void write_row_scalars(const Operand<S>& e, int nelem, ScalarTerms<S> list, ArrayOut<P, S> ptrb,
                        Constant constant)
 {
-    for (int64_t element = 0; element < nelem; ++element) {
+    for (int64_t q = 0; q < nelem; ++q) {
         const int64_t before = list.count;
-        const int64_t end = e.ptr[element + 1];
-        for (int64_t t = e.ptr[element]; t < end; ++t) {
+        const int64_t end = e.ptr[q + 1];
+        for (int64_t t = e.ptr[q]; t < end; ++t) {
             const int64_t variable = e.nidxs[t];
-            if (variable > 0 || (variable == 0 && !constant(element, e.cof[t])))
+            if (variable > 0 || (variable == 0 && !constant(q, e.cof[t])))
                 list.append(variable, e.cof[t]);
         }
-        ptrb[element + 1] = static_cast<P>(ptrb[element] + list.count - before);
+        ptrb[q + 1] = static_cast<P>(ptrb[q] + list.count - before);
     }
 }
 
@@ -110,16 +110,16 @@ struct Matrices
 };
 
 /// The matrices of `nelem` elements and their entries, from the slots `nmat` and `nz` on; those of
-/// element e end at ptr[e + 1]. Returns the slots behind the last: (nz, nmat).
+/// element q end at ptr[q + 1]. Returns the slots behind the last: (nz, nmat).
 template <class S, class P>
 std::tuple<int, int> write_row_matrices(int nz, int nmat, const Operand<S>& e, int nelem,
                                         const ElementTables<S>& tables, I32<S> barvar_dim,
                                         Matrices<S> matrices, TriangleEntries<S> entries,
                                         ArrayOut<P, S> ptr)
 {
-    for (int64_t element = 0; element < nelem; ++element) {
-        int64_t t = e.ptr[element];
-        const int64_t end = e.ptr[element + 1];
+    for (int64_t q = 0; q < nelem; ++q) {
+        int64_t t = e.ptr[q];
+        const int64_t end = e.ptr[q + 1];
         while (t < end && e.nidxs[t] < 0) {
             const int barj = tables.barj[~e.nidxs[t]];
             const int64_t first = t;
@@ -130,7 +130,7 @@ std::tuple<int, int> write_row_matrices(int nz, int nmat, const Operand<S>& e, i
             matrices.matnnz[nmat] = t - first;
             ++nmat;
         }
-        ptr[element + 1] = nmat;
+        ptr[q + 1] = nmat;
     }
     return {nz, nmat};
 }
@@ -210,22 +210,22 @@ CLOSURE(78, results(int, int, int),
 }
 
 /// Writes the terms of scalar variables of `nelem` rows in pointer form, variables to `subj` and
-/// coefficients to `cof` from slot 0 on: those of row e are counted in ptrb[e + 1] - ptrb[e];
-/// ptrb[0] must be set before. The constants of row e are added to bfix[e].
+/// coefficients to `cof` from slot 0 on: those of row q are counted in ptrb[q + 1] - ptrb[q];
+/// ptrb[0] must be set before. The constants of row q are added to bfix[q].
 CLOSURE(76, void,
         (F64Out bfix, F64Out cof, int cof_base, int nelem, int nidxs_base, int ptr_base,
          I32Out ptrb, F64 rf64, I32 ri32, I64 ri64, I32Out subj))
 {
     const Operand<Stride> e(ri32, ri64, rf64, {ptr_base, nidxs_base, cof_base});
-    write_row_scalars(e, nelem, {subj, cof}, ptrb, [&](int64_t element, double coefficient) {
-        bfix[element] += coefficient;
+    write_row_scalars(e, nelem, {subj, cof}, ptrb, [&](int64_t q, double coefficient) {
+        bfix[q] += coefficient;
         return true;
     });
 }
 
 /// Writes the scalar terms of `nelem` rows, constants among them as terms of index 0, in pointer
-/// form, variables to `subj` and coefficients to `cof` from slot 0 on: those of row e are counted
-/// in ptrb[e + 1] - ptrb[e]; ptrb[0] must be set before.
+/// form, variables to `subj` and coefficients to `cof` from slot 0 on: those of row q are counted
+/// in ptrb[q + 1] - ptrb[q]; ptrb[0] must be set before.
 CLOSURE(79, void,
         (F64Out cof, int cof_base, int nelem, int nidxs_base, int ptr_base, I64Out ptrb, F64 rf64,
          I32 ri32, I64 ri64, I32Out subj))
@@ -237,7 +237,7 @@ CLOSURE(79, void,
 /// Writes the matrices of `nelem` rows, whose terms must ascend by index, from slot `nmat` on: the
 /// variable's number to `barsubj`, its dimension to `matdim`, the number of entries to `matnnz`;
 /// and the entries, from slot `nz` on: row and column to `matsubi` and `matsubj`, the value to
-/// `matcof`, half the coefficient off the diagonal. ptr[e + 1] gets the slot behind the matrices of
+/// `matcof`, half the coefficient off the diagonal. ptr[q + 1] gets the slot behind the matrices of
 /// row e. Returns (nz, nmat).
 CLOSURE(77, results(int, int),
         (int nz, int nmat, I32Out barsubj, I32 barvar_block_elm_barj, I32 barvar_block_elm_i,

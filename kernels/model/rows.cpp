@@ -1,6 +1,6 @@
 // Rows of the native model from the elements of a stacked expression.
 //
-// Element e goes with the row code conidxs[e]: a code of 0 or more is that linear row, one below 0
+// Element q goes with the row code conidxs[q]: a code of 0 or more is that linear row, one below 0
 // the complement of a conic row's number. The closures split a constraint's rows by kind, size the
 // two halves, build running term counts for them, and read dense blocks of coefficients. Result
 // lists hold plain row numbers, in the order of the elements. Positions and counts run on from the
@@ -16,16 +16,16 @@ namespace fragments {
 
 namespace {
 
-/// Calls `conic(e, row)` or `linear(e, row)` for each element, with the plain row number.
+/// Calls `conic(q, row)` or `linear(q, row)` for each element, with the plain row number.
 template <class S, class Conic, class Linear>
 void for_each_row(I32<S> conidxs, int nrow, Conic conic, Linear linear)
 {
-    for (int64_t e = 0; e < nrow; ++e) {
-        const int code = conidxs[e];
+    for (int64_t q = 0; q < nrow; ++q) {
+        const int code = conidxs[q];
         if (code < 0)
-            conic(e, ~code);
+            conic(q, ~code);
         else
-            linear(e, code);
+            linear(q, code);
     }
 }
 
@@ -39,70 +39,66 @@ Operand<S> measured(I32<S> wi32, int ptr_base)
 template <class S>
 int count_linear_rows(I32<S> conidxs, int nrow, int lcount)
 {
-    for (int64_t e = 0; e < nrow; ++e) lcount += conidxs[e] >= 0 ? 1 : 0;
+    for (int64_t q = 0; q < nrow; ++q) lcount += conidxs[q] >= 0 ? 1 : 0;
     return lcount;
 }
 
-/// Adds `amount(e)` of each element to the sum of its kind. Returns (conic, linear).
+/// Adds `amount(q)` of each element to the sum of its kind. Returns (conic, linear).
 template <class S, class Amount>
 std::tuple<int, int> sum_by_kind(int conic, I32<S> conidxs, int linear, int nrow, Amount amount)
 {
     for_each_row(
-        conidxs, nrow, [&](int64_t e, int) { conic += amount(e); },
-        [&](int64_t e, int) { linear += amount(e); });
+        conidxs, nrow, [&](int64_t q, int) { conic += amount(q); },
+        [&](int64_t q, int) { linear += amount(q); });
     return {conic, linear};
 }
 
 /// The same with the number of terms of each element as its amount.
 template <class S>
-std::tuple<int, int> sum_terms(int conic, I32<S> conidxs, int linear, int nrow,
-                               const Operand<S>& expression)
+std::tuple<int, int> sum_terms(int conic, I32<S> conidxs, int linear, int nrow, const Operand<S>& e)
 {
-    return sum_by_kind(conic, conidxs, linear, nrow,
-                       [&](int64_t e) { return expression.terms(e); });
+    return sum_by_kind(conic, conidxs, linear, nrow, [&](int64_t q) { return e.terms(q); });
 }
 
 /// The same with the number of atoms.
 template <class S>
-std::tuple<int, int> sum_atoms(int conic, I32<S> conidxs, int linear, int nrow,
-                               const Operand<S>& expression)
+std::tuple<int, int> sum_atoms(int conic, I32<S> conidxs, int linear, int nrow, const Operand<S>& e)
 {
-    return sum_by_kind(conic, conidxs, linear, nrow,
-                       [&](int64_t e) { return expression.atoms(e); });
+    return sum_by_kind(conic, conidxs, linear, nrow, [&](int64_t q) { return e.atoms(q); });
 }
 
 /// Running term counts for elements `firstrow` up to but not including `lastrow`, in the slots
 /// behind `pos`. Returns (nnz, pos).
 template <class S>
-std::tuple<int, int> extend_row_pointers(const Operand<S>& expression, int firstrow, int lastrow,
-                                         int nnz, int pos, I32Out<S> xptr)
+std::tuple<int, int> extend_row_pointers(const Operand<S>& e, int firstrow, int lastrow, int nnz,
+                                         int pos, I32Out<S> xptr)
 {
-    for (int64_t e = firstrow; e < lastrow; ++e) {
-        nnz += expression.terms(e);
+    for (int64_t q = firstrow; q < lastrow; ++q) {
+        nnz += e.terms(q);
         xptr[++pos] = nnz;
     }
     return {nnz, pos};
 }
 
-/// Stores the coefficients of element e at the places that their variables have in the ascending
+/// Stores the coefficients of element q at the places that their variables have in the ascending
 /// `varidxs`. The terms must ascend too; of repeated ones the first is taken. Other slots stay.
 template <class S>
-void read_row(const Operand<S>& expression, int64_t e, I32<S> varidxs, F64Out<S> row)
+void read_row(const Operand<S>& e, int64_t q, I32<S> varidxs, F64Out<S> row)
 {
     for_each_match(
         {0, varidxs.length()}, [&](int64_t k) { return int64_t{varidxs[k]}; },
-        {expression.ptr[e], expression.ptr[e + 1]}, [&](int64_t t) { return expression.nidxs[t]; },
-        [&](int64_t k, int64_t t) { row[k] = expression.cof[t]; });
+        {e.ptr[q], e.ptr[q + 1]}, [&](int64_t t) { return e.nidxs[t]; },
+        [&](int64_t k, int64_t t) { row[k] = e.cof[t]; });
 }
 
 /// Reads `nrow` rows of one slot for each variable, from slot `pos` on. Returns the slot behind the
 /// block.
 template <class S>
-int read_row_block(const Operand<S>& expression, int nrow, I32<S> varidxs, F64Out<S> cof, int pos)
+int read_row_block(const Operand<S>& e, int nrow, I32<S> varidxs, F64Out<S> cof, int pos)
 {
     const int nvar = static_cast<int>(varidxs.length());
     if (nvar == 0) return pos;
-    for (int64_t e = 0; e < nrow; ++e, pos += nvar) read_row(expression, e, varidxs, cof.from(pos));
+    for (int64_t q = 0; q < nrow; ++q, pos += nvar) read_row(e, q, varidxs, cof.from(pos));
     return pos;
 }
 
@@ -159,12 +155,12 @@ CLOSURE(35, results(int, int, int, int),
         (int cpos, int cnnz, I32 conidxs, int cptr_base, I32Out crowidx, int lpos, int lnnz,
          int lptr_base, I32Out lrowidx, int nrow, int ptr_base, I32 wi32, I32Out xi32))
 {
-    const auto expression = measured(wi32, ptr_base);
+    const auto e = measured(wi32, ptr_base);
     RowList<Stride> conic{crowidx, xi32.from(cptr_base), cpos, cnnz};
     RowList<Stride> linear{lrowidx, xi32.from(lptr_base), lpos, lnnz};
     for_each_row(
-        conidxs, nrow, [&](int64_t e, int row) { conic.append(row, expression.terms(e)); },
-        [&](int64_t e, int row) { linear.append(row, expression.terms(e)); });
+        conidxs, nrow, [&](int64_t q, int row) { conic.append(row, e.terms(q)); },
+        [&](int64_t q, int row) { linear.append(row, e.terms(q)); });
     return {conic.pos, conic.nnz, linear.pos, linear.nnz};
 }
 
@@ -234,15 +230,15 @@ CLOSURE(33, results(int, int),
 {
     const int nvar = static_cast<int>(varidxs.length());
     if (nvar == 0) return {cpos, lpos};
-    const auto expression = Operand<Stride>(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base});
-    const auto read = [&](int64_t e, int row, F64Out cof, I32Out subi, int& pos) {
-        read_row(expression, e, varidxs, cof.from(pos));
+    const auto e = Operand<Stride>(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base});
+    const auto read = [&](int64_t q, int row, F64Out cof, I32Out subi, int& pos) {
+        read_row(e, q, varidxs, cof.from(pos));
         fill_n(subi.from(pos), nvar, row);
         pos += nvar;
     };
     for_each_row(
-        conidxs, nrow, [&](int64_t e, int row) { read(e, row, ccof, csubi, cpos); },
-        [&](int64_t e, int row) { read(e, row, lcof, lsubi, lpos); });
+        conidxs, nrow, [&](int64_t q, int row) { read(q, row, ccof, csubi, cpos); },
+        [&](int64_t q, int row) { read(q, row, lcof, lsubi, lpos); });
     return {cpos, lpos};
 }
 
