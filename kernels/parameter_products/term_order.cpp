@@ -1,10 +1,10 @@
 // sort_terms, merge_terms: the terms of each element in ascending order of variable index, and
 // those of one variable merged.
 //
-// Operators concatenate terms as they come. 393 and 394 test whether an expression needs tidying;
-// 391 or 392 sort, into a permutation: perm[p] is the term that stands at sorted place p. Places
-// and terms of an element share its range of `ptr`. 396 and 399 walk that order by runs of equal
-// variable index and size and write one term for each run. Elements stay, also empty ones.
+// Operators concatenate terms as they come. 394 and 393 test whether an expression needs tidying;
+// 390 and 391, or 392, sort, into a permutation: perm[p] is the term that stands at sorted place p.
+// Places and terms of an element share its range of `ptr`. 396 and 399 walk that order by runs of
+// equal variable index and size and write one term for each run. Elements stay, also empty ones.
 
 #include <algorithm>
 #include <utility>
@@ -108,71 +108,9 @@ bool has_nonzero(F64<S> cof, I32<S> perm, Range places)
 
 } // namespace
 
-/// merge_terms: one term for each run, its coefficient the sum in sorted order and its program
-/// those of the run with an op_sum behind them. Sets entry 0 of `ptr` and, if the result has code,
-/// of `codeptr`. Returns (code_pos, nnz_pos).
-CLOSURE(399, results(int, int),
-        (int cconst_base, int code_base, int code_pos, int codeptr_base, int cof_base,
-         int ncodeatom, int nelem, int nidxs_base, int nnz_pos, int perm_base, int ptr_base,
-         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64,
-         I32Out ri32, I64Out ri64, int rncodeatom, int rnidxs_base, int rptr_base, F64 wf64,
-         I32 wi32, I64 wi64, I32 xi32))
-{
-    const auto e = STACKED_OPERAND();
-    auto r = STACKED_RESULT(code_pos, 0, nnz_pos);
-    const auto perm = xi32.from(perm_base);
-    const auto set_term = [&](int64_t nidx, Range places) {
-        double sum = 0.0;
-        for (int64_t p = places.begin; p < places.end; ++p) sum += e.cof[perm[p]];
-        r.nidxs[r.nnzi] = nidx;
-        r.cof[r.nnzi] = sum;
-    };
-    const auto merge = [&](int64_t nidx, Range places) {
-        if (!has_nonzero(e.cof, perm, places)) return;
-        set_term(nidx, places);
-        ++r.nnzi;
-    };
-    const auto merge_coded = [&](int64_t nidx, Range places) {
-        set_term(nidx, places);
-        for (int64_t p = places.begin; p < places.end; ++p) r.append_program(e, perm[p]);
-        const int64_t n = places.end - places.begin;
-        if (n > 1) r.append_atom(op_sum, static_cast<double>(n));
-        r.close_coded_term();
-    };
-    const auto close = [&] { r.close_element(); };
-
-    r.ptr[0] = 0;
-    if (rncodeatom > 0) r.codeptr[0] = 0;
-    if (ncodeatom > 0) {
-        walk_runs(nelem, e, perm, merge_coded, close);
-    } else {
-        walk_runs(nelem, e, perm, merge, close);
-    }
-    return {r.codei, r.nnzi};
-}
-
-/// Sizes 399: (rncodeatom, rnnz), added to. `rncodeatom` comes in with the operand's atoms.
-CLOSURE(396, results(int, int),
-        (int cof_base, int ncodeatom, int nelem, int nidxs_base, int perm_base, int ptr_base,
-         int rncodeatom, int rnnz, F64 wf64, I32 wi32, I64 wi64, I32 xi32))
-{
-    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base});
-    const auto perm = xi32.from(perm_base);
-    const auto count = [&](int64_t, Range places) { rnnz += has_nonzero(e.cof, perm, places); };
-    const auto count_coded = [&](int64_t, Range places) {
-        rncodeatom += places.end - places.begin > 1;
-        ++rnnz;
-    };
-    if (ncodeatom > 0) {
-        walk_runs(nelem, e, perm, count_coded, [] {});
-    } else {
-        walk_runs(nelem, e, perm, count, [] {});
-    }
-    return {rncodeatom, rnnz};
-}
-
-/// `ok`, and no term is a hidden zero: without code, none has coefficient 0; with code, none has
-/// coefficient 0 and a program that only pushes a constant other than 0.
+/// Whether `ok` came in true and none of `nnz` terms is a hidden zero: without code (`ncodeatom`
+/// not above 0), none has coefficient 0.0; with code, none has coefficient 0.0 and a program that
+/// only pushes a constant other than 0.0.
 CLOSURE(394, bool,
         (int cconst_base, int code_base, int codeptr_base, int cof_base, bool ok, int ncodeatom,
          int nnz, F64 wf64, I32 wi32))
@@ -193,22 +131,49 @@ CLOSURE(394, bool,
     return ok;
 }
 
-/// `ok`, and the variable indexes of each element ascend strictly.
+/// Whether `ok` came in true and the variable indexes of each of `nelem` elements ascend strictly.
 CLOSURE(393, bool, (bool ok, int nelem, int nidxs_base, int ptr_base, I32 wi32, I64 wi64))
 {
-    const Operand<Stride> e(wi32, wi64, {}, {ptr_base, nidxs_base, 0});
+    const Operand<Stride> e(wi32, wi64, {}, {.ptr = ptr_base, .nidxs = nidxs_base});
     for (int64_t q = 0; ok && q < nelem; ++q)
         ok = strictly_ascending(ok, e.nidxs.from(e.ptr[q]), e.terms(q));
     return ok;
 }
 
-/// sort_terms by merging alone: O(n log n) for each element of n terms. `permx` is a second buffer
-/// as long as `perm`.
+/// Number of terms of the longest of `nelem` elements, or `maxlen` if that is larger.
+CLOSURE(390, int, (int maxlen, int nelem, int ptr_base, I32 wi32))
+{
+    const Operand<Stride> e(wi32, {.ptr = ptr_base});
+    for (int64_t q = 0; q < nelem; ++q) maxlen = std::max(maxlen, e.terms(q));
+    return maxlen;
+}
+
+/// Sorts the terms of each of `nelem` elements by variable index, stable: writes their positions in
+/// sorted order to the element's range of places at `perm_base`. Elements of 1 or 2 terms are
+/// sorted directly, those whose indexes span less than their number of terms by counting, the
+/// others by merging. The scratch at `work_base` is as long as two copies of the longest element,
+/// and at least 1 more than one.
+CLOSURE(391, void,
+        (int nelem, int nidxs_base, int perm_base, int ptr_base, I32 wi32, I64 wi64, int work_base,
+         I32Out xi32))
+{
+    const Operand<Stride> e(wi32, wi64, {}, {.ptr = ptr_base, .nidxs = nidxs_base});
+    const auto perm = xi32.from(perm_base);
+    const auto work = xi32.from(work_base);
+    for (int64_t q = 0; q < nelem; ++q) {
+        const int64_t first = e.ptr[q];
+        sort_element(e.nidxs.from(first), e.terms(q), first, perm.from(first), work);
+    }
+}
+
+/// Sorts the terms of each of `nelem` elements by variable index, stable, by merging alone, in O(n
+/// log n) for an element of n terms: writes the `nnz` positions in sorted order to `perm_base`. The
+/// scratch at `permx_base` is as long.
 CLOSURE(392, void,
         (int nelem, int nidxs_base, int nnz, int perm_base, int permx_base, int ptr_base,
          I32Out wi32, I64 wi64))
 {
-    const Operand<Stride> e(wi32, wi64, {}, {ptr_base, nidxs_base, 0});
+    const Operand<Stride> e(wi32, wi64, {}, {.ptr = ptr_base, .nidxs = nidxs_base});
     iota_n(wi32.from(perm_base), nnz);
     for (int64_t q = 0; q < nelem; ++q) {
         const auto perm = wi32.from(perm_base + int64_t{e.ptr[q]});
@@ -218,28 +183,67 @@ CLOSURE(392, void,
     }
 }
 
-/// sort_terms, stable: elements of 1 or 2 terms directly, those whose indexes span less than their
-/// number of terms by counting, the others by merging. The scratch at `work_base` is as long as two
-/// copies of the longest element (390), and at least 1 more than one.
-CLOSURE(391, void,
-        (int nelem, int nidxs_base, int perm_base, int ptr_base, I32 wi32, I64 wi64, int work_base,
-         I32Out xi32))
+/// Sizes the merging of terms from their sorted order at `perm_base`: adds one term for each run of
+/// equal variable index, without code (`ncodeatom` not above 0) only if some coefficient of the run
+/// isn't 0.0, and with code one atom for each run of 2 terms or more to `rncodeatom`, which comes
+/// in with the operand's atoms. Returns (`rncodeatom`, `rnnz`).
+CLOSURE(396, results(int, int),
+        (int cof_base, int ncodeatom, int nelem, int nidxs_base, int perm_base, int ptr_base,
+         int rncodeatom, int rnnz, F64 wf64, I32 wi32, I64 wi64, I32 xi32))
 {
-    const Operand<Stride> e(wi32, wi64, {}, {ptr_base, nidxs_base, 0});
+    const Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base});
     const auto perm = xi32.from(perm_base);
-    const auto work = xi32.from(work_base);
-    for (int64_t q = 0; q < nelem; ++q) {
-        const int64_t first = e.ptr[q];
-        sort_element(e.nidxs.from(first), e.terms(q), first, perm.from(first), work);
-    }
+    const auto count = [&](int64_t, Range places) { rnnz += has_nonzero(e.cof, perm, places); };
+    const auto count_coded = [&](int64_t, Range places) {
+        rncodeatom += places.end - places.begin > 1;
+        ++rnnz;
+    };
+    if (ncodeatom > 0)
+        walk_runs(nelem, e, perm, count_coded, [] {});
+    else
+        walk_runs(nelem, e, perm, count, [] {});
+    return {rncodeatom, rnnz};
 }
 
-/// Number of terms of the longest element, or `maxlen` if that is larger.
-CLOSURE(390, int, (int maxlen, int nelem, int ptr_base, I32 wi32))
+/// Merges terms in their sorted order at `perm_base`: writes one term for each run of equal
+/// variable index, its coefficient the sum in sorted order, and `ptr` of all `nelem` elements with
+/// entry 0. Without code (`ncodeatom` not above 0) a run whose coefficients all are 0.0 gets no
+/// term; with code each gets one, its program those of the run with an op_sum behind two or more.
+/// Writes entry 0 of `codeptr` if `rncodeatom` is above 0. Returns (`code_pos`, `nnz_pos`), the
+/// numbers of atoms and terms written so far.
+CLOSURE(399, results(int, int),
+        (int cconst_base, int code_base, int code_pos, int codeptr_base, int cof_base,
+         int ncodeatom, int nelem, int nidxs_base, int nnz_pos, int perm_base, int ptr_base,
+         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64,
+         I32Out ri32, I64Out ri64, int rncodeatom, int rnidxs_base, int rptr_base, F64 wf64,
+         I32 wi32, I64 wi64, I32 xi32))
 {
-    const Operand<Stride> e(wi32, {ptr_base, 0, 0});
-    for (int64_t q = 0; q < nelem; ++q) maxlen = std::max(maxlen, e.terms(q));
-    return maxlen;
+    const auto e = STACKED_OPERAND();
+    auto r = STACKED_RESULT(code_pos, 0, nnz_pos);
+    const auto perm = xi32.from(perm_base);
+    const auto sum = [&](Range places) {
+        double total = 0.0;
+        for (int64_t p = places.begin; p < places.end; ++p) total += e.cof[perm[p]];
+        return total;
+    };
+    const auto merge = [&](int64_t nidx, Range places) {
+        if (has_nonzero(e.cof, perm, places)) r.append_term(nidx, sum(places));
+    };
+    const auto merge_coded = [&](int64_t nidx, Range places) {
+        for (int64_t p = places.begin; p < places.end; ++p) r.append_program(e, perm[p]);
+        const int64_t n = places.end - places.begin;
+        if (n > 1) r.append_atom(op_sum, static_cast<double>(n));
+        r.codeptr[r.nnzi + 1] = r.codei;
+        r.append_term(nidx, sum(places));
+    };
+    const auto close = [&] { r.close_element(); };
+
+    r.start(rncodeatom > 0);
+    if (ncodeatom > 0)
+        walk_runs(nelem, e, perm, merge_coded, close);
+    else
+        walk_runs(nelem, e, perm, merge, close);
+    return {r.codei, r.nnzi};
 }
 
 } // namespace fragments
