@@ -50,13 +50,18 @@ int64_t for_each_long_run(int64_t begin, int64_t end, Key key, Run run)
 }
 
 /// for_each_match where the keys of `b` ascend and there may be many more of them than of `a`: `b`
-/// is searched, so that the cost is that of `a` times the logarithm of the distances in `b`.
-template <class KeyA, class KeyB, class Match>
-void for_each_match_in_long(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
+/// is searched, so that the cost is that of `a` times the logarithm of the distances in `b`. Looked
+/// at first is guess(place of `a`), any place or none of `b`.
+template <class KeyA, class KeyB, class Guess, class Match>
+void for_each_match_in_long(Range a, KeyA key_a, Range b, KeyB key_b, Guess guess, Match match)
 {
     for (; a.begin < a.end && b.begin < b.end; ++a.begin) {
         const auto key = key_a(a.begin);
-        b.begin = near_lower_bound(b, key_b, key);
+        const int64_t place = guess(a.begin);
+        if (b.begin <= place && place < b.end && key_b(place) == key)
+            b.begin = place;
+        else
+            b.begin = near_lower_bound(b, key_b, key);
         if (b.begin < b.end && !(key < key_b(b.begin))) match(a.begin, b.begin++);
     }
 }
@@ -270,8 +275,10 @@ bool match_row_and_column(const Left& left, Row row, Range entries, const Column
         pair(a, right.entry(p));
         met = true;
     };
+    // Where an entry of the column stands if it has one in each row.
+    const auto full_column = [&](int64_t a) { return places.begin + left.column_in_row(a, row); };
     if (places.end - places.begin > search_pays * (entries.end - entries.begin))
-        for_each_match_in_long(entries, left_key, places, right_key, meet);
+        for_each_match_in_long(entries, left_key, places, right_key, full_column, meet);
     else
         for_each_match(entries, left_key, places, right_key, meet);
     return met;
