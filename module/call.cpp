@@ -1,4 +1,15 @@
-#include "call.h"
+// One call of a closure, as far as it doesn't depend on the closure's types: the arguments taken
+// apart by what its signature says, the body run, the result built.
+//
+// There are two ways through the arguments. The way that defines the outcome is PyArg_ParseTuple
+// with the closure's format, and a memoryview of each array. Nearly all calls are ordinary: exact
+// ints in range, exact floats, truth values, buffers that the closure accepts. Those are read
+// directly, in a fraction of the time. What is not ordinary in any way gives back what was taken
+// and starts anew on the first way, so that every exception, and the order in which things are
+// looked at, are made there alone.
+
+// Python's header asks to stand before all others.
+#include <Python.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -6,34 +17,111 @@
 #include <utility>
 
 #include "division.h"
+#include "signature.h"
 
 namespace fragments {
 
 namespace {
 
+/// What is tested of a view: the first character of its format must be `first` or `also`, or the
+/// whole format must be "O". `shift` is log2 of the size of an element.
+struct KindTest
+{
+    char first;
+    char also;
+    int shift;
+};
+constexpr KindTest kind_tests[] = {{'i', 'i', 2}, {'l', 'q', 3}, {'d', 'd', 3}, {'O', 'O', 3}};
+constexpr ArraySpec list_entry{0, 0, Kind::i32, 1, false};
+
+const KindTest& test_of(const ArraySpec& spec)
+{
+    return kind_tests[static_cast<int>(spec.kind)];
+}
+
+bool accepts(const ArraySpec& spec, const Py_buffer& view)
+{
+    const KindTest& test = test_of(spec);
+    const char c = view.format[0];
+    return view.ndim == spec.rank && (c == test.first || c == test.also) &&
+           (spec.kind != Kind::list_of_i32 || view.format[1] == '\0');
+}
+
+/// The entries of a list of arrays: what is held, and the views of it, all null for None.
+class EntryList
+{
+public:
+    /// Takes a view of each entry. On failure sets the exception, with the list's name, and returns
+    /// false; what has been taken is held until release.
+    bool take(const ArrayView& objects, const char* name);
+    void release();
+
+    /// The entries as the one array that the body gets.
+    ArrayView view() const { return {views_, {0, 0}, {count_, 0}}; }
+
+private:
+    PyObject** held_ = nullptr;
+    ArrayView* views_ = nullptr;
+    int64_t count_ = 0;
+};
+
+/// The arguments of one call, and the views that it holds: taken left to right, released in
+/// reverse.
+class Call
+{
+public:
+    explicit Call(const Signature& signature) : signature_(signature) {}
+    ~Call() { release(); }
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+
+    /// On failure sets the exception and returns false.
+    bool take(PyObject* arguments);
+    void run(Slot* results) const;
+    void release();
+
+private:
+    bool read_scalars(PyObject* arguments);
+    bool read_arrays();
+    bool parse(PyObject* arguments);
+    bool take_views();
+    bool accept(const ArraySpec& spec, const Py_buffer& view) const;
+    void note(int n, const Py_buffer& view);
+
+    const char* name(const ArraySpec& spec) const { return signature_.text + spec.name; }
+
+    const Signature& signature_;
+    // Of the arrays below, what counts is written before it is read.
+    Slot slots_[most_parameters];
+    ArrayView arrays_[most_arrays];
+    Py_ssize_t gaps_ = 0; // all distances between neighbouring elements, combined
+
+    bool direct_ = true;                 // which of the two hold the views
+    int held_ = 0;                       // how many of them
+    Py_buffer buffers_[most_arrays];     // null `obj` for None
+    PyObject* memoryviews_[most_arrays]; // owned references, null for None
+    int list_ = -1;                      // which of the arrays is a list, if one is
+    EntryList entries_;
+};
+
 /// What an empty view without memory lies at, so that it is told from None.
 char nowhere;
 
-/// `view` in elements. The division is unsigned, as a shift.
-ArrayView in_elements(const Py_buffer& view, int rank, int shift)
+/// A view in elements; bytes are divided as unsigned numbers.
+ArrayView in_elements(const Py_buffer& view, const ArraySpec& spec)
 {
+    const int shift = test_of(spec).shift;
     const auto elements = [shift](Py_ssize_t bytes) {
         return static_cast<int64_t>(static_cast<uint64_t>(bytes) >> shift);
     };
     void* data = view.buf != nullptr ? view.buf : &nowhere;
-    if (rank == 1) return {data, {elements(view.strides[0]), 0}, {elements(view.len), 0}};
+    if (spec.rank == 1) return {data, {elements(view.strides[0]), 0}, {elements(view.len), 0}};
     return {data,
             {elements(view.strides[0]), elements(view.strides[1])},
             {view.shape[0], view.shape[1]}};
 }
 
-/// The bytes between the end of an element and the start of its neighbour.
-Py_ssize_t gap(const Py_buffer& view, const ArraySpec& spec)
-{
-    return view.strides[spec.rank - 1] - (Py_ssize_t{1} << spec.shift);
-}
-
-/// The reading of an ordinary scalar by its letter; false if it isn't one.
+/// Reads an ordinary scalar, by its letter, or an object; false if it isn't one.
 bool read(char letter, PyObject* object, Slot& slot)
 {
     int overflow = 0;
@@ -66,27 +154,13 @@ bool read(char letter, PyObject* object, Slot& slot)
 bool is_ordinary(const Py_buffer& view, const ArraySpec& spec)
 {
     return view.format != nullptr && view.shape != nullptr && view.strides != nullptr &&
-           view.suboffsets == nullptr && spec.accepts(view) &&
+           view.suboffsets == nullptr && accepts(spec, view) &&
            !(checked && spec.written && view.readonly);
 }
 
-/// Tests a memoryview. On failure sets the exception, with the name that stands in `named`.
-bool accept(const Py_buffer& view, const ArraySpec& spec, const ArraySpec& named,
-            [[maybe_unused]] int number)
+void refuse(const char* name)
 {
-    if (!spec.accepts(view)) {
-        PyErr_Format(PyExc_ValueError, "Invalid array shape or type for argument '%s'", named.name);
-        return false;
-    }
-#ifdef FRAGMENTS_CHECKED
-    if (spec.written && view.readonly) {
-        PyErr_Format(PyExc_BufferError,
-                     "closure %d: array '%s' is written, and its buffer is read-only", number,
-                     named.name);
-        return false;
-    }
-#endif
-    return true;
+    PyErr_Format(PyExc_ValueError, "Invalid array shape or type for argument '%s'", name);
 }
 
 /// Turns the exception in flight, out of a body, into the interpreter's.
@@ -142,47 +216,61 @@ PyObject* build(const Signature& signature, const Slot* results)
     return tuple;
 }
 
-} // namespace
-
-PyObject* run(const Signature& signature, PyObject* arguments)
+bool EntryList::take(const ArrayView& objects, const char* name)
 {
-    Call call;
-    if (!call.take(signature, arguments)) return nullptr;
-    Slot results[most_results];
-    try {
-        (call.contiguous() ? signature.contiguous : signature.strided)(call, results);
-    } catch (...) {
-        call.release();
-        report_failure(signature.number);
-        return nullptr;
+    const int64_t count = objects.extent[0];
+    if (count == 0) return true;
+    const auto size = static_cast<size_t>(count);
+    held_ = static_cast<PyObject**>(std::calloc(size, sizeof(PyObject*)));
+    views_ = static_cast<ArrayView*>(std::calloc(size, sizeof(ArrayView)));
+    if (held_ == nullptr || views_ == nullptr) {
+        PyErr_NoMemory();
+        return false;
     }
-    call.release();
-    return build(signature, results);
+    count_ = count;
+    for (int64_t k = 0; k < count; ++k) {
+        PyObject* object = static_cast<PyObject* const*>(objects.data)[k * objects.stride[0]];
+        if (object == nullptr || object == Py_None) continue;
+        held_[k] = PyMemoryView_FromObject(object);
+        if (held_[k] == nullptr) return false;
+        const Py_buffer& view = *PyMemoryView_GET_BUFFER(held_[k]);
+        if (!accepts(list_entry, view)) {
+            refuse(name);
+            return false;
+        }
+        views_[k] = in_elements(view, list_entry);
+    }
+    return true;
 }
 
-bool Call::take(const Signature& signature, PyObject* arguments)
+void EntryList::release()
 {
-    if (read_scalars(signature, arguments) && read_arrays(signature)) return true;
+    for (int64_t k = count_; k > 0; --k) Py_XDECREF(held_[k - 1]);
+    std::free(held_);
+    std::free(views_);
+}
+
+bool Call::take(PyObject* arguments)
+{
+    if (read_scalars(arguments) && read_arrays()) return true;
     release();
-    return parse(signature, arguments) && take_views(signature);
+    return parse(arguments) && take_views();
 }
 
 // Ordinary arguments.
 
-bool Call::read_scalars(const Signature& signature, PyObject* arguments)
+bool Call::read_scalars(PyObject* arguments)
 {
-    if (PyTuple_GET_SIZE(arguments) != signature.parameters) return false;
-    for (int k = 0; k < signature.parameters; ++k)
-        if (!read(signature.format[k], PyTuple_GET_ITEM(arguments, k), slots_[k])) return false;
+    if (PyTuple_GET_SIZE(arguments) != signature_.parameters) return false;
+    for (int k = 0; k < signature_.parameters; ++k)
+        if (!read(signature_.text[k], PyTuple_GET_ITEM(arguments, k), slots_[k])) return false;
     return true;
 }
 
-bool Call::read_arrays(const Signature& signature)
+bool Call::read_arrays()
 {
-    direct_ = true;
-    gaps_ = 0;
-    for (int n = 0; n < signature.array_count; ++n) {
-        const ArraySpec& spec = signature.arrays[n];
+    for (int n = 0; n < signature_.array_count; ++n) {
+        const ArraySpec& spec = signature_.arrays[n];
         PyObject* object = slots_[spec.parameter].object;
         Py_buffer& view = buffers_[n];
         if (object == Py_None) {
@@ -191,37 +279,36 @@ bool Call::read_arrays(const Signature& signature)
             ++held_;
             continue;
         }
-        if (spec.entry != nullptr || !PyObject_CheckBuffer(object)) return false;
+        if (spec.kind == Kind::list_of_i32 || !PyObject_CheckBuffer(object)) return false;
         if (PyObject_GetBuffer(object, &view, PyBUF_FULL_RO) != 0) {
             PyErr_Clear();
             return false;
         }
         ++held_;
         if (!is_ordinary(view, spec)) return false;
-        gaps_ |= gap(view, spec);
-        arrays_[n] = in_elements(view, spec.rank, spec.shift);
+        note(n, view);
     }
     return true;
 }
 
 // All others.
 
-bool Call::parse(const Signature& signature, PyObject* arguments)
+bool Call::parse(PyObject* arguments)
 {
-    // The parser takes as many pointers as the format has letters.
+    // The parser takes as many of the pointers as the format has letters.
     const auto parse = [&]<size_t... K>(std::index_sequence<K...>)
     {
-        return PyArg_ParseTuple(arguments, signature.format, &slots_[K]...) != 0;
+        return PyArg_ParseTuple(arguments, signature_.text, &slots_[K]...) != 0;
     };
     return parse(std::make_index_sequence<most_parameters>{});
 }
 
-bool Call::take_views(const Signature& signature)
+bool Call::take_views()
 {
     direct_ = false;
     gaps_ = 0;
-    for (int n = 0; n < signature.array_count; ++n) {
-        const ArraySpec& spec = signature.arrays[n];
+    for (int n = 0; n < signature_.array_count; ++n) {
+        const ArraySpec& spec = signature_.arrays[n];
         PyObject* object = slots_[spec.parameter].object;
         if (object == Py_None) {
             memoryviews_[held_++] = nullptr;
@@ -232,45 +319,46 @@ bool Call::take_views(const Signature& signature)
         if (memoryview == nullptr) return false;
         memoryviews_[held_++] = memoryview;
         const Py_buffer& view = *PyMemoryView_GET_BUFFER(memoryview);
-        if (!accept(view, spec, spec, signature.number)) return false;
-        if (spec.entry != nullptr) {
+        if (!accept(spec, view)) return false;
+        note(n, view);
+        if (spec.kind == Kind::list_of_i32) {
             list_ = n;
-            if (!take_entries(spec, view, signature.number)) return false;
-            continue;
+            if (!entries_.take(arrays_[n], name(spec))) return false;
+            arrays_[n] = entries_.view();
         }
-        gaps_ |= gap(view, spec);
-        arrays_[n] = in_elements(view, spec.rank, spec.shift);
     }
     return true;
 }
 
-bool Call::take_entries(const ArraySpec& list, const Py_buffer& view, int number)
+bool Call::accept(const ArraySpec& spec, const Py_buffer& view) const
 {
-    const ArrayView objects = in_elements(view, 1, list.shift);
-    const int64_t count = objects.extent[0];
-    arrays_[list_] = {};
-    if (count == 0) return true;
-    entries_ = static_cast<Entry*>(std::calloc(static_cast<size_t>(count), sizeof(Entry)));
-    if (entries_ == nullptr) {
-        PyErr_NoMemory();
+    if (!accepts(spec, view)) {
+        refuse(name(spec));
         return false;
     }
-    entry_count_ = count;
-    for (int64_t k = 0; k < count; ++k) {
-        PyObject* object = static_cast<PyObject* const*>(objects.data)[k * objects.stride[0]];
-        if (object == nullptr || object == Py_None) continue;
-        Entry& entry = entries_[k];
-        entry.memoryview = PyMemoryView_FromObject(object);
-        if (entry.memoryview == nullptr) return false;
-        const Py_buffer& taken = *PyMemoryView_GET_BUFFER(entry.memoryview);
-        if (!accept(taken, *list.entry, list, number)) return false;
-        entry.view = in_elements(taken, 1, list.entry->shift);
+    if (checked && spec.written && view.readonly) {
+        PyErr_Format(PyExc_BufferError,
+                     "closure %d: array '%s' is written, and its buffer is read-only",
+                     signature_.number, name(spec));
+        return false;
     }
-    arrays_[list_] = {entries_, {0, 0}, {count, 0}};
     return true;
 }
 
-// At the end.
+/// Array n as the body takes it.
+void Call::note(int n, const Py_buffer& view)
+{
+    const ArraySpec& spec = signature_.arrays[n];
+    arrays_[n] = in_elements(view, spec);
+    gaps_ |= view.strides[spec.rank - 1] - (Py_ssize_t{1} << test_of(spec).shift);
+}
+
+// The body, and the end.
+
+void Call::run(Slot* results) const
+{
+    (gaps_ == 0 ? signature_.contiguous : signature_.strided)(slots_, arrays_, results);
+}
 
 void Call::release()
 {
@@ -279,19 +367,28 @@ void Call::release()
         if (direct_) {
             PyBuffer_Release(&buffers_[held_]);
         } else {
-            if (held_ == list_) release_entries();
+            if (held_ == list_) entries_.release();
             Py_XDECREF(memoryviews_[held_]);
         }
     }
 }
 
-void Call::release_entries()
+} // namespace
+
+PyObject* run(const Signature& signature, PyObject* arguments)
 {
-    for (int64_t k = entry_count_; k > 0; --k) Py_XDECREF(entries_[k - 1].memoryview);
-    std::free(entries_);
-    entries_ = nullptr;
-    entry_count_ = 0;
-    list_ = -1;
+    Call call(signature);
+    if (!call.take(arguments)) return nullptr;
+    Slot results[most_results];
+    try {
+        call.run(results);
+    } catch (...) {
+        call.release();
+        report_failure(signature.number);
+        return nullptr;
+    }
+    call.release();
+    return build(signature, results);
 }
 
 } // namespace fragments

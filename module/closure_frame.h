@@ -25,11 +25,8 @@
 /// `results(int, ...)` for a tuple.
 ///
 /// The body is compiled twice, for arrays that are all contiguous and for run-time strides. What
-/// doesn't depend on types stands once for all closures, in call.h.
+/// doesn't depend on types stands once for all closures, in call.cpp.
 
-#include "call.h"
-
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <tuple>
@@ -38,6 +35,7 @@
 
 #include "array.h"
 #include "parameter_names.h"
+#include "signature.h"
 
 namespace fragments {
 
@@ -84,14 +82,11 @@ struct ArrayParameter
 {
     static constexpr char letter = 'O';
     static constexpr bool is_array = true;
-
-    static constexpr ArraySpec spec(const char* name, int parameter)
-    {
-        constexpr bool is_i64 = std::is_same_v<T, int64_t>;
-        constexpr char kind = std::is_same_v<T, int32_t> ? 'i' : is_i64 ? 'l' : 'd';
-        return {name,    parameter, Rank, kind, is_i64 ? 'q' : kind, sizeof(T) == 4 ? 2 : 3,
-                Written, nullptr};
-    }
+    static constexpr Kind kind = std::is_same_v<T, int32_t>   ? Kind::i32
+                                 : std::is_same_v<T, int64_t> ? Kind::i64
+                                                              : Kind::f64;
+    static constexpr uint8_t rank = Rank;
+    static constexpr bool written = Written;
 };
 
 template <class T, class S>
@@ -144,7 +139,7 @@ class ArrayList
 {
 public:
     ArrayList(const ArrayView& list, const char* name)
-        : entries_(static_cast<const Entry*>(list.data)), length_(list.extent[0]), name_(name)
+        : entries_(static_cast<const ArrayView*>(list.data)), length_(list.extent[0]), name_(name)
     {
     }
 
@@ -155,24 +150,23 @@ public:
 #ifdef FRAGMENTS_CHECKED
         check(name_, i, length_);
 #endif
-        return Parameter<Array<T, Strided>>::argument(entries_[i].view, name_);
+        return Parameter<Array<T, Strided>>::argument(entries_[i], name_);
     }
 
 private:
-    const Entry* entries_;
+    const ArrayView* entries_;
     int64_t length_;
     const char* name_;
 };
 
-template <class T>
-struct Parameter<ArrayList<T>> : ArrayParameter<T, 1, false>
+template <>
+struct Parameter<ArrayList<int32_t>> : ArrayParameter<int32_t, 1, false>
 {
-    static constexpr ArraySpec entry = ArrayParameter<T, 1, false>::spec(nullptr, 0);
-    static constexpr ArraySpec spec(const char* name, int parameter)
+    static constexpr Kind kind = Kind::list_of_i32;
+    static ArrayList<int32_t> argument(const ArrayView& list, const char* name)
     {
-        return {name, parameter, 1, 'O', 'O', 3, false, &entry};
+        return {list, name};
     }
-    static ArrayList<T> argument(const ArrayView& list, const char* name) { return {list, name}; }
 };
 
 /// The result form that a CLOSURE declaration names.
@@ -192,7 +186,7 @@ struct ResultOf<results(R...)>
 template <class R>
 struct Returned
 {
-    static constexpr char letters[] = {std::is_same_v<R, bool> ? 'p' : Parameter<R>::letter, '\0'};
+    static constexpr char letters[most_results + 1] = {Parameter<R>::letter};
     static constexpr bool is_tuple = false;
     static void store(R number, Slot* slots)
     {
@@ -205,13 +199,13 @@ struct Returned
 template <>
 struct Returned<void>
 {
-    static constexpr char letters[] = {'\0'};
+    static constexpr char letters[most_results + 1] = {};
     static constexpr bool is_tuple = false;
 };
 template <class... R>
 struct Returned<std::tuple<R...>>
 {
-    static constexpr char letters[] = {Parameter<R>::letter..., '\0'};
+    static constexpr char letters[most_results + 1] = {Parameter<R>::letter...};
     static constexpr bool is_tuple = true;
     static void store(const std::tuple<R...>& numbers, Slot* slots)
     {
@@ -228,77 +222,104 @@ struct Declaration;
 template <int Number, template <class> class Body, class Result, class... P>
 struct Declaration<Number, Body, Result (*)(P...)>
 {
-    static constexpr char format[] = {Parameter<P>::letter..., '\0'};
+    static constexpr size_t count = sizeof...(P);
+    static constexpr bool is_array[] = {Parameter<P>::is_array..., false};
+    static constexpr ParameterNames names{Body<Strided>::parameters};
 
     /// For the k-th parameter, how many arrays stand before it.
     static constexpr size_t arrays_before(size_t k)
     {
-        constexpr bool is_array[] = {Parameter<P>::is_array..., false};
-        return static_cast<size_t>(std::count(is_array, is_array + k, true));
+        size_t arrays = 0;
+        for (size_t i = 0; i < k; ++i) arrays += is_array[i];
+        return arrays;
     }
-    static constexpr size_t array_count = arrays_before(sizeof...(P));
-    static_assert(sizeof...(P) <= most_parameters && array_count <= most_arrays);
-
-    template <size_t... K>
-    static constexpr auto make_specs(std::index_sequence<K...>)
-    {
-        std::array<ArraySpec, array_count> specs{};
-        const auto add = [&]<class Q>(std::type_identity<Q>, size_t k) {
-            if constexpr (Parameter<Q>::is_array)
-                specs[arrays_before(k)] =
-                    Parameter<Q>::spec(Body<Strided>::names[k], static_cast<int>(k));
-        };
-        (add(std::type_identity<P>{}, K), ...);
-        return specs;
-    }
-    static constexpr std::array<ArraySpec, array_count> specs =
-        make_specs(std::index_sequence_for<P...>{});
+    static constexpr size_t array_count = arrays_before(count);
+    static_assert(count <= most_parameters && array_count <= most_arrays);
 
     static constexpr bool names_ascend()
     {
-        for (size_t n = 0; n + 1 < array_count; ++n)
-            if (!precedes(specs[n].name, specs[n + 1].name)) return false;
+        size_t last = count;
+        for (size_t k = 0; k < count; ++k) {
+            if (!is_array[k]) continue;
+            if (last < count && !names.precedes(last, k)) return false;
+            last = k;
+        }
         return true;
     }
     static_assert(names_ascend(), "array names must stand in ascending byte order");
 
+    /// Where the name of parameter k, an array, stands in the text.
+    static constexpr size_t place_of_name(size_t k)
+    {
+        size_t place = count + 1;
+        for (size_t i = 0; i < k; ++i)
+            if (is_array[i]) place += names[i].end - names[i].begin + 1;
+        return place;
+    }
+
+    static constexpr auto text = [] {
+        std::array<char, place_of_name(count)> characters{Parameter<P>::letter...};
+        for (size_t k = 0; k < count; ++k)
+            if (is_array[k])
+                for (size_t i = names[k].begin; i < names[k].end; ++i)
+                    characters[place_of_name(k) + i - names[k].begin] = names.list[i];
+        return characters;
+    }();
+
+    static constexpr auto specs = []<size_t... K>(std::index_sequence<K...>)
+    {
+        std::array<ArraySpec, array_count> found{};
+        const auto add = [&]<class Q>(std::type_identity<Q>, size_t k) {
+            if constexpr (Parameter<Q>::is_array)
+                found[arrays_before(k)] = {static_cast<uint16_t>(place_of_name(k)),
+                                           static_cast<uint8_t>(k), Parameter<Q>::kind,
+                                           Parameter<Q>::rank, Parameter<Q>::written};
+        };
+        (add(std::type_identity<P>{}, K), ...);
+        return found;
+    }
+    (std::index_sequence_for<P...>{});
+
     /// Parameter K as the body takes it.
     template <class Q, size_t K>
-    static Q argument(const Call& call)
+    static Q argument([[maybe_unused]] const Slot* parameters,
+                      [[maybe_unused]] const ArrayView* arrays)
     {
-        if constexpr (Parameter<Q>::is_array) {
-            constexpr size_t n = arrays_before(K);
-            return Parameter<Q>::argument(call.array(n), specs[n].name);
-        } else {
-            return Parameter<Q>::argument(call.slot(K));
-        }
+        if constexpr (Parameter<Q>::is_array)
+            return Parameter<Q>::argument(arrays[arrays_before(K)], &text[place_of_name(K)]);
+        else
+            return Parameter<Q>::argument(parameters[K]);
     }
 
     /// Runs the body for stride S, whose parameters are Q.
     template <class S, class... Q, size_t... K>
-    static void run_body(Result (*)(Q...), const Call& call, Slot* results,
-                         std::index_sequence<K...>)
+    static void run_body(Result (*)(Q...), const Slot* parameters, const ArrayView* arrays,
+                         [[maybe_unused]] Slot* results, std::index_sequence<K...>)
     {
         if constexpr (std::is_void_v<Result>)
-            Body<S>::run(argument<Q, K>(call)...);
+            Body<S>::run(argument<Q, K>(parameters, arrays)...);
         else
-            Returned<Result>::store(Body<S>::run(argument<Q, K>(call)...), results);
+            Returned<Result>::store(Body<S>::run(argument<Q, K>(parameters, arrays)...), results);
     }
     template <class S>
-    static void body(const Call& call, Slot* results)
+    static void body(const Slot* parameters, const ArrayView* arrays, Slot* results)
     {
-        run_body<S>(&Body<S>::run, call, results, std::index_sequence_for<P...>{});
+        run_body<S>(&Body<S>::run, parameters, arrays, results, std::index_sequence_for<P...>{});
     }
 
-    static constexpr Signature signature{.number = Number,
-                                         .format = format,
-                                         .parameters = sizeof...(P),
-                                         .arrays = specs.data(),
-                                         .array_count = array_count,
-                                         .results = Returned<Result>::letters,
-                                         .tuple = Returned<Result>::is_tuple,
-                                         .contiguous = body<Contiguous>,
-                                         .strided = body<Strided>};
+    static constexpr Signature signature = [] {
+        Signature s{.text = text.data(),
+                    .arrays = specs.data(),
+                    .contiguous = body<Contiguous>,
+                    .strided = body<Strided>,
+                    .number = Number,
+                    .parameters = count,
+                    .array_count = array_count,
+                    .tuple = Returned<Result>::is_tuple,
+                    .results = {}};
+        for (int k = 0; k < most_results; ++k) s.results[k] = Returned<Result>::letters[k];
+        return s;
+    }();
 };
 
 /// What a body may name without its stride: the array types for the stride that it runs with.
@@ -321,7 +342,7 @@ struct Declaration<Number, Body, Result (*)(P...)>
     struct Body##Number                                                                            \
     {                                                                                              \
         FRAGMENTS_ARRAY_NAMES(Stride);                                                             \
-        static constexpr ::fragments::ParameterNames names{#Parameters};                           \
+        static constexpr const char* parameters = #Parameters;                                     \
         static auto run Parameters->::fragments::ResultOf<Declared>::Type;                         \
     };                                                                                             \
     }                                                                                              \

@@ -49,20 +49,37 @@ int64_t for_each_long_run(int64_t begin, int64_t end, Key key, Run run)
     return begin;
 }
 
-/// for_each_match where the keys of `b` ascend and there may be many more of them than of `a`: `b`
-/// is searched, so that the cost is that of `a` times the logarithm of the distances in `b`. Looked
-/// at first is guess(place of `a`), any place or none of `b`.
+/// near_lower_bound of a bound that may stand at `guess`, any place or none of the list, whose keys
+/// ascend strictly.
+template <class Key, class Value>
+int64_t guessed_lower_bound(Range places, Key key, Value bound, int64_t guess)
+{
+    const bool inside = places.begin <= guess && guess < places.end;
+    return inside && key(guess) == bound ? guess : near_lower_bound(places, key, bound);
+}
+
+/// How many times longer a list has to be than the other one for a search in it to cost less than
+/// the steps of a merge, as measured with random lists of 8000 keys.
+constexpr int64_t search_pays = 16;
+
+/// for_each_match, but if `b` is much longer than `a`, the next key of `a` is searched in it: the
+/// cost is then that of `a` times the logarithm of the distances in `b`, or 1 where guess(place of
+/// `a`) is the place. Which of the two is done doesn't show in the matches.
 template <class KeyA, class KeyB, class Guess, class Match>
 void for_each_match_in_long(Range a, KeyA key_a, Range b, KeyB key_b, Guess guess, Match match)
 {
-    for (; a.begin < a.end && b.begin < b.end; ++a.begin) {
-        const auto key = key_a(a.begin);
-        const int64_t place = guess(a.begin);
-        if (b.begin <= place && place < b.end && key_b(place) == key)
-            b.begin = place;
+    const bool is_long = b.end - b.begin > search_pays * (a.end - a.begin);
+    while (a.begin < a.end && b.begin < b.end) {
+        const auto left = key_a(a.begin);
+        const auto right = key_b(b.begin);
+        if (left < right)
+            ++a.begin;
+        else if (right < left)
+            b.begin = is_long
+                          ? guessed_lower_bound({b.begin + 1, b.end}, key_b, left, guess(a.begin))
+                          : b.begin + 1;
         else
-            b.begin = near_lower_bound(b, key_b, key);
-        if (b.begin < b.end && !(key < key_b(b.begin))) match(a.begin, b.begin++);
+            match(a.begin++, b.begin++);
     }
 }
 
@@ -254,15 +271,10 @@ void walk_right_dense(Rows d0, int d1, const Columns& m, Pair pair, Element elem
     }
 }
 
-/// How many times longer than a row a column has to be for a search in it to cost less than the
-/// steps of a merge, as measured with random columns of 8000 entries.
-constexpr int64_t search_pays = 14;
-
 /// `pair(a, b)` for each of the entries of a row of the left factor that meets one of the places of
-/// column c of the right one. Returns whether there was some. Where the column is much longer than
-/// the row, each entry of the row is searched there; else the two are merged. Which of the two is
-/// done doesn't show in the pairs.
-template <class Left, class Row, class Columns, class Column, class Pair>
+/// column c of the right one. Returns whether there was some. The full products are `searched`, as
+/// each of their columns meets many rows; a diagonal merges each of its columns once.
+template <bool searched, class Left, class Row, class Columns, class Column, class Pair>
 bool match_row_and_column(const Left& left, Row row, Range entries, const Columns& right, Column c,
                           Range places, Pair pair)
 {
@@ -271,16 +283,17 @@ bool match_row_and_column(const Left& left, Row row, Range entries, const Column
         return right.entries.key(left.column_in_row(a, row), c);
     };
     const auto right_key = [&](int64_t p) { return right.entries.key(right.entry(p)); };
-    const auto meet = [&](int64_t a, int64_t p) {
+    const auto match = [&](int64_t a, int64_t p) {
         pair(a, right.entry(p));
         met = true;
     };
-    // Where an entry of the column stands if it has one in each row.
-    const auto full_column = [&](int64_t a) { return places.begin + left.column_in_row(a, row); };
-    if (places.end - places.begin > search_pays * (entries.end - entries.begin))
-        for_each_match_in_long(entries, left_key, places, right_key, full_column, meet);
+    if constexpr (searched)
+        // A column with an element in each row has it at the place that is the row's number.
+        for_each_match_in_long(
+            entries, left_key, places, right_key,
+            [&](int64_t a) { return places.begin + left.column_in_row(a, row); }, match);
     else
-        for_each_match(entries, left_key, places, right_key, meet);
+        for_each_match(entries, left_key, places, right_key, match);
     return met;
 }
 
@@ -288,13 +301,15 @@ bool match_row_and_column(const Left& left, Row row, Range entries, const Column
 /// columns: `pair(a, b)` with an entry of each, and an element of the result where there is some
 /// pair. Returns the entry behind the last row. Costs for each row the number of right columns, and
 /// for each of these the length of row and column together or, where the column is much longer,
-/// that of the row times the logarithm of the distances in the column.
+/// that of the row times the logarithm of the distances in the column: products with constants and
+/// with parameters have the outcome of a merge, by a search where that is less.
 template <class Left, class Columns, class Pair, class Element>
 int walk_sparse(const Left& left, int64_t begin, const Columns& right, Pair pair, Element element)
 {
     return static_cast<int>(left.for_each_row(begin, [&](auto row, Range entries) {
         right.for_each_column(0, [&](auto c, Range places) {
-            if (match_row_and_column(left, row, entries, right, c, places, pair)) element(row, c);
+            if (match_row_and_column<true>(left, row, entries, right, c, places, pair))
+                element(row, c);
         });
     }));
 }
@@ -336,7 +351,7 @@ void walk_diagonal(const Left& left, Range& entries, const Columns& right, Range
         entries, [&](int64_t a) { return left.row(a); }, places,
         [&](int64_t p) { return right.column(p); },
         [&](auto i, Range in_row, Range in_column) {
-            if (match_row_and_column(left, i, in_row, right, i, in_column, pair)) element(i);
+            if (match_row_and_column<false>(left, i, in_row, right, i, in_column, pair)) element(i);
         });
 }
 

@@ -4,36 +4,51 @@
 
 namespace fragments {
 
-/// Names of the parameters in a stringised parameter list, each ended by a null character.
-template <size_t Size>
+/// Where the names of the parameters stand in a stringised parameter list. For compile time only.
 struct ParameterNames
 {
-    consteval explicit ParameterNames(const char (&list)[Size])
+    /// The part of the list from `begin` up to but not including `end`.
+    struct Name
+    {
+        size_t begin;
+        size_t end;
+    };
+
+    constexpr explicit ParameterNames(const char* stringised) : list(stringised)
     {
         size_t count = 0;
-        size_t start = 0; // of the identifier read last
-        bool inside = false;
-        for (size_t i = 0; i < Size; ++i) {
-            const char c = list[i];
-            const bool word = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                              (c >= '0' && c <= '9') || c == '_';
-            if (word && !inside) start = i;
-            inside = word;
-            if (c == ',' || c == ')') offset[count++] = start;
-            text[i] = word ? c : '\0';
+        size_t begin = 0; // of the identifier read last
+        size_t end = 0;
+        for (size_t i = 0; list[i] != '\0'; ++i) {
+            if (is_word(list[i])) {
+                if (end != i) begin = i;
+                end = i + 1;
+            }
+            if (list[i] == ',' || list[i] == ')') names[count++] = {begin, end};
         }
     }
 
-    constexpr const char* operator[](size_t k) const { return text + offset[k]; }
+    constexpr Name operator[](size_t k) const { return names[k]; }
 
-    char text[Size]{};
-    size_t offset[40]{};
+    /// Whether name k comes before name n in byte order.
+    constexpr bool precedes(size_t k, size_t n) const
+    {
+        size_t a = names[k].begin;
+        size_t b = names[n].begin;
+        while (a < names[k].end && b < names[n].end && list[a] == list[b]) ++a, ++b;
+        if (a == names[k].end || b == names[n].end) return a == names[k].end && b < names[n].end;
+        return static_cast<unsigned char>(list[a]) < static_cast<unsigned char>(list[b]);
+    }
+
+    const char* list;
+    Name names[41]{};
+
+private:
+    static constexpr bool is_word(char c)
+    {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               c == '_';
+    }
 };
-
-constexpr bool precedes(const char* a, const char* b)
-{
-    while (*a != '\0' && *a == *b) ++a, ++b;
-    return static_cast<unsigned char>(*a) < static_cast<unsigned char>(*b);
-}
 
 } // namespace fragments

@@ -70,6 +70,4 @@ def read_declarations():
     """All declarations, by descending number."""
     texts = (COMMENT.sub("", path.read_text()) for path in SOURCES.glob("*/*.cpp"))
     found = [parse(*match.groups()) for text in texts for match in DECLARATION.finditer(text)]
-    if not any(p.is_written for d in found for p in d.parameters):
-        Parameter.is_written = property(lambda self: not self.is_list)  # the declarations don't tell
     return sorted(found, key=lambda d: -d.number)

@@ -42,7 +42,7 @@ void walk_right_sparse(int md1, const LinearEntries<S>& e, const Columns<S>& m, 
         places.begin = places.end;
         places.end = run_end(
             places.begin, m.entries.count, [&](int64_t p) { return m.column(p); }, i);
-        if (match_row_and_column(e, i, elements, m, i, places, pair)) element(i);
+        if (match_row_and_column<false>(e, i, elements, m, i, places, pair)) element(i);
     }
 }
 
