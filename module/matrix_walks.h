@@ -49,15 +49,24 @@ int64_t for_each_long_run(int64_t begin, int64_t end, Key key, Run run)
     return begin;
 }
 
+/// near_lower_bound of a bound that may stand at `guess`, any place or none of the list, whose keys
+/// ascend strictly.
+template <class Key, class Value>
+int64_t guessed_lower_bound(Range places, Key key, Value bound, int64_t guess)
+{
+    const bool inside = places.begin <= guess && guess < places.end;
+    return inside && key(guess) == bound ? guess : near_lower_bound(places, key, bound);
+}
+
 /// How many times longer a list has to be than the other one for a search in it to cost less than
 /// the steps of a merge, as measured with random lists of 8000 keys.
 constexpr int64_t search_pays = 16;
 
 /// for_each_match, but if `b` is much longer than `a`, the next key of `a` is searched in it: the
-/// cost is then that of `a` times the logarithm of the distances in `b`. Which of the two is done
-/// doesn't show in the matches.
-template <class KeyA, class KeyB, class Match>
-void for_each_match_in_long(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
+/// cost is then that of `a` times the logarithm of the distances in `b`, or 1 where guess(place of
+/// `a`) is the place. Which of the two is done doesn't show in the matches.
+template <class KeyA, class KeyB, class Guess, class Match>
+void for_each_match_in_long(Range a, KeyA key_a, Range b, KeyB key_b, Guess guess, Match match)
 {
     const bool is_long = b.end - b.begin > search_pays * (a.end - a.begin);
     while (a.begin < a.end && b.begin < b.end) {
@@ -66,7 +75,9 @@ void for_each_match_in_long(Range a, KeyA key_a, Range b, KeyB key_b, Match matc
         if (left < right)
             ++a.begin;
         else if (right < left)
-            b.begin = is_long ? near_lower_bound({b.begin + 1, b.end}, key_b, left) : b.begin + 1;
+            b.begin = is_long
+                          ? guessed_lower_bound({b.begin + 1, b.end}, key_b, left, guess(a.begin))
+                          : b.begin + 1;
         else
             match(a.begin++, b.begin++);
     }
@@ -277,7 +288,10 @@ bool match_row_and_column(const Left& left, Row row, Range entries, const Column
         met = true;
     };
     if constexpr (searched)
-        for_each_match_in_long(entries, left_key, places, right_key, match);
+        // A column with an element in each row has it at the place that is the row's number.
+        for_each_match_in_long(
+            entries, left_key, places, right_key,
+            [&](int64_t a) { return places.begin + left.column_in_row(a, row); }, match);
     else
         for_each_match(entries, left_key, places, right_key, match);
     return met;

@@ -108,6 +108,13 @@ int evaluate_rows(const Programs<S>& p, int64_t nrow, F64<S> parameters, F64Out<
             if (size == 1 && p.code[atom] == op_param) {
                 // What most coefficients come down to: the parameter itself.
                 stack[stack_n] = parameters[truncate_to_i32(p.cconst[atom++])];
+            } else if (size == 3 && p.code[atom] == op_const && p.code[atom + 1] == op_param &&
+                       p.code[atom + 2] == op_mul) {
+                // And the others: a constant times a parameter.
+                const double parameter = parameters[truncate_to_i32(p.cconst[atom + 1])];
+                stack[stack_n + 1] = parameter;
+                stack[stack_n] = parameter * p.cconst[atom];
+                atom += size;
             } else if (size > 0) {
                 const SplitProgram<S> program{p.code.from(atom), p.cconst.from(atom), size};
                 run_program(program, parameters, stack, stack_n);

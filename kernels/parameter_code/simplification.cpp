@@ -228,6 +228,16 @@ void emit(Tree<S>& tree, F64Out<S> numbers, int64_t t, Result<S>& target)
     reverse_atoms(target, begin);
 }
 
+/// Whether term t, which has the number `number`, is a constant times a parameter to which no rule
+/// applies: it goes out as it came.
+template <class S>
+bool is_plain_product(const Operand<S>& e, int64_t t, double number)
+{
+    const int64_t a = e.codeptr[t];
+    return e.codeptr[t + 1] - a == 3 && e.code[a] == op_const && e.code[a + 1] == op_param &&
+           e.code[a + 2] == op_mul && e.cconst[a] != 0.0 && e.cconst[a] != 1.0 && number == 0.0;
+}
+
 /// Number of atoms of the longest of `nterm` programs.
 template <class S>
 int longest_program(I32<S> codeptr, int64_t nterm)
@@ -278,7 +288,18 @@ CLOSURE(379, results(int, int, int, int),
                       xi32.from(stack_base),
                       stack_n,
                       tnodes};
+    const auto is_plain = [&](int64_t t) {
+        return t < nterm && is_plain_product(source, t, numbers[t]);
+    };
+    bool plain = is_plain(0);
     for (int64_t t = 0; t < nterm; ++t) {
+        // What such a term leaves in the tree's regions, the next one of its kind overwrites.
+        const bool next_plain = is_plain(t + 1);
+        if (std::exchange(plain, next_plain) && next_plain) {
+            target.append_program(source, t);
+            target.close_coded_term();
+            continue;
+        }
         const int begin = source.codeptr[t];
         const int end = source.codeptr[t + 1];
         tree.clear(int64_t{end} - begin);

@@ -18,7 +18,9 @@ namespace {
 template <class S>
 auto column_of(I64<S> linear, int columns)
 {
-    return [=](int64_t k) { return remainder(linear[k], columns); };
+    return [=, row_of = RunningQuotient(columns)](int64_t k) mutable {
+        return row_of.remainder(linear[k]);
+    };
 }
 
 } // namespace

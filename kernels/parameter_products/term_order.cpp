@@ -7,6 +7,8 @@
 // equal variable index and size and write one term for each run. Elements stay, also empty ones.
 
 #include <algorithm>
+#include <bit>
+#include <numeric>
 #include <utility>
 
 #include "algorithms.h"
@@ -49,6 +51,90 @@ I32<S> merge_sort(I64<S> key, int64_t n, I32Out<S> from, I32Out<S> to)
     return from;
 }
 
+/// Stable LSD radix sort of the `n` positions at the front of `work`, of 2n entries, by the low
+/// `bits` bits of key(position): calls `sorted(k, position)` for each place k, not in their order.
+template <class Key, class S, class Sorted>
+void radix_sort(Key key, int bits, int64_t n, I32Out<S> work, Sorted sorted)
+{
+    constexpr int digit_bits = 8;
+    constexpr int digits = 1 << digit_bits;
+    const int last = std::max(0, bits - 1) / digit_bits; // of the passes
+    const auto digit = [&](int64_t position, int pass) {
+        return key(position) >> (pass * digit_bits) & (digits - 1);
+    };
+    int32_t next[64 / digit_bits][digits];
+    for (int pass = 0; pass <= last; ++pass) std::fill_n(next[pass], digits, 0);
+    for (int64_t k = 0; k < n; ++k)
+        for (int pass = 0; pass <= last; ++pass) ++next[pass][digit(work[k], pass)];
+    for (int pass = 0; pass <= last; ++pass)
+        std::exclusive_scan(next[pass], next[pass] + digits, next[pass], 0);
+
+    auto from = work;
+    auto to = work.from(n);
+    for (int pass = 0; pass < last; ++pass) {
+        for (int64_t k = 0; k < n; ++k) to[next[pass][digit(from[k], pass)]++] = from[k];
+        std::swap(from, to);
+    }
+    for (int64_t k = 0; k < n; ++k) sorted(next[last][digit(from[k], last)]++, from[k]);
+}
+
+/// Number of keys that are sorted at once, as they stay in the cache.
+constexpr int64_t near_keys = 8192;
+
+/// radix_sort of the positions 0 to `n` - 1, of which there are many, to `perm`: they are parted by
+/// their highest bits, and the parts, which mostly are small, sorted with their keys beside them.
+template <class Key, class S>
+void radix_sort_parts(Key key, int bits, int64_t n, I32Out<S> perm, I32Out<S> work)
+{
+    constexpr int most = 12;
+    const int size_bits = static_cast<int>(std::bit_width(static_cast<uint64_t>(n)));
+    const int high = std::min({bits, size_bits - most, most}); // for parts of some 4096 keys
+    const int low = bits - high;
+    const auto part_of = [&](int64_t t) { return key(t) >> low & ((1 << high) - 1); };
+    int32_t ends[1 << most];
+    std::fill_n(ends, 1 << high, 0);
+    for (int64_t t = 0; t < n; ++t) ++ends[part_of(t)];
+    std::exclusive_scan(ends, ends + (1 << high), ends, 0);
+    for (int64_t t = 0; t < n; ++t) perm[ends[part_of(t)]++] = static_cast<int32_t>(t);
+
+    uint64_t keys[near_keys];
+    int64_t begin = 0;
+    for (int part = 0; part < 1 << high; ++part) {
+        const auto places = perm.from(begin);
+        const int64_t count = ends[part] - begin;
+        begin = ends[part];
+        if (count > near_keys || 3 * count > 2 * n) {
+            copy_n(I32<S>(places), count, work);
+            radix_sort(key, low, count, work,
+                       [&](int64_t k, int32_t position) { places[k] = position; });
+            continue;
+        }
+        const auto positions = work.from(2 * count);
+        for (int64_t k = 0; k < count; ++k) keys[k] = key(positions[k] = places[k]);
+        iota_n(work, count);
+        radix_sort([&](int64_t k) { return keys[k]; }, low, count, work,
+                   [&](int64_t k, int32_t place) { places[k] = positions[place]; });
+    }
+}
+
+/// `work` as merge_sort leaves it once `perm` has the sorted positions 0 to `n` - 1: these in the
+/// buffer of the last pass, and in the other the two runs that it has merged.
+template <class S>
+void leave_as_merged(int64_t n, I32<S> perm, I32Out<S> work)
+{
+    const auto passes = std::bit_width(static_cast<uint64_t>(n - 1));
+    const int64_t width = int64_t{1} << (passes - 1);
+    const auto last = work.from(passes % 2 == 1 ? n : 0);
+    const auto before = work.from(passes % 2 == 1 ? 0 : n);
+    int64_t left = 0;
+    for (int64_t k = 0; k < n; ++k) {
+        const int32_t t = perm[k];
+        last[k] = t;
+        before[t < width ? left : width + k - left] = t;
+        left += t < width;
+    }
+}
+
 /// Sorts the n terms of an element by key, stable: `perm` gets their positions, counted from
 /// `first` on. `work` is scratch of 2n entries.
 template <class S>
@@ -78,6 +164,21 @@ void sort_element(I64<S> key, int64_t n, int64_t first, I32Out<S> perm, I32Out<S
         place_by_key(
             n, [&](int64_t t) { return first + t; }, [&](int64_t p) { return digit(p - first); },
             work, perm);
+        return;
+    }
+    const int bits = static_cast<int>(std::bit_width(span));
+    if (n > 8 * bits) { // the counters of a pass pay from 64 terms on
+        const auto distance = [&](int64_t t) {
+            return static_cast<uint64_t>(key[t]) - static_cast<uint64_t>(lowest);
+        };
+        if (n > near_keys) {
+            radix_sort_parts(distance, bits, n, perm, work);
+        } else {
+            iota_n(work, n);
+            radix_sort(distance, bits, n, work, [&](int64_t k, int32_t t) { perm[k] = t; });
+        }
+        leave_as_merged(n, perm, work);
+        for (int64_t k = 0; k < n; ++k) perm[k] += begin;
         return;
     }
     iota_n(work, n);
@@ -150,9 +251,9 @@ CLOSURE(390, int, (int maxlen, int nelem, int ptr_base, I32 wi32))
 
 /// Sorts the terms of each of `nelem` elements by variable index, stable: writes their positions in
 /// sorted order to the element's range of places at `perm_base`. Elements of 1 or 2 terms are
-/// sorted directly, those whose indexes span less than their number of terms by counting, the
-/// others by merging. The scratch at `work_base` is as long as two copies of the longest element,
-/// and at least 1 more than one.
+/// sorted directly, those whose indexes span less than their number of terms by counting, others of
+/// many terms by their digits, and of few by merging. The scratch at `work_base` is as long as two
+/// copies of the longest element, and at least 1 more than one.
 CLOSURE(391, void,
         (int nelem, int nidxs_base, int perm_base, int ptr_base, I32 wi32, I64 wi64, int work_base,
          I32Out xi32))

@@ -123,8 +123,10 @@ CLOSURE(456, results(int, int, int),
 {
     const auto sp = wi64.from(sp_base);
     const auto perm = xi32.from(xcperm_base);
+    RunningQuotient row_of(d1);
     group_by(
-        nelem, [&](int64_t q) { return remainder(sp[q], d1); }, d1, xi32.from(xcolptr_base), perm);
+        nelem, [&](int64_t q) { return row_of.remainder(sp[q]); }, d1, xi32.from(xcolptr_base),
+        perm);
     Sizes sizes{rncodeatom, rnelem, rnnz};
     const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
     const Triplets m{msubi.length(), msubi, msubj};

@@ -60,8 +60,9 @@ CLOSURE(476, void,
         (int d1, int eperm_base, int eptr_base, int nelem, int sp_base, I64 wi64, I32Out xi32))
 {
     const auto sp = wi64.from(sp_base);
+    RunningQuotient row(d1);
     group_by(
-        nelem, [&](int64_t q) { return remainder(sp[q], d1); }, d1, xi32.from(eptr_base),
+        nelem, [&](int64_t q) { return row.remainder(sp[q]); }, d1, xi32.from(eptr_base),
         xi32.from(eperm_base));
 }
 

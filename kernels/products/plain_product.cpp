@@ -39,9 +39,10 @@ void multiply(const GroupedRows<S>& rows, const Columns& columns, Pair pair, Ele
 template <class S>
 void split(I64<S> sp, int n, int columns, I32Out<S> row, I32Out<S> column)
 {
+    RunningQuotient row_of(columns);
     for (int64_t q = 0; q < n; ++q) {
-        row[q] = static_cast<int32_t>(quotient(sp[q], columns));
-        column[q] = static_cast<int32_t>(remainder(sp[q], columns));
+        row[q] = static_cast<int32_t>(row_of(sp[q]));
+        column[q] = static_cast<int32_t>(row_of.remainder(sp[q]));
     }
 }
 
@@ -272,11 +273,12 @@ CLOSURE(483, int, (int nnz, int sp_base, I64 wi64, int xcount, int xnd, int xsd1
 {
     if (nnz <= 0) return xcount;
     if (xnd <= 1 || nnz == 1) return 1;
-    const LinearEntries elements{nnz, wi64.from(sp_base), xsd1};
+    const auto sp = wi64.from(sp_base);
+    RunningQuotient row_of(xsd1);
     int rows = 1;
-    int64_t before = elements.row(0);
+    int64_t before = row_of(sp[0]);
     for (int64_t q = 1; q < nnz; ++q) {
-        const int64_t row = elements.row(q);
+        const int64_t row = row_of(sp[q]);
         rows += row > before;
         before = row;
     }
