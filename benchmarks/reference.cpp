@@ -1,6 +1,9 @@
 // What the closures are measured against: the calls of the frame written out by hand, the C
 // library's block operations, and plain strided loops with the bodies of some closures.
 
+// Python's header asks to stand before all others.
+#include <Python.h>
+
 #include "closure_frame.h"
 
 #include <cstring>
@@ -115,7 +118,7 @@ PyObject* block_fill(PyObject*, PyObject* arguments)
     struct Plain##Number                                                                           \
     {                                                                                              \
         FRAGMENTS_ARRAY_NAMES(Strided);                                                            \
-        static constexpr ParameterNames names{#Parameters};                                        \
+        static constexpr const char* parameters = #Parameters;                                     \
         static auto run Parameters->ResultOf<Declared>::Type;                                      \
     };                                                                                             \
     PyObject* plain_##Number(PyObject*, PyObject* arguments)                                       \
