@@ -10,6 +10,7 @@ run. With --numpy they are those that take NumPy's arrays.
 
 import argparse
 import array
+import functools
 import itertools
 import statistics
 import sys
@@ -66,7 +67,7 @@ def frame(options):
             ):
                 ours = closure(number)
                 times, ratios = measure(
-                    [lambda: by_hand(*arguments), lambda: ours(*arguments)],
+                    [functools.partial(f, *arguments) for f in (by_hand, ours)],
                     options.repetitions * 5)
                 yield (label, exporter, "%.0f" % (times[1] * 1e9), "%.0f" % (times[0] * 1e9),
                        "%.3f" % ratios[1])

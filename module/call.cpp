@@ -10,6 +10,9 @@
 
 // Python's header asks to stand before all others.
 #include <Python.h>
+#if PY_VERSION_HEX < 0x030B0000
+#include <longintrepr.h> // later ones have it in Python.h
+#endif
 
 #include <cstdlib>
 #include <cstring>
@@ -23,28 +26,14 @@ namespace fragments {
 
 namespace {
 
-/// What is tested of a view: the first character of its format must be `first` or `also`, or the
-/// whole format must be "O". `shift` is log2 of the size of an element.
-struct KindTest
-{
-    char first;
-    char also;
-    int shift;
-};
-constexpr KindTest kind_tests[] = {{'i', 'i', 2}, {'l', 'q', 3}, {'d', 'd', 3}, {'O', 'O', 3}};
-constexpr ArraySpec list_entry{0, 0, Kind::i32, 1, false};
+constexpr char list_kind = 'O';
+constexpr ArraySpec list_entry{0, 0, 'i', 'i', 2, 1, false}; // what is tested of its arrays
 
-const KindTest& test_of(const ArraySpec& spec)
+inline bool accepts(const ArraySpec& spec, const Py_buffer& view)
 {
-    return kind_tests[static_cast<int>(spec.kind)];
-}
-
-bool accepts(const ArraySpec& spec, const Py_buffer& view)
-{
-    const KindTest& test = test_of(spec);
     const char c = view.format[0];
-    return view.ndim == spec.rank && (c == test.first || c == test.also) &&
-           (spec.kind != Kind::list_of_i32 || view.format[1] == '\0');
+    return view.ndim == spec.rank && (c == spec.kind || c == spec.also) &&
+           (spec.kind != list_kind || view.format[1] == '\0');
 }
 
 /// The entries of a list of arrays: what is held, and the views of it, all null for None.
@@ -108,9 +97,9 @@ private:
 char nowhere;
 
 /// A view in elements; bytes are divided as unsigned numbers.
-ArrayView in_elements(const Py_buffer& view, const ArraySpec& spec)
+[[gnu::always_inline]] inline ArrayView in_elements(const Py_buffer& view, const ArraySpec& spec)
 {
-    const int shift = test_of(spec).shift;
+    const int shift = spec.shift;
     const auto elements = [shift](Py_ssize_t bytes) {
         return static_cast<int64_t>(static_cast<uint64_t>(bytes) >> shift);
     };
@@ -121,27 +110,49 @@ ArrayView in_elements(const Py_buffer& view, const ArraySpec& spec)
             {view.shape[0], view.shape[1]}};
 }
 
+/// Reads an exact int that is stored in one digit, as nearly all are, without a call; else false.
+bool read_one_digit(PyObject* exact_int, long& value)
+{
+#if PY_VERSION_HEX >= 0x030C0000
+    const auto* number = reinterpret_cast<PyLongObject*>(exact_int);
+    if (!PyUnstable_Long_IsCompact(number)) return false;
+    value = PyUnstable_Long_CompactValue(number);
+    return true;
+#else
+    const auto* number = reinterpret_cast<PyLongObject*>(exact_int);
+    const Py_ssize_t size = Py_SIZE(number); // negative for a negative number
+    if (size < -1 || size > 1) return false;
+    value = size == 0 ? 0 : size * static_cast<long>(number->ob_digit[0]);
+    return true;
+#endif
+}
+
 /// Reads an ordinary scalar, by its letter, or an object; false if it isn't one.
 bool read(char letter, PyObject* object, Slot& slot)
 {
+    long value = 0;
     int overflow = 0;
     switch (letter) {
-    case 'i': {
+    case 'i':
         if (!PyLong_CheckExact(object)) return false;
-        const long value = PyLong_AsLongAndOverflow(object, &overflow);
+        if (!read_one_digit(object, value)) value = PyLong_AsLongAndOverflow(object, &overflow);
         slot.i = static_cast<int>(value);
         return overflow == 0 && value == slot.i;
-    }
     case 'L':
         if (!PyLong_CheckExact(object)) return false;
-        slot.l = PyLong_AsLongLongAndOverflow(object, &overflow);
+        if (!read_one_digit(object, value)) value = PyLong_AsLongAndOverflow(object, &overflow);
+        slot.l = value;
         return overflow == 0;
     case 'd':
         if (!PyFloat_CheckExact(object)) return false;
         slot.d = PyFloat_AS_DOUBLE(object);
         return true;
     case 'p':
-        if (!PyBool_Check(object) && !PyLong_CheckExact(object)) return false;
+        if (object == Py_True || object == Py_False) {
+            slot.i = object == Py_True;
+            return true;
+        }
+        if (!PyLong_CheckExact(object)) return false;
         slot.i = PyObject_IsTrue(object);
         return true;
     default:
@@ -279,8 +290,10 @@ bool Call::read_arrays()
             ++held_;
             continue;
         }
-        if (spec.kind == Kind::list_of_i32 || !PyObject_CheckBuffer(object)) return false;
-        if (PyObject_GetBuffer(object, &view, PyBUF_FULL_RO) != 0) {
+        const PyBufferProcs* procedures = Py_TYPE(object)->tp_as_buffer;
+        if (spec.kind == list_kind || procedures == nullptr || procedures->bf_getbuffer == nullptr)
+            return false;
+        if (procedures->bf_getbuffer(object, &view, PyBUF_FULL_RO) != 0) {
             PyErr_Clear();
             return false;
         }
@@ -321,7 +334,7 @@ bool Call::take_views()
         const Py_buffer& view = *PyMemoryView_GET_BUFFER(memoryview);
         if (!accept(spec, view)) return false;
         note(n, view);
-        if (spec.kind == Kind::list_of_i32) {
+        if (spec.kind == list_kind) {
             list_ = n;
             if (!entries_.take(arrays_[n], name(spec))) return false;
             arrays_[n] = entries_.view();
@@ -346,11 +359,11 @@ bool Call::accept(const ArraySpec& spec, const Py_buffer& view) const
 }
 
 /// Array n as the body takes it.
-void Call::note(int n, const Py_buffer& view)
+[[gnu::always_inline]] inline void Call::note(int n, const Py_buffer& view)
 {
     const ArraySpec& spec = signature_.arrays[n];
     arrays_[n] = in_elements(view, spec);
-    gaps_ |= view.strides[spec.rank - 1] - (Py_ssize_t{1} << test_of(spec).shift);
+    gaps_ |= view.strides[spec.rank - 1] - (Py_ssize_t{1} << spec.shift);
 }
 
 // The body, and the end.

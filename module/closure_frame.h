@@ -82,9 +82,9 @@ struct ArrayParameter
 {
     static constexpr char letter = 'O';
     static constexpr bool is_array = true;
-    static constexpr Kind kind = std::is_same_v<T, int32_t>   ? Kind::i32
-                                 : std::is_same_v<T, int64_t> ? Kind::i64
-                                                              : Kind::f64;
+    static constexpr char kind = sizeof(T) == 4 ? 'i' : std::is_same_v<T, double> ? 'd' : 'l';
+    static constexpr char also = kind == 'l' ? 'q' : kind;
+    static constexpr uint8_t shift = sizeof(T) == 4 ? 2 : 3;
     static constexpr uint8_t rank = Rank;
     static constexpr bool written = Written;
 };
@@ -162,7 +162,9 @@ private:
 template <>
 struct Parameter<ArrayList<int32_t>> : ArrayParameter<int32_t, 1, false>
 {
-    static constexpr Kind kind = Kind::list_of_i32;
+    static constexpr char kind = 'O';
+    static constexpr char also = 'O';
+    static constexpr uint8_t shift = 3;
     static ArrayList<int32_t> argument(const ArrayView& list, const char* name)
     {
         return {list, name};
@@ -272,8 +274,12 @@ struct Declaration<Number, Body, Result (*)(P...)>
         const auto add = [&]<class Q>(std::type_identity<Q>, size_t k) {
             if constexpr (Parameter<Q>::is_array)
                 found[arrays_before(k)] = {static_cast<uint16_t>(place_of_name(k)),
-                                           static_cast<uint8_t>(k), Parameter<Q>::kind,
-                                           Parameter<Q>::rank, Parameter<Q>::written};
+                                           static_cast<uint8_t>(k),
+                                           Parameter<Q>::kind,
+                                           Parameter<Q>::also,
+                                           Parameter<Q>::shift,
+                                           Parameter<Q>::rank,
+                                           Parameter<Q>::written};
         };
         (add(std::type_identity<P>{}, K), ...);
         return found;
@@ -291,10 +297,11 @@ struct Declaration<Number, Body, Result (*)(P...)>
             return Parameter<Q>::argument(parameters[K]);
     }
 
-    /// Runs the body for stride S, whose parameters are Q.
+    /// Runs the body for stride S, a function of this type.
     template <class S, class... Q, size_t... K>
-    static void run_body(Result (*)(Q...), const Slot* parameters, const ArrayView* arrays,
-                         [[maybe_unused]] Slot* results, std::index_sequence<K...>)
+    static void run_body(std::type_identity<Result (*)(Q...)>, const Slot* parameters,
+                         const ArrayView* arrays, [[maybe_unused]] Slot* results,
+                         std::index_sequence<K...>)
     {
         if constexpr (std::is_void_v<Result>)
             Body<S>::run(argument<Q, K>(parameters, arrays)...);
@@ -304,7 +311,8 @@ struct Declaration<Number, Body, Result (*)(P...)>
     template <class S>
     static void body(const Slot* parameters, const ArrayView* arrays, Slot* results)
     {
-        run_body<S>(&Body<S>::run, parameters, arrays, results, std::index_sequence_for<P...>{});
+        run_body<S>(std::type_identity<decltype(&Body<S>::run)>{}, parameters, arrays, results,
+                    std::index_sequence_for<P...>{});
     }
 
     static constexpr Signature signature = [] {

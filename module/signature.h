@@ -11,14 +11,15 @@ namespace fragments {
 
 using PyObject = ::_object;
 
-enum class Kind : uint8_t { i32, i64, f64, list_of_i32 };
-
-/// An array parameter.
+/// An array parameter, and what is tested of its view: the first character of the format must be
+/// `kind` or `also`. Of a list of arrays, which has the kind 'O', the format must be that alone.
 struct ArraySpec
 {
     uint16_t name;     ///< where it stands in Signature::text
     uint8_t parameter; ///< its place among all parameters
-    Kind kind;
+    char kind;
+    char also;
+    uint8_t shift; ///< log2 of the size of an element
     uint8_t rank;
     bool written; ///< in the checked build, a read-only buffer is refused
 };
