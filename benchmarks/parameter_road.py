@@ -5,9 +5,9 @@ import array
 import statistics
 import time
 
-from host.model import Model
-from host.row_store import RowStore
-from host.variables import Variable
+from host.model.linear import Model
+from host.model.row_store import RowStore
+from host.index_maps.variables import Variable
 
 BUILD = ("product", "merging and simplification", "storing")
 STEPS = (*BUILD, "build", "update")

@@ -54,9 +54,9 @@ The demo:
 A model in short, to minimise x0 + x1 with 3 x0 + 4 x1 >= 12 p and x >= 0:
 
     from math import inf
-    from host.glpk import Problem
-    from host.matrices import DenseMatrix, SparseMatrix
-    from host.model import Model
+    from host.solvers.glpk import Problem
+    from host.data.matrices import DenseMatrix, SparseMatrix
+    from host.model.linear import Model
 
     model = Model(Problem())
     x, p, e = model.variable([2], 0.0), model.parameter(1.0), model.evaluator

@@ -28,11 +28,11 @@ import math
 import sys
 
 from .closures import load
-from .glpk import SolverError
-from .linear import LinearRoads, MatrixRoads
+from .solvers.glpk import SolverError
+from .demo.linear import LinearRoads, MatrixRoads
 from .progress import progress
-from .sdpa import FormatError
-from .semidefinite import SemidefiniteRoads
+from .formats.sdpa import FormatError
+from .demo.semidefinite import SemidefiniteRoads
 
 
 class UsageError(Exception):

@@ -8,9 +8,9 @@ import tempfile
 import unittest
 from array import array
 
-from host import expressions
+from host.evaluator import expressions
 from host.closures import Closures
-from host.stacks import Expression, Stack
+from host.evaluator.stacks import Expression, Stack
 from support import MARKER, gaps, push, strided
 
 KINDS = {"i": "i32", "q": "i64", "d": "f64"}

@@ -9,12 +9,12 @@ from math import inf
 from unittest import mock
 
 import host
-from host import stacks
-from host.expressions import Evaluator
-from host.glpk import Problem, SolverError
-from host.matrices import DenseMatrix, SparseMatrix
-from host.model import Constraint, Model
-from host.variables import Variable
+from host.evaluator import stacks
+from host.evaluator.expressions import Evaluator
+from host.solvers.glpk import Problem, SolverError
+from host.data.matrices import DenseMatrix, SparseMatrix
+from host.model.linear import Constraint, Model
+from host.index_maps.variables import Variable
 from host_support import DemoCase
 from host_support import Evaluator as GuardedEvaluator
 from support import Sampler, evaluate, product, read

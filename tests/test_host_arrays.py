@@ -6,9 +6,9 @@ import unittest
 from math import inf
 from types import SimpleNamespace
 
-from host.arrays import Bounds, IndexArray
-from host.matrices import DenseMatrix, SparseMatrix
-from host.variables import Variable
+from host.index_maps.arrays import Bounds, IndexArray
+from host.data.matrices import DenseMatrix, SparseMatrix
+from host.index_maps.variables import Variable
 from host_support import Evaluator
 from support import positions, product
 from test_host_sums import HostCase, cases

@@ -7,7 +7,7 @@ import sys
 import tempfile
 import unittest
 
-from host.assembly import sort_triplets, transpose_triplets
+from host.data.assembly import sort_triplets, transpose_triplets
 from support import f64, i32, i64, prefix
 from test_host import MIXED, Problem, needs_glpk
 

@@ -5,9 +5,9 @@ import random
 import unittest
 from math import inf, nan, sqrt
 
-from host import csdp, cvxopt_adapter, glpk
-from host.conic_model import ConicModel
-from host.matrices import DenseMatrix, SparseMatrix
+from host.solvers import csdp, cvxopt_adapter, glpk
+from host.model.conic import ConicModel
+from host.data.matrices import DenseMatrix, SparseMatrix
 
 FOUND = {}  # objectives that are known or that one road came to, for the next to agree with
 

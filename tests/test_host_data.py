@@ -6,12 +6,12 @@ import unittest
 from array import array
 from math import inf
 
-from host.data import sorting_permutation
-from host.glpk import Problem
-from host.matrices import DenseMatrix, SparseMatrix
-from host.model import Model
-from host.products import SparseTensor
-from host.slots import Slots
+from host.data.constants import sorting_permutation
+from host.solvers.glpk import Problem
+from host.data.matrices import DenseMatrix, SparseMatrix
+from host.model.linear import Model
+from host.evaluator.products import SparseTensor
+from host.model.slots import Slots
 from support import product
 from test_host import needs_glpk
 

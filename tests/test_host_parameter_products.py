@@ -3,11 +3,11 @@
 import unittest
 from unittest import mock
 
-from host import parameter_products, sums
-from host.arrays import IndexArray
-from host.glpk import Problem
-from host.matrices import DenseMatrix
-from host.model import Model
+from host.evaluator import parameter_products, sums
+from host.index_maps.arrays import IndexArray
+from host.solvers.glpk import Problem
+from host.data.matrices import DenseMatrix
+from host.model.linear import Model
 from host_support import DemoCase, Evaluator
 from support import Sampler, product
 from test_host import needs_glpk

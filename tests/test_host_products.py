@@ -4,10 +4,10 @@ import contextlib
 import unittest
 from unittest import mock
 
-from host import products, sums
-from host.matrices import DenseMatrix, SparseMatrix
-from host.products import SparseTensor
-from host.variables import Variable
+from host.evaluator import products, sums
+from host.data.matrices import DenseMatrix, SparseMatrix
+from host.evaluator.products import SparseTensor
+from host.index_maps.variables import Variable
 from host_support import Evaluator
 from product_support import random_matrix, triplets
 from support import Sampler, evaluate, product, read

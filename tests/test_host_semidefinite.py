@@ -7,9 +7,9 @@ import shutil
 import unittest
 import unittest.mock
 
-from host.csdp import Csdp, Translation
-from host.sdpa import FormatError, SdpaProblem
-from host.semidefinite import build
+from host.solvers.csdp import Csdp, Translation
+from host.formats.sdpa import FormatError, SdpaProblem
+from host.demo.semidefinite import build
 from host_support import DemoCase
 from support import f64
 

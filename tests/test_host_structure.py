@@ -3,7 +3,7 @@
 import unittest
 from unittest import mock
 
-from host import structure
+from host.evaluator import structure
 from host_support import Evaluator
 from support import Model, Sampler, Term, positions
 from test_host_sums import HostCase, cases

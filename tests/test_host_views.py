@@ -5,8 +5,8 @@ import operator
 import unittest
 from itertools import accumulate
 
-from host.model import Constraint
-from host.variables import Variable
+from host.model.linear import Constraint
+from host.index_maps.variables import Variable
 from support import i32, positions, product, read
 from test_host_sums import HostCase, cases
 

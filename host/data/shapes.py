@@ -1,0 +1,68 @@
+"""Shapes, their subscripts and linear indexes, and the errors where these don't fit."""
+
+from numbers import Integral
+
+from ..closures import closure
+from .buffers import LARGEST, as_array, size, zeros
+
+LARGEST_SIZE = 2 ** 63 - 1  # linear indexes are 64-bit
+
+
+def within(value, first, last):
+    """Whether the value is an integer from `first` to `last`."""
+    return isinstance(value, Integral) and first <= value <= last
+
+
+def checked_shape(shape):
+    """The shape (i32), if it is one that linear indexes can number; else ValueError."""
+    shape = list(shape)
+    if not all(within(extent, 0, LARGEST) for extent in shape) or size(shape) > LARGEST_SIZE:
+        raise ValueError("%s is no shape: extents are integers up to %d, and positions go to %d"
+                         % (shape, LARGEST, LARGEST_SIZE))
+    return as_array("i32", shape)
+
+
+def require_dimension(shape, dim, first, last):
+    if not within(dim, first, last):
+        raise ValueError("the shape %s has no dimension %s" % (list(shape), dim))
+
+
+def box(shape, first, last):
+    """The corners of a box and its extents (i32), if it lies in the shape; else ValueError. It goes
+    in each dimension from `first` up to but not including `last`."""
+    first, last = list(first), list(last)
+    if not len(first) == len(last) == len(shape) or not all(
+            within(b, 0, extent) and within(a, 0, b) for a, b, extent in zip(first, last, shape)):
+        raise ValueError("the box from %s to %s doesn't lie in the shape %s"
+                         % (first, last, list(shape)))
+    extents = [b - a for a, b in zip(first, last)]
+    return as_array("i32", first), as_array("i32", last), as_array("i32", extents)
+
+
+def stored_places(shape, count, sparsity):
+    """`sparsity` as i64, or None; ValueError if it doesn't list `count` places of the shape in
+    strict order, or if without one the shape doesn't have `count` places."""
+    total = size(checked_shape(shape))
+    sparsity = None if sparsity is None else as_array("i64", sparsity)
+    if count != (total if sparsity is None else len(sparsity)):
+        raise ValueError("%d elements don't fit the shape %s or the list of stored ones"
+                         % (count, list(shape)))
+    if sparsity is not None and closure(404, False, sparsity, total):
+        raise ValueError("a linear index lies outside of the shape %s" % list(shape))
+    if sparsity is not None and not closure(245, True, count, sparsity):
+        raise ValueError("the linear indexes of the stored elements must ascend, without repeats")
+    return sparsity
+
+
+def strides(shape):
+    """The row-major strides (i64) of a shape (i32)."""
+    result = unit_strides(len(shape))
+    closure(240, len(shape), shape, result)
+    return result
+
+
+def unit_strides(nd):
+    """Room for strides (i64), of which the last is 1 already."""
+    result = zeros("i64", nd)
+    result[-1:] = as_array("i64", [1] * min(nd, 1))
+    return result

@@ -1,0 +1,138 @@
+"""Work stacks, and the header of an expression that stands on one."""
+
+import contextlib
+from dataclasses import dataclass
+from typing import Tuple
+
+from ..data.buffers import LARGEST, TYPECODES, as_array, zeros
+
+
+@dataclass(frozen=True)
+class Expression:
+    """The header of a stacked expression: sizes and the positions of its sections on the stack.
+
+    `shape` repeats the section of that name. `nelem` elements are stored, with `nnz` terms and
+    `ncodeatom` atoms of parameter code (0: it has none). `finished` tells that the code is in the
+    form that enters a model and can't be an operand any more.
+    """
+
+    shape: Tuple[int, ...]
+    nelem: int
+    nnz: int
+    ncodeatom: int
+    hassp: bool
+    finished: bool
+    shape_base: int
+    ptr_base: int
+    sp_base: int
+    nidxs_base: int
+    cof_base: int
+    codeptr_base: int
+    code_base: int
+    cconst_base: int
+
+    @property
+    def nd(self):
+        return len(self.shape)
+
+
+def operand(e):
+    """`e`, if it can be an operand; else ValueError."""
+    if e.finished:
+        raise ValueError("an expression that is ready for a model can't be an operand any more")
+    return e
+
+
+class OperandList:
+    """The headers of several operands, one i32 array for each field."""
+
+    def __init__(self, operands):
+        self.n = len(operands)
+        for name in ("nd", "nelem", "nnz", "ncodeatom", "hassp", "shape_base", "ptr_base",
+                     "sp_base", "nidxs_base", "cof_base", "codeptr_base", "code_base",
+                     "cconst_base"):
+            setattr(self, name, as_array("i32", [getattr(e, name) for e in operands]))
+
+
+class Stack:
+    """Three arrays `i32`, `i64`, `f64` that grow by doubling, with a free position in each.
+
+    An array keeps its identity when it grows. It can't grow while a memoryview of it lives, so a
+    view taken by `section` has to be released before the next reservation.
+    """
+
+    def __init__(self, capacity=1024):
+        self.i32, self.i64, self.f64 = (zeros(kind, capacity) for kind in TYPECODES)
+        self._top = dict.fromkeys(TYPECODES, 0)
+
+    def reserve(self, kind, count):
+        """The position of `count` entries that were free, in the array of that kind.
+
+        Raises MemoryError if a position would not fit 32 bits.
+        """
+        base = self._top[kind]
+        top = base + count
+        if top > LARGEST:
+            raise MemoryError("a work stack can't hold more than %d entries" % LARGEST)
+        held = getattr(self, kind)
+        if top > len(held):
+            held *= max(2, -(-top // len(held)))  # in place, and faster than to append zeros
+        self._top[kind] = top
+        return base
+
+    def reserve_expression(self, shape, nelem, nnz, ncodeatom=0, hassp=False, finished=False):
+        """Room for an expression of these sizes. Entry 0 of `ptr` and of `codeptr` is set to 0, as
+        the closures leave that to the host; nothing else is written. Without room for all of it
+        none is reserved, and there is a MemoryError."""
+        coded = ncodeatom > 0
+        with self.undone_on_error():
+            header = Expression(
+                shape=tuple(shape),
+                nelem=nelem,
+                nnz=nnz,
+                ncodeatom=ncodeatom,
+                hassp=hassp,
+                finished=finished,
+                shape_base=self.reserve("i32", len(shape)),
+                ptr_base=self.reserve("i32", nelem + 1),
+                sp_base=self.reserve("i64", nelem if hassp else 0),
+                nidxs_base=self.reserve("i64", nnz),
+                cof_base=self.reserve("f64", nnz),
+                codeptr_base=self.reserve("i32", nnz + 1 if coded else 0),
+                code_base=self.reserve("i32", ncodeatom if coded else 0),
+                cconst_base=self.reserve("f64", ncodeatom if coded else 0),
+            )
+        self.i32[header.ptr_base] = 0
+        if coded:
+            self.i32[header.codeptr_base] = 0
+        return header
+
+    def section(self, kind, base, count):
+        """A memoryview of `count` entries from `base` on, for use in a `with` statement."""
+        return memoryview(getattr(self, kind))[base : base + count]
+
+    def mark(self):
+        """What `release` needs to free all that is reserved from now on."""
+        return dict(self._top)
+
+    def release(self, mark):
+        self._top = dict(mark)
+
+    @contextlib.contextmanager
+    def scratch(self):
+        """Frees at the end of the `with` block, on every path, what was reserved inside."""
+        mark = self.mark()
+        try:
+            yield
+        finally:
+            self.release(mark)
+
+    @contextlib.contextmanager
+    def undone_on_error(self):
+        """Frees what was reserved inside the `with` block if that raises."""
+        mark = self.mark()
+        try:
+            yield
+        except BaseException:
+            self.release(mark)
+            raise
