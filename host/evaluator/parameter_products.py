@@ -9,9 +9,9 @@ a dense matrix meets a dense expression. An array that is dense goes by the list
 from dataclasses import replace
 
 from ..closures import closure
+from ..data.shapes import require_room
 from ..data.buffers import LARGEST, size
 from .stacks import operand
-from .sums import require_room
 
 
 class ParameterProducts:

@@ -10,7 +10,7 @@ from array import array
 
 from ..closures import closure
 from ..data.buffers import zeros
-from ..evaluator.sums import require_room
+from ..data.shapes import require_room
 
 
 class RowStore:
