@@ -60,3 +60,10 @@ def items(values: Iterable) -> Iterable:
 def size(shape: Sequence[int]) -> int:
     """The number of positions of a shape."""
     return math.prod(shape)
+
+
+def require_room(*counts: int) -> None:
+    """ValueError if a count of positions, elements, terms or atoms doesn't fit 32 bits."""
+    if max(counts) > LARGEST:
+        raise ValueError("an expression can't have %d positions, terms or atoms: the most is %d"
+                         % (max(counts), LARGEST))

@@ -38,13 +38,6 @@ def axis_pair(shape, first, second):
     return size(before), shape[first], size(between), size(behind)
 
 
-def require_room(*counts):
-    """ValueError if a count of positions, elements, terms or atoms doesn't fit 32 bits."""
-    if max(counts) > LARGEST:
-        raise ValueError("an expression can't have %d positions, terms or atoms: the most is %d"
-                         % (max(counts), LARGEST))
-
-
 def box(shape, first, last):
     """The corners of a box and its extents (i32), if it lies in the shape; else ValueError. It goes
     in each dimension from `first` up to but not including `last`."""

@@ -2,8 +2,8 @@
 
 from ..closures import closure
 from ..data.matrices import DenseMatrix, require_order
-from ..data.shapes import ascending, require_room, stored_places
-from ..data.buffers import as_array, size, zeros
+from ..data.shapes import ascending, stored_places
+from ..data.buffers import as_array, require_room, size, zeros
 from ..index_maps.variables import Variable
 
 

@@ -12,8 +12,7 @@ from dataclasses import replace
 from ..closures import closure
 from ..data.matrices import DenseMatrix, require_order, sparse
 from ..data.tensors import SparseTensor
-from ..data.shapes import require_room
-from ..data.buffers import LARGEST, as_array, size, zeros
+from ..data.buffers import LARGEST, as_array, require_room, size, zeros
 from .stacks import operand
 from .sums import scaled_atoms
 

@@ -7,8 +7,8 @@ own, and the positions behind it.
 
 from ..closures import closure
 from ..data.entries import converted, outside, subscript_table
-from ..data.shapes import box, checked_shape, require_room, unit_strides, within
-from ..data.buffers import LARGEST, as_array, size, zeros
+from ..data.shapes import box, checked_shape, unit_strides, within
+from ..data.buffers import LARGEST, as_array, require_room, size, zeros
 from .stacks import OperandList, operand
 
 

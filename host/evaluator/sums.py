@@ -7,8 +7,8 @@ both subscripts are equal.
 """
 
 from ..closures import closure
-from ..data.shapes import axis_pair, require_room, within
-from ..data.buffers import as_array, size
+from ..data.shapes import axis_pair, within
+from ..data.buffers import as_array, require_room, size
 from .stacks import operand
 
 

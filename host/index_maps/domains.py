@@ -5,8 +5,7 @@ from array import array
 
 from ..closures import closure
 from ..data.bounds import sides
-from ..data.buffers import as_array, size, zeros
-from ..data.shapes import require_room
+from ..data.buffers import as_array, require_room, size, zeros
 
 
 def table(shape, subscripts):

@@ -19,8 +19,7 @@ from ..index_maps.domains import bounds, pattern
 from ..evaluator.expressions import Evaluator
 from .linear import Constraint, Parameter, all_finite, stored_rows
 from .solutions import Reading
-from ..data.buffers import size, zeros
-from ..data.shapes import require_room
+from ..data.buffers import require_room, size, zeros
 from ..index_maps.variables import Variable
 
 KINDS = {QUADRATIC: QuadraticLayout, SEMIDEFINITE: SemidefiniteLayout}
