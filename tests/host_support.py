@@ -10,7 +10,7 @@ from array import array
 
 from host.evaluator import expressions
 from host.closures import Closures
-from host.evaluator.stacks import Expression, Stack
+from host.evaluator.stacks import Expression, Hold, Stack
 from support import MARKER, gaps, push, strided
 
 KINDS = {"i": "i32", "q": "i64", "d": "f64"}
@@ -57,7 +57,8 @@ class Evaluator(expressions.Evaluator):
         """A `Model` on the stack."""
         header = vars(push(self.w, model))
         header.pop("nd")
-        return Expression(shape=tuple(model.shape), finished=False, **header)
+        hold = Hold(self.w, header["shape_base"])
+        return Expression(shape=tuple(model.shape), finished=False, hold=hold, **header)
 
 
 def call_spread(closures, number, *arguments, call=Closures.__call__):

@@ -10,7 +10,6 @@ from dataclasses import replace
 
 from ..closures import closure
 from ..data.buffers import LARGEST, require_room, size
-from .stacks import operand
 
 
 class ParameterProducts:
@@ -196,7 +195,7 @@ class ParameterProducts:
     # What these have in common.
 
     def _require(self, p, e, fits):
-        operand(e)
+        self.w.operand(e)
         if not fits:
             raise ValueError("parameters of shape %s don't fit the shape %s"
                              % (list(p.shape), list(e.shape)))

@@ -13,7 +13,6 @@ from ..closures import closure
 from ..data.matrices import DenseMatrix, require_order, sparse
 from ..data.tensors import SparseTensor
 from ..data.buffers import LARGEST, as_array, require_room, size, zeros
-from .stacks import operand
 from .sums import scaled_atoms
 
 
@@ -31,7 +30,7 @@ class Products:
         entries of 0.0 meet nothing there, so they give no term. Raises ValueError if the shapes
         don't fit or the matrix is out of order.
         """
-        operand(e)
+        self.w.operand(e)
         if e.nd not in (1, 2) or e.shape[-1] != matrix.rows:
             raise ValueError("the shape %s can't be multiplied by a %d x %d matrix"
                              % (list(e.shape), matrix.rows, matrix.columns))
@@ -119,7 +118,7 @@ class Products:
         sparse `e` with one where terms come together. Raises ValueError if the shapes don't fit or
         the matrix is out of order."""
         r, w, x = self.r, self.w, self.x
-        operand(e)
+        self.w.operand(e)
         if e.shape != (matrix.columns, matrix.rows):
             raise ValueError("a %d x %d matrix and the shape %s have no square product"
                              % (matrix.rows, matrix.columns, list(e.shape)))
@@ -157,7 +156,7 @@ class Products:
         sparse `e` with one where an entry meets an element. Raises ValueError if the shapes don't
         fit or the matrix is out of order."""
         r, w, x = self.r, self.w, self.x
-        operand(e)
+        self.w.operand(e)
         if e.shape != (matrix.columns, matrix.rows):
             raise ValueError("the shape %s and a %d x %d matrix have no square product"
                              % (list(e.shape), matrix.rows, matrix.columns))
@@ -303,7 +302,7 @@ class Products:
     def mul_const(self, a, e):
         """a * e for a number `a`, with the elements and terms of `e`."""
         r, w, a = self.r, self.w, float(a)
-        operand(e)
+        self.w.operand(e)
         ncodeatom = scaled_atoms(e)
         require_room(ncodeatom)
         h = r.reserve_expression(e.shape, e.nelem, e.nnz, ncodeatom, e.hassp)
@@ -318,7 +317,7 @@ class Products:
         matrix, a dense one having all. Raises ValueError if `e` has not one position or the matrix
         is out of order."""
         r, w = self.r, self.w
-        operand(e)
+        self.w.operand(e)
         if size(e.shape) != 1:
             raise ValueError("a scalar is needed, not the shape %s" % list(e.shape))
         m = sparse(matrix)
@@ -340,7 +339,7 @@ class Products:
         element for each entry of the tensor, if `e` is sparse only where it meets one of `e`.
         Raises ValueError if the shapes differ or the tensor is out of order."""
         r, w = self.r, self.w
-        t = fitting(tensor, operand(e))
+        t = fitting(tensor, self.w.operand(e))
         positions = closure(461, e.nd, 1, e.shape_base, w.i32)
         require_order(t.shape, *closure(459, False, False, t.msp, positions))
         require_room(scaled_atoms(e))
@@ -357,7 +356,7 @@ class Products:
         """The inner product with a SparseTensor or a matrix of e's shape, as an expression of shape
         (1,). Raises ValueError if the shapes differ or the tensor is out of order."""
         r, w = self.r, self.w
-        t = fitting(tensor, operand(e))
+        t = fitting(tensor, self.w.operand(e))
         require_order(t.shape, *closure(445, False, False, size(e.shape) - 1, t.msp))
         nnz = closure(446, e.hassp, e.nelem, e.ptr_base, 0, e.sp_base, t.msp, w.i32, w.i64)
         # No closure counts the atoms: at most all of e's are copied, and two are added for a term.

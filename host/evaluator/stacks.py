@@ -1,10 +1,21 @@
 """Work stacks, and the header of an expression that stands on one."""
 
 import contextlib
+import itertools
 from dataclasses import dataclass
 from typing import Tuple
 
 from ..data.buffers import LARGEST, TYPECODES, as_array, zeros
+
+
+class Hold:
+    """That an expression stands on `stack` from position `base` of its i32 array on, until it is
+    `released`."""
+
+    __slots__ = "stack", "base", "released"
+
+    def __init__(self, stack: "Stack", base: int) -> None:
+        self.stack, self.base, self.released = stack, base, False
 
 
 @dataclass(frozen=True)
@@ -13,7 +24,7 @@ class Expression:
 
     `shape` repeats the section of that name. `nelem` elements are stored, with `nnz` terms and
     `ncodeatom` atoms of parameter code (0: it has none). `finished` tells that the code is in the
-    form that enters a model and can't be an operand any more.
+    form that enters a model and can't be an operand any more. `hold` tells where it stands.
     """
 
     shape: Tuple[int, ...]
@@ -30,17 +41,11 @@ class Expression:
     codeptr_base: int
     code_base: int
     cconst_base: int
+    hold: Hold
 
     @property
     def nd(self):
         return len(self.shape)
-
-
-def operand(e):
-    """`e`, if it can be an operand; else ValueError."""
-    if e.finished:
-        raise ValueError("an expression that is ready for a model can't be an operand any more")
-    return e
 
 
 class OperandList:
@@ -61,7 +66,11 @@ class Stack:
     view taken by `section` has to be released before the next reservation.
     """
 
-    def __init__(self, capacity=1024):
+    _numbers = itertools.count(1)
+
+    def __init__(self, capacity=1024, name=None):
+        self.name = name or "stack %d" % next(self._numbers)
+        self._holds = []  # of the expressions that stand here
         self.i32, self.i64, self.f64 = (zeros(kind, capacity) for kind in TYPECODES)
         self._top = dict.fromkeys(TYPECODES, 0)
 
@@ -86,6 +95,7 @@ class Stack:
         none is reserved, and there is a MemoryError."""
         coded = ncodeatom > 0
         with self.undone_on_error():
+            hold = Hold(self, self._top["i32"])
             header = Expression(
                 shape=tuple(shape),
                 nelem=nelem,
@@ -101,7 +111,9 @@ class Stack:
                 codeptr_base=self.reserve("i32", nnz + 1 if coded else 0),
                 code_base=self.reserve("i32", ncodeatom if coded else 0),
                 cconst_base=self.reserve("f64", ncodeatom if coded else 0),
+                hold=hold,
             )
+        self._holds.append(hold)
         self.i32[header.ptr_base] = 0
         if coded:
             self.i32[header.codeptr_base] = 0
@@ -116,7 +128,27 @@ class Stack:
         return dict(self._top)
 
     def release(self, mark):
+        """Frees all that was reserved after the mark. An expression among that can't be used any
+        more, also when others stand in its place."""
         self._top = dict(mark)
+        while self._holds and self._holds[-1].base >= mark["i32"]:
+            self._holds.pop().released = True
+
+    def held(self, e):
+        """`e`, if it stands here; else ValueError."""
+        if e.hold.stack is not self:
+            raise ValueError("an expression of shape %s stands on %s, not on %s where it is to be "
+                             "used" % (list(e.shape), e.hold.stack.name, self.name))
+        if e.hold.released:
+            raise ValueError("an expression of shape %s stands on %s no more: the scratch() block "
+                             "in which it was made has ended" % (list(e.shape), self.name))
+        return e
+
+    def operand(self, e):
+        """`e`, if it stands here and can be an operand; else ValueError."""
+        if self.held(e).finished:
+            raise ValueError("an expression that is ready for a model can't be an operand any more")
+        return e
 
     @contextlib.contextmanager
     def scratch(self):

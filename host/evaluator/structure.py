@@ -9,7 +9,7 @@ from ..closures import closure
 from ..data.entries import converted, outside, subscript_table
 from ..data.shapes import box, checked_shape, unit_strides, within
 from ..data.buffers import LARGEST, as_array, require_room, size, zeros
-from .stacks import OperandList, operand
+from .stacks import OperandList
 
 
 class Structure:
@@ -23,7 +23,7 @@ class Structure:
         Raises ValueError if there is no operand or no such dimension, or if the shapes differ in
         other extents than that of `dim`.
         """
-        w, operands = self.w, [operand(e) for e in operands]
+        w, operands = self.w, [self.w.operand(e) for e in operands]
         if not operands:
             raise ValueError("a stack needs an operand")
         first, h = operands[0], OperandList(operands)
@@ -111,7 +111,7 @@ class Structure:
         """So many copies of `e` one behind the other along dimension `dim`. Raises ValueError if
         there is no such dimension."""
         r, w = self.r, self.w
-        if not (within(dim, 0, operand(e).nd - 1) and within(copies, 0, LARGEST)):
+        if not (within(dim, 0, self.w.operand(e).nd - 1) and within(copies, 0, LARGEST)):
             raise ValueError("the shape %s can't be repeated %s times along dimension %s"
                              % (list(e.shape), copies, dim))
         counts = [copies * count for count in (e.nelem, e.nnz, max(e.ncodeatom, 0))]
@@ -132,7 +132,7 @@ class Structure:
     def transpose(self, e):
         """A matrix with rows and columns exchanged. Raises ValueError if `e` is none."""
         r, w, x = self.r, self.w, self.x
-        if operand(e).nd != 2:
+        if self.w.operand(e).nd != 2:
             raise ValueError("the shape %s can't be transposed: it has not two dimensions"
                              % list(e.shape))
         d0, d1 = e.shape
@@ -155,7 +155,7 @@ class Structure:
         """`e` with its dimensions in another order: dimension k of the result is dimension perm[k]
         of `e`. Raises ValueError if `perm` isn't a permutation of all dimensions."""
         perm = as_array("i32", perm)
-        if sorted(perm) != list(range(operand(e).nd)):
+        if sorted(perm) != list(range(self.w.operand(e).nd)):
             raise ValueError("%s is no permutation of the dimensions of the shape %s"
                              % (list(perm), list(e.shape)))
         shape = [e.shape[k] for k in perm]
@@ -203,7 +203,7 @@ class Structure:
     def slice(self, e, first, last):
         """The elements whose subscript in dimension k is first[k] or more and below last[k], for
         all k. Raises ValueError if that is no box within the shape."""
-        r, w, (first, last, shape) = self.r, self.w, box(operand(e).shape, first, last)
+        r, w, (first, last, shape) = self.r, self.w, box(self.w.operand(e).shape, first, last)
         st, rst = unit_strides(e.nd), unit_strides(e.nd)
         closure(412, e.nd, e.shape_base, st, w.i32)
         ncodeatom, nelem, nnz = closure(413, e.codeptr_base, first, e.hassp, last, e.ncodeatom,
@@ -222,7 +222,7 @@ class Structure:
         """The elements at the linear indexes `idxs` (i64), in their order and as often as they
         stand there, as a dense vector. Raises ValueError if an index lies outside of the shape."""
         r, w, x = self.r, self.w, self.x
-        total = size(operand(e).shape)
+        total = size(self.w.operand(e).shape)
         idxs = converted("i64", idxs, (total,), lambda: zip(idxs))
         if closure(407, idxs, total, False):
             raise outside((total,), zip(idxs))
@@ -258,7 +258,7 @@ class Structure:
     def pick_subscripts(self, e, rows):
         """As `pick`, by rows of subscripts, one for each dimension of `e`. Raises ValueError if a
         row has another length or a subscript lies outside of the shape."""
-        rows, nd, shape = list(rows), operand(e).nd, as_array("i32", e.shape)
+        rows, nd, shape = list(rows), self.w.operand(e).nd, as_array("i32", e.shape)
         table, idxs = subscript_table(shape, rows, len(rows)), zeros("i64", len(rows))
         if table is not None:
             if closure(405, table, nd, shape, False):
