@@ -2,7 +2,7 @@
 
 import contextlib
 import itertools
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from typing import Tuple
 
 from ..data.buffers import LARGEST, TYPECODES, as_array, zeros
@@ -118,6 +118,17 @@ class Stack:
         if coded:
             self.i32[header.codeptr_base] = 0
         return header
+
+    def share(self, e, shape, hassp):
+        """Room for another shape of the elements of `e`, which stands here; all else is shared, but
+        with `hassp` the places, for which there is room if `e` has none."""
+        with self.undone_on_error():
+            hold = Hold(self, self._top["i32"])
+            shape_base = self.reserve("i32", max(len(shape), 1))  # or two holds have one base
+            sp_base = self.reserve("i64", e.nelem) if hassp and not e.hassp else e.sp_base
+        self._holds.append(hold)
+        return replace(e, shape=tuple(shape), shape_base=shape_base, hassp=hassp, sp_base=sp_base,
+                       hold=hold)
 
     def section(self, kind, base, count):
         """A memoryview of `count` entries from `base` on, for use in a `with` statement."""

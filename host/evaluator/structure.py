@@ -5,6 +5,8 @@ No term changes. Along a dimension a shape is seen as three extents: the positio
 own, and the positions behind it.
 """
 
+from array import array
+
 from ..closures import closure
 from ..data.entries import converted, outside, subscript_table
 from ..data.shapes import box, checked_shape, unit_strides, within
@@ -196,6 +198,42 @@ class Structure:
                 e.ptr_base, 0, 0, e.ncodeatom, e.nelem, order, h.cconst_base, h.code_base,
                 h.codeptr_base, h.cof_base, r.f64, r.i32, r.i64, h.nidxs_base, h.ptr_base,
                 h.sp_base, sp, w.f64, w.i32, w.i64)
+        return h
+
+    # Other shapes.
+
+    def reshape(self, e, shape):
+        """The same elements, in row-major order, in a shape of as many positions; nothing is
+        copied. Raises ValueError if the shape has more or fewer."""
+        shape = checked_shape(shape)
+        if size(self.w.operand(e).shape) != size(shape):
+            raise ValueError("the shape %s can't become %s" % (list(e.shape), list(shape)))
+        h = self.w.share(e, shape, e.hassp)
+        self._write_shape(h)
+        return h
+
+    def spread(self, e, shape):
+        """The only element of `e` in each position of the shape. Raises ValueError if it has not
+        one."""
+        shape = checked_shape(shape)
+        if size(self.w.operand(e).shape) != 1:
+            raise ValueError("one element is needed, not the shape %s" % list(e.shape))
+        require_room(size(shape))
+        with self.r.undone_on_error():
+            return self.reshape(self.repeat(self.reshape(e, [1]), size(shape), 0), shape)
+
+    def diagonal_matrix(self, e):
+        """The square matrix with the vector `e` on its diagonal: sparse, with these elements.
+        Raises ValueError if `e` is no vector."""
+        if self.w.operand(e).nd != 1:
+            raise ValueError("a vector is needed, not the shape %s" % list(e.shape))
+        (n,) = e.shape
+        checked_shape([n, n])
+        with self.r.undone_on_error():
+            h = self.w.share(self.densify(e) if e.hassp else e, [n, n], True)
+        self._write_shape(h)
+        with self.w.section("i64", h.sp_base, n) as places:
+            places[:] = array("q", range(0, n * (n + 1), n + 1))
         return h
 
     # Parts of an expression.

@@ -19,7 +19,7 @@ from .slots import Slots
 from .solutions import Reading
 from ..data.buffers import as_array, size, zeros
 from ..index_maps.variables import Variable
-from ..index_maps.views import ConstraintViews
+from ..index_maps.constraint_views import ConstraintViews
 
 CONSTANT = array("i", [0])  # the variable index of the constant term
 
