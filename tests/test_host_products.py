@@ -207,7 +207,8 @@ class Products(unittest.TestCase):
 
     @contextlib.contextmanager
     def limited(self, most):
-        with mock.patch.object(products, "LARGEST", most), mock.patch.object(buffers, "LARGEST", most):
+        with mock.patch.object(products, "LARGEST", most), \
+                mock.patch.object(buffers, "LARGEST", most):
             yield
 
     def test_refuses_what_a_stack_cant_hold(self):
