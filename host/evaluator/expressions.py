@@ -10,6 +10,7 @@ from dataclasses import replace
 
 from ..closures import closure
 from .construction import Construction
+from .copies import require_copies
 from ..data.matrices import DenseMatrix, SparseMatrix
 from .parameter_products import ParameterProducts
 from .products import Products, require_shape
@@ -93,14 +94,14 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
         require_shape(shape)
         if isinstance(matrix, DenseMatrix) and not e.hassp:
             matrix = matrix.entries()
-        copied = max(e.nnz, scaled_atoms(e))
+        d1 = size(e.shape[1:])
         if isinstance(matrix, SparseMatrix):
             matrix.test()
-            self._require_copies(copied, matrix.rows, matrix.columns, matrix.msubj)
+            require_copies(self.w, e, matrix.mnnz, lambda: matrix.msubj, True,
+                           2 if e.ncodeatom > 0 else 0, shape)
         else:
-            require_room(copied * matrix.rows)
+            require_room(max(e.nnz, scaled_atoms(e)) * matrix.rows)
         with self.x.scratch():
-            d1 = size(e.shape[1:])
             columns = self._group_columns(e, d1) if e.hassp else None
             ncodeatom, nelem, nnz = self._size_left(matrix, e, d1, columns)
             result = self._reserve(shape, nelem, nnz, ncodeatom, isinstance(matrix, SparseMatrix))
