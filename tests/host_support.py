@@ -63,11 +63,12 @@ class Evaluator(expressions.Evaluator):
 
 def call_spread(closures, number, *arguments, call=Closures.__call__):
     """Calls a closure with the elements of each array apart in a larger one."""
-    spread = {id(a): (a, strided(a)) for a in arguments if isinstance(a, array) and len(a) > 0}
+    plain = lambda a: isinstance(a, array) or isinstance(a, memoryview) and a.ndim == 1
+    spread = {id(a): (a, strided(a)) for a in arguments if plain(a) and len(a) > 0}
     result = call(closures, number, *(spread.get(id(a), (a, a))[1] for a in arguments))
     for a, view in spread.values():
-        a[:] = array(a.typecode, view)
-        assert not set(gaps(view)) - {MARKER[a.typecode]}, number
+        a[:] = array(view.format, view)
+        assert not set(gaps(view)) - {MARKER[view.format]}, number
     return result
 
 

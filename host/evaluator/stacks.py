@@ -2,10 +2,12 @@
 
 import contextlib
 import itertools
+import mmap
+from array import array
 from dataclasses import dataclass, replace
 from typing import Tuple
 
-from ..data.buffers import LARGEST, TYPECODES, as_array, zeros
+from ..data.buffers import LARGEST, TYPECODES, as_array
 
 
 class Hold:
@@ -62,8 +64,10 @@ class OperandList:
 class Stack:
     """Three arrays `i32`, `i64`, `f64` that grow by doubling, with a free position in each.
 
-    An array keeps its identity when it grows. It can't grow while a memoryview of it lives, so a
-    view taken by `section` has to be released before the next reservation.
+    They are views of anonymous memory, as that grows in place and pages that nothing was written to
+    cost nothing: an array would be filled before it is written. Each growth makes another view, and
+    none is possible while a slice of the one before lives: so one taken by `section` has to be
+    released before the next reservation.
     """
 
     _numbers = itertools.count(1)
@@ -71,7 +75,8 @@ class Stack:
     def __init__(self, capacity=1024, name=None):
         self.name = name or "stack %d" % next(self._numbers)
         self._holds = []  # of the expressions that stand here
-        self.i32, self.i64, self.f64 = (zeros(kind, capacity) for kind in TYPECODES)
+        self._memory = {kind: anonymous(kind, capacity) for kind in TYPECODES}
+        self.i32, self.i64, self.f64 = map(self._view, TYPECODES)
         self._top = dict.fromkeys(TYPECODES, 0)
 
     def reserve(self, kind, count):
@@ -83,11 +88,24 @@ class Stack:
         top = base + count
         if top > LARGEST:
             raise MemoryError("a work stack can't hold more than %d entries" % LARGEST)
-        held = getattr(self, kind)
-        if top > len(held):
-            held *= max(2, -(-top // len(held)))  # in place, and faster than to append zeros
+        if top > len(getattr(self, kind)):
+            self._grow(kind, top)
         self._top[kind] = top
         return base
+
+    def _view(self, kind):
+        return memoryview(self._memory[kind]).cast(TYPECODES[kind])
+
+    def _grow(self, kind, top):
+        view, memory = getattr(self, kind), self._memory[kind]
+        capacity, itemsize = max(2 * len(view), top), view.itemsize
+        view.release()
+        try:
+            memory.resize(capacity * itemsize)
+        except OSError:
+            raise MemoryError("a work stack can't grow to %d entries" % capacity) from None
+        finally:
+            setattr(self, kind, self._view(kind))
 
     def reserve_expression(self, shape, nelem, nnz, ncodeatom=0, hassp=False, finished=False):
         """Room for an expression of these sizes. Entry 0 of `ptr` and of `codeptr` is set to 0, as
@@ -179,3 +197,9 @@ class Stack:
         except BaseException:
             self.release(mark)
             raise
+
+
+def anonymous(kind, count):
+    """Private memory for `count` entries of that kind, all 0."""
+    length = max(count, 1) * array(TYPECODES[kind]).itemsize
+    return mmap.mmap(-1, length, flags=mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS)

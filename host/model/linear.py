@@ -337,7 +337,7 @@ class Model:
             x.i32[lptr] = 1
             closure(35, 0, 0, rows, 0, None, 0, 1, lptr, lrowidx, e.nelem, e.ptr_base, w.i32,
                     x.i32)
-            ptr = x.i32[lptr : lptr + lcount + 1]
+            ptr = array("i", x.i32[lptr : lptr + lcount + 1])
         ends = ptr[1:]
         begins = [begin + (begin < end and subj[begin] == 0) for begin, end in zip(ptr, ends)]
         self.native.set_rows(lrowidx, begins, ends, subj, val)
