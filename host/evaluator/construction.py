@@ -5,6 +5,7 @@ from ..data.matrices import DenseMatrix, require_order
 from ..data.shapes import ascending, stored_places
 from ..data.buffers import as_array, require_room, size, zeros
 from ..index_maps.variables import Variable
+from .workspace import Workspace
 
 
 class RowWise:
@@ -51,8 +52,42 @@ class RowWise:
             raise ValueError("the row starts don't fit the terms")
 
 
-class Construction:
+class Construction(Workspace):
     """What an Evaluator makes of data that no stack holds yet."""
+
+    def push_expression(self, shape, bfix, ptrb=None, subj=None, cof=None):
+        """The dense expression of `shape` whose element i is bfix[i] plus the sum of
+        cof[j] * variable subj[j] for j from ptrb[i] up to but not including ptrb[i + 1]; without
+        `ptrb` an array of constants.
+
+        bfix, cof: f64; ptrb, subj: i64. Raises ValueError if the lists don't fit together.
+        """
+        w, shape, bfix = self.w, as_array("i32", shape), as_array("f64", bfix)
+        nelem = len(bfix)
+        ptrb = zeros("i64", nelem + 1) if ptrb is None else as_array("i64", ptrb)
+        subj, cof = as_array("i64", subj or ()), as_array("f64", cof or ())
+        lengths = len(ptrb) == nelem + 1 and len(subj) == len(cof)
+        _, ptrbok, shapeok = closure(572, None, True, nelem if lengths else 0, ptrb, True, True, 0,
+                                     shape)
+        if not shapeok or size(shape) != nelem:
+            raise ValueError("%d elements can't have the shape %s" % (nelem, list(shape)))
+        if not (lengths and ptrbok and ptrb[0] >= 0 and ptrb[nelem] <= len(subj)):
+            raise ValueError("the row starts don't fit the terms, or there are not as many "
+                             "variables as coefficients")
+        e = w.reserve_expression(shape, nelem, ptrb[nelem] - ptrb[0] + nelem)
+        closure(601, bfix, e.cof_base, cof, w.f64, w.i32, w.i64, e.nd, nelem, e.nidxs_base,
+                e.ptr_base, ptrb, shape, e.shape_base, subj)
+        return e
+
+    def push_variable(self, variable):
+        """A variable as an expression: one term of coefficient 1.0 in each stored element, sparse
+        as the variable is. Raises ValueError if a model has removed it."""
+        variable.require_kept()
+        r, nnz, hassp = self.r, len(variable), variable.sparsity is not None
+        e = self._reserve(variable.shape, nnz, nnz, hassp=hassp)
+        closure(146, variable.nativeidxs, e.cof_base, hassp, e.nidxs_base, nnz, e.ptr_base, r.f64,
+                r.i32, r.i64, e.sp_base, variable.sparsity)
+        return e
 
     def push_unit_terms(self, shape, nidxs, sparsity=None):
         """One term of coefficient 1.0 in each element, nidxs[i] (i64) the variable index of the

@@ -9,11 +9,12 @@ a dense matrix meets a dense expression. An array that is dense goes by the list
 from dataclasses import replace
 
 from ..closures import closure
-from ..data.buffers import LARGEST, require_room, size
+from ..data.buffers import as_array, require_room, size
 from .copies import require_copies
+from .workspace import Workspace
 
 
-class ParameterProducts:
+class ParameterProducts(Workspace):
     """The products of an Evaluator with parameters. All raise ValueError if the shapes don't fit or
     an index is no parameter's."""
 
@@ -196,6 +197,23 @@ class ParameterProducts:
             r.i32[h.ptr_base + 1] = nnz
         return h
 
+    def mul_param_scalar(self, param, e):
+        """parameter * e; `param` is the parameter's index in the model's table of values. Raises
+        ValueError if it is no parameter's."""
+        r, w = self.r, self.w
+        self.w.operand(e)
+        self._require_parameters(as_array("i32", [param]))
+        # A term becomes the program of (coefficient + its program) * parameter.
+        ncodeatom = e.ncodeatom + 4 * e.nnz if e.ncodeatom > 0 else 3 * e.nnz
+        require_room(ncodeatom)
+        h = r.reserve_expression(e.shape, e.nelem, e.nnz, ncodeatom, e.hassp)
+        closure(337, e.cconst_base, e.code_base, e.cof_base, e.ncodeatom, e.nidxs_base, e.nnz,
+                param, e.ptr_base, e.codeptr_base, h.cconst_base, h.code_base, h.codeptr_base,
+                h.cof_base, r.f64, h.hassp, r.i32, r.i64, h.ncodeatom, h.nd, h.nelem, h.nidxs_base,
+                h.nnz, h.ptr_base, h.shape_base, h.sp_base, e.shape_base, e.sp_base, w.f64, w.i32,
+                w.i64)
+        return h
+
     # What these have in common.
 
     def _require(self, p, e, fits):
@@ -204,13 +222,6 @@ class ParameterProducts:
             raise ValueError("parameters of shape %s don't fit the shape %s"
                              % (list(p.shape), list(e.shape)))
         self._require_parameters(p.indexes)
-
-    def _require_parameters(self, indexes):
-        """ValueError if one of the indexes (i32) is no parameter's."""
-        count = LARGEST if self._param_value is None else len(self._param_value)
-        if closure(474, False, count, count, len(indexes), indexes, indexes):
-            raise ValueError("there is no parameter %d"
-                             % next(k for k in indexes if not 0 <= k < count))
 
     def _put_parameters(self, p):
         """Positions on the x stack of the stored places and of the indexes."""

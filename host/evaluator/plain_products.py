@@ -8,9 +8,10 @@ from ..closures import closure
 from ..data.buffers import LARGEST, require_room, size, zeros
 from ..data.matrices import DenseMatrix, sparse
 from .copies import require_plain_copies
+from .workspace import Workspace
 
 
-class PlainProducts:
+class PlainProducts(Workspace):
     """The products of an Evaluator with variables. A `matrix` is a DenseMatrix or a SparseMatrix.
     """
 

@@ -10,17 +10,88 @@ import math
 from dataclasses import replace
 
 from ..closures import closure
-from ..data.matrices import DenseMatrix, require_order, sparse
+from ..data.matrices import DenseMatrix, SparseMatrix, require_order, sparse
 from ..data.tensors import SparseTensor
 from ..data.buffers import as_array, require_room, size, zeros
 from .copies import require_copies
 from .plain_products import PlainProducts, require_extents, require_shape
-from .sums import scaled_atoms
+from .sums import Sums, scaled_atoms
 
 
-class Products(PlainProducts):
+class Products(PlainProducts, Sums):
     """The products of an Evaluator. A `matrix` is a DenseMatrix or a SparseMatrix; where there are
     no closures for a dense one, it goes as a sparse one with all entries."""
+
+    # A matrix times an expression.
+
+    def mul_left(self, matrix, e):
+        """matrix * e, for an `e` of shape (matrix.columns,) or (matrix.columns, d1).
+
+        A sparse matrix gives a sparse result: the elements that one of its entries reaches. A dense
+        matrix gives a dense one, unless `e` is dense too: there is no chain for that pair, and the
+        matrix goes as a sparse one with all entries. Raises ValueError, with nothing written, if
+        the shapes don't fit or the matrix is out of order.
+        """
+        self.w.operand(e)
+        if e.nd not in (1, 2) or e.shape[0] != matrix.columns:
+            raise ValueError("a %d x %d matrix can't be multiplied by the shape %s"
+                             % (matrix.rows, matrix.columns, list(e.shape)))
+        shape = (matrix.rows,) + e.shape[1:]
+        require_shape(shape)
+        if isinstance(matrix, DenseMatrix) and not e.hassp:
+            matrix = matrix.entries()
+        d1 = size(e.shape[1:])
+        if isinstance(matrix, SparseMatrix):
+            matrix.test()
+            require_copies(self.w, e, matrix.mnnz, lambda: matrix.msubj, True,
+                           2 if e.ncodeatom > 0 else 0, shape)
+        else:
+            require_room(max(e.nnz, scaled_atoms(e)) * matrix.rows)
+        with self.x.scratch():
+            columns = self._group_columns(e, d1) if e.hassp else None
+            ncodeatom, nelem, nnz = self._size_left(matrix, e, d1, columns)
+            result = self._reserve(shape, nelem, nnz, ncodeatom, isinstance(matrix, SparseMatrix))
+            self._write_left(matrix, e, d1, columns, result)
+        return result
+
+    def _group_columns(self, e, d1):
+        """The stored elements of `e` by column, on the x stack."""
+        x, w = self.x, self.w
+        eptr, eperm = x.reserve("i32", d1 + 1), x.reserve("i32", e.nelem)
+        closure(476, d1, eperm, eptr, e.nelem, e.sp_base, w.i64, x.i32)
+        return eptr, eperm
+
+    def _size_left(self, m, e, d1, columns):
+        """(ncodeatom, nelem, nnz) of the product."""
+        w, x = self.w, self.x
+        entries = (True, m.mnnz, m.msubi, m.msubj) if isinstance(m, SparseMatrix) else (
+            False, 0, None, None)
+        if not e.hassp:
+            return closure(478, e.codeptr_base, d1, m.rows, *entries, e.ncodeatom, e.nnz,
+                           e.ptr_base, 0, 0, 0, w.i32)
+        eptr, eperm = columns
+        return closure(477, e.codeptr_base, d1, eperm, eptr, m.rows, *entries, e.ncodeatom, e.nnz,
+                       e.ptr_base, 0, 0, 0, e.sp_base, w.i32, w.i64, x.i32)
+
+    def _write_left(self, m, e, d1, columns, h):
+        r, w, x = self.r, self.w, self.x
+        if not e.hassp:
+            closure(481, e.cconst_base, e.code_base, 0, e.codeptr_base, e.cof_base, d1, 0, m.mnnz,
+                    0, m.msubi, m.msubj, m.mval, e.nidxs_base, 0, e.ptr_base, h.cconst_base,
+                    h.code_base, h.codeptr_base, h.cof_base, r.f64, r.i32, r.i64, h.ncodeatom,
+                    h.nidxs_base, h.ptr_base, h.sp_base, w.f64, w.i32, w.i64)
+            return
+        eptr, eperm = columns
+        if isinstance(m, DenseMatrix):
+            closure(480, e.cconst_base, e.code_base, 0, e.codeptr_base, e.cof_base, d1, 0, eperm,
+                    eptr, m.rows, m.columns, m.mval, e.nidxs_base, 0, e.ptr_base, h.cconst_base,
+                    h.code_base, h.codeptr_base, h.cof_base, r.f64, r.i32, r.i64, h.ncodeatom,
+                    h.nidxs_base, h.ptr_base, e.sp_base, w.f64, w.i32, w.i64, x.i32)
+        else:
+            closure(479, e.cconst_base, e.code_base, e.codeptr_base, e.cof_base, d1, eperm, eptr,
+                    m.mnnz, m.msubi, m.msubj, m.mval, e.nidxs_base, e.ptr_base, h.cconst_base,
+                    h.code_base, h.codeptr_base, h.cof_base, r.f64, r.i32, r.i64, h.ncodeatom,
+                    h.nidxs_base, h.ptr_base, h.sp_base, e.sp_base, w.f64, w.i32, w.i64, x.i32)
 
     # An expression times a matrix.
 

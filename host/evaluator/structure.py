@@ -12,9 +12,10 @@ from ..data.entries import converted, outside, subscript_table
 from ..data.shapes import box, checked_shape, unit_strides, within
 from ..data.buffers import LARGEST, as_array, require_room, size, zeros
 from .stacks import OperandList
+from .workspace import Workspace
 
 
-class Structure:
+class Structure(Workspace):
     """The structural operations of an Evaluator. A sparse operand gives a sparse result, but for
     picks, which are dense."""
 

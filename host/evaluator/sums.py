@@ -9,10 +9,75 @@ both subscripts are equal.
 from ..closures import closure
 from ..data.shapes import axis_pair, within
 from ..data.buffers import as_array, require_room, size
+from .stacks import OperandList
+from .workspace import Workspace
 
 
-class Sums:
+class Sums(Workspace):
     """The sums of an Evaluator. All terms are kept, as numbers of 0.0 too, and none are merged."""
+
+    def weighted_sum(self, operands, weights):
+        """The sum of weights[k] * operands[k], for one operand or more of one shape.
+
+        Sparse if all operands are (the merge path), else dense (the scatter path). Raises
+        ValueError if the shapes differ or there are not as many weights as operands.
+        """
+        operands, weights = [self.w.operand(e) for e in operands], as_array("f64", weights)
+        if not operands or len(operands) != len(weights):
+            raise ValueError("a sum needs an operand, and a weight for each: %d, %d"
+                             % (len(operands), len(weights)))
+        sum_sizes(operands)
+        h = OperandList(operands)
+        if not closure(509, h.n, h.nd, True, h.shape_base, self.w.i32):
+            raise ValueError("a sum needs equal shapes: %s"
+                             % ", ".join(str(list(e.shape)) for e in operands))
+        anycode = closure(510, False, h.n, h.ncodeatom)
+        add = self._merge if all(e.hassp for e in operands) else self._scatter
+        return add(operands, h, weights, anycode)
+
+    def _merge(self, operands, h, weights, anycode):
+        r, w = self.r, self.w
+        rncodeatom, rnelem, rnnz = closure(512, anycode, h.n, h.ncodeatom, h.nelem, h.nnz, 0, 0, 0,
+                                           h.sp_base, w.i64)
+        s = r.reserve_expression(operands[0].shape, rnelem, rnnz, rncodeatom, hassp=True)
+        closure(513, h.nd, r.i32, s.shape_base, h.shape_base, w.i32)
+        closure(523, anycode, h.cconst_base, h.code_base, h.codeptr_base, h.cof_base, h.n,
+                h.ncodeatom, h.nelem, h.nidxs_base, h.ptr_base, s.cconst_base, s.code_base,
+                s.codeptr_base, s.cof_base, r.f64, r.i32, r.i64, s.nidxs_base, s.ptr_base,
+                s.sp_base, h.sp_base, weights, w.f64, w.i32, w.i64)
+        return s
+
+    def _scatter(self, operands, h, weights, anycode):
+        r, w, x = self.r, self.w, self.x
+        rnelem = size(operands[0].shape)
+        rncodeatom, rnnz = closure(511, anycode, h.n, h.ncodeatom, h.nnz, 0, 0)
+        s = r.reserve_expression(operands[0].shape, rnelem, rnnz, rncodeatom)
+        closure(513, h.nd, r.i32, s.shape_base, h.shape_base, w.i32)
+        with x.scratch():
+            xcode = x.reserve("i32", rnelem + 1)
+            closure(514, r.i32, rnelem, s.ptr_base)
+            closure(515, rncodeatom, rnelem, xcode, x.i32)
+            for k, e in enumerate(operands):
+                if e.hassp:
+                    closure(516, anycode, h.codeptr_base, k, h.ncodeatom, h.nelem, h.ptr_base,
+                            r.i32, s.ptr_base, h.sp_base, w.i32, w.i64, xcode, x.i32)
+                else:
+                    closure(517, anycode, h.codeptr_base, k, h.ncodeatom, h.nelem, h.ptr_base,
+                            r.i32, s.ptr_base, w.i32, xcode, x.i32)
+            closure(518, r.i32, rnelem, s.ptr_base)
+            closure(519, rncodeatom, rnelem, xcode, x.i32)
+            for k, e in enumerate(operands):
+                head = (anycode, h.cconst_base, h.code_base, h.codeptr_base, h.cof_base, k,
+                        h.ncodeatom, h.nelem, h.nidxs_base, h.ptr_base, s.cconst_base, s.code_base,
+                        s.codeptr_base, s.cof_base, r.f64, r.i32, r.i64, s.nidxs_base, s.ptr_base)
+                tail = (weights, w.f64, w.i32, w.i64, xcode, x.i32)
+                if e.hassp:
+                    closure(520, *head, h.sp_base, *tail)
+                else:
+                    closure(521, *head, *tail)
+        closure(522, r.i32, rnelem, s.ptr_base)
+        r.i32[s.ptr_base] = 0
+        return s
 
     # Two expressions.
 
