@@ -14,7 +14,7 @@ from .structure import Structure
 from .sums import Sums
 
 
-class Evaluator(Construction, Products, Sums, ParameterProducts, Structure, Finishing):
+class Evaluator(Construction, Products, ParameterProducts, Structure, Sums, Finishing):
     """Builds expressions on the stacks of its Workspace. An operand that stands on another stack,
     or was freed, is refused by each method.
 

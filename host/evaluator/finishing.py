@@ -2,15 +2,17 @@
 simplified."""
 
 from dataclasses import replace
+from typing import Tuple
 
 from ..closures import closure
+from .stacks import Expression
 from .workspace import Workspace
 
 
 class Finishing(Workspace):
     """The last operations of an Evaluator."""
 
-    def finish(self, e):
+    def finish(self, e: Expression) -> Expression:
         """`e` as a model takes it: the terms of each element in ascending order of their variable,
         each variable once, and each coefficient either a number or a program. Parameter code that
         came out as a number is gone, and so are terms and elements of nothing but zeros where there
@@ -21,7 +23,7 @@ class Finishing(Workspace):
             merged = self.merge_terms(e)
             return self.compact_terms(merged) if e.ncodeatom > 0 else replace(merged, finished=True)
 
-    def merge_terms(self, e):
+    def merge_terms(self, e: Expression) -> Expression:
         """`e` with one term for each variable of an element, in ascending order; `e` itself if that
         is so already. Without code, variables with nothing but zeros are dropped."""
         r, w, x = self.r, self.w, self.x
@@ -43,7 +45,7 @@ class Finishing(Workspace):
                     h.ptr_base, w.f64, w.i32, w.i64, x.i32)
         return h
 
-    def sort_terms(self, e):
+    def sort_terms(self, e: Expression) -> int:
         """Position on the x stack of the permutation that puts the terms of each element in
         ascending order of their variable."""
         w, x = self.w, self.x
@@ -54,7 +56,7 @@ class Finishing(Workspace):
             closure(391, e.nelem, e.nidxs_base, perm, e.ptr_base, w.i32, w.i64, work, x.i32)
         return perm
 
-    def compact_terms(self, e):
+    def compact_terms(self, e: Expression) -> Expression:
         """`e`, which has code, with that code simplified: a term is either a number or a program,
         and terms and elements that came out empty are dropped."""
         r, w, x = self.r, self.w, self.x
@@ -73,7 +75,7 @@ class Finishing(Workspace):
                     code, codeptr, x.f64, x.i32)
         return h
 
-    def simplify_code(self, e):
+    def simplify_code(self, e: Expression) -> Tuple[int, int, int, int]:
         """Positions of the simplified code of `e`: its coefficients on the w stack, and its
         opcodes, pointers and operands on the x stack. The coefficients are a copy, as
         simplification moves numbers between them and the programs."""

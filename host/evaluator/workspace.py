@@ -1,8 +1,10 @@
 """What all operations of the evaluator work with."""
 
+from typing import Any, Optional
+
 from ..closures import closure
-from ..data.buffers import LARGEST, as_array
-from .stacks import Stack
+from ..data.buffers import LARGEST, Shape, as_array
+from .stacks import Expression, Stack
 
 
 class Workspace:
@@ -14,21 +16,22 @@ class Workspace:
     `name` tells in errors whose expressions these are.
     """
 
-    def __init__(self, param_value=None, name=None):
+    def __init__(self, param_value: Any = None, name: Optional[str] = None) -> None:
         self.r = self.w = Stack(name=name)
         self.x = Stack()
         self._param_value = param_value
 
-    def _reserve(self, shape, nelem, nnz, ncodeatom=0, hassp=False):
+    def _reserve(self, shape: Shape, nelem: int, nnz: int, ncodeatom: int = 0,
+                 hassp: bool = False) -> Expression:
         """Room for a result of these sizes, with its shape written."""
         e = self.r.reserve_expression(shape, nelem, nnz, ncodeatom, hassp)
         self._write_shape(e)
         return e
 
-    def _write_shape(self, e):
+    def _write_shape(self, e: Expression) -> None:
         closure(570, self.r.i32, as_array("i32", e.shape), e.shape_base)
 
-    def _require_parameters(self, indexes):
+    def _require_parameters(self, indexes: Any) -> None:
         """ValueError if one of the indexes (i32) is no parameter's."""
         count = LARGEST if self._param_value is None else len(self._param_value)
         if closure(474, False, count, count, len(indexes), indexes, indexes):
