@@ -315,7 +315,7 @@ class Demo(DemoCase):
         self.assertIn("1 integer column taken", self.solve(FIXED_FORMAT)[1])
 
     def test_roads_that_differ(self):
-        change = ("import sys, host.linear as l\nsolve = l.Reference.solve\n"
+        change = ("import sys, host.demo.linear as l\nsolve = l.Reference.solve\n"
                   "l.Reference.solve = lambda self, p: solve(self, p * %s)")
         for factor, status in (("1.0000000001", 0), ("1.0001", 1), ("-1.0", 1)):
             found, output, errors = self.solve(MIXED, change=change % factor)
@@ -325,7 +325,7 @@ class Demo(DemoCase):
         infeasible = lp(" X LOW 1 HIGH 1", " B LOW 2 HIGH 1")
         hopeless = lp(" X COST 1 HIGH 1e308")
         no_module = "import sys, host.closures as c\nc.BUILDS = ()\nsys.modules['fragments'] = None"
-        no_glpk = "import sys, host.glpk as g\ng.LIBRARY = 'libnone.so.1'"
+        no_glpk = "import sys, host.solvers.glpk as g\ng.LIBRARY = 'libnone.so.1'"
         for expected, answer in (
             ("required: FILE", self.run_host()),
             ("No such file", self.run_host(self.path)),

@@ -6,7 +6,7 @@ import unittest
 from array import array
 from math import inf
 
-from host.data.constants import sorting_permutation
+from host.data.entries import sorting_permutation
 from host.solvers.glpk import Problem
 from host.data.matrices import DenseMatrix, SparseMatrix
 from host.model.linear import Model

@@ -4,7 +4,8 @@ import contextlib
 import unittest
 from unittest import mock
 
-from host.evaluator import products, sums
+from host.data import buffers
+from host.evaluator import products
 from host.data.matrices import DenseMatrix, SparseMatrix
 from host.evaluator.products import SparseTensor
 from host.index_maps.variables import Variable
@@ -206,7 +207,7 @@ class Products(unittest.TestCase):
 
     @contextlib.contextmanager
     def limited(self, most):
-        with mock.patch.object(products, "LARGEST", most), mock.patch.object(sums, "LARGEST", most):
+        with mock.patch.object(products, "LARGEST", most), mock.patch.object(buffers, "LARGEST", most):
             yield
 
     def test_refuses_what_a_stack_cant_hold(self):

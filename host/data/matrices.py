@@ -5,7 +5,7 @@ from array import array
 from .assembly import sort_triplets
 from ..closures import closure
 from .shapes import checked_shape
-from .constants import checked_triplets, dense_rows, nonzeros, rank2
+from .entries import checked_triplets, dense_rows, nonzeros, rank2
 from .buffers import as_array, zeros
 
 
@@ -102,3 +102,8 @@ class DenseMatrix:
         closure(580, self.rows, self.columns, msubi, msubj, mval,
                 rank2(self.mval, self.rows, self.columns))
         return SparseMatrix(self.rows, self.columns, msubi, msubj, mval)
+
+
+def sparse(matrix):
+    """The matrix by its entries."""
+    return matrix.entries() if isinstance(matrix, DenseMatrix) else matrix

@@ -2,9 +2,8 @@
 
 from ..closures import closure
 from ..data.matrices import DenseMatrix, require_order
-from ..data.shapes import stored_places
-from ..data.buffers import as_array, size, zeros
-from .sums import require_room
+from ..data.shapes import ascending, stored_places
+from ..data.buffers import as_array, require_room, size, zeros
 from ..index_maps.variables import Variable
 
 
@@ -209,14 +208,6 @@ def element_list(forms):
 
 
 # Index lists.
-
-
-def ascending(n):
-    """0, 1, ..., n - 1 as i64."""
-    narrow, wide = zeros("i32", n), zeros("i64", n)
-    closure(525, 0, n, narrow)
-    closure(197, narrow, wide)
-    return wide
 
 
 def picked(values, places):

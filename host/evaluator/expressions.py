@@ -14,9 +14,9 @@ from ..data.matrices import DenseMatrix, SparseMatrix
 from .parameter_products import ParameterProducts
 from .products import Products, require_shape
 from .stacks import OperandList, Stack, operand
-from ..data.buffers import as_array, size, zeros
+from ..data.buffers import as_array, require_room, size, zeros
 from .structure import Structure
-from .sums import Sums, require_room, scaled_atoms, sum_sizes
+from .sums import Sums, scaled_atoms, sum_sizes
 
 
 class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):

@@ -9,9 +9,8 @@ a dense matrix meets a dense expression. An array that is dense goes by the list
 from dataclasses import replace
 
 from ..closures import closure
-from ..data.buffers import LARGEST, size
+from ..data.buffers import LARGEST, require_room, size
 from .stacks import operand
-from .sums import require_room
 
 
 class ParameterProducts:

@@ -6,11 +6,10 @@ own, and the positions behind it.
 """
 
 from ..closures import closure
-from ..data.constants import converted, outside, subscript_table
+from ..data.entries import converted, outside, subscript_table
 from ..data.shapes import box, checked_shape, unit_strides, within
-from ..data.buffers import LARGEST, as_array, size, zeros
+from ..data.buffers import LARGEST, as_array, require_room, size, zeros
 from .stacks import OperandList, operand
-from .sums import require_room
 
 
 class Structure:

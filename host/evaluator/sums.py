@@ -7,8 +7,8 @@ both subscripts are equal.
 """
 
 from ..closures import closure
-from ..data.shapes import within
-from ..data.buffers import LARGEST, as_array, size
+from ..data.shapes import axis_pair, within
+from ..data.buffers import as_array, require_room, size
 from .stacks import operand
 
 
@@ -222,17 +222,6 @@ class Sums:
         return h
 
 
-def axis_pair(shape, first, second):
-    """What the axes first < second, of equal extent, make of a shape: the positions before, the
-    extent, the positions between and behind. Else ValueError."""
-    if not (within(second, 0, len(shape) - 1) and within(first, 0, second - 1)
-            and shape[first] == shape[second]):
-        raise ValueError("%s and %s are no ascending axes of equal extent in the shape %s"
-                         % (first, second, list(shape)))
-    before, between, behind = shape[:first], shape[first + 1:second], shape[second + 1:]
-    return size(before), shape[first], size(between), size(behind)
-
-
 def scaled_atoms(e):
     """The number of atoms of `e` times a number: two are added to the program of each term."""
     return e.ncodeatom + 2 * e.nnz if e.ncodeatom > 0 else 0
@@ -245,10 +234,3 @@ def sum_sizes(operands):
     ncodeatom = sum(scaled_atoms(e) or e.nnz for e in operands) if coded else 0
     require_room(nnz, ncodeatom)
     return nnz, ncodeatom
-
-
-def require_room(*counts):
-    """ValueError if a count of positions, elements, terms or atoms doesn't fit 32 bits."""
-    if max(counts) > LARGEST:
-        raise ValueError("an expression can't have %d positions, terms or atoms: the most is %d"
-                         % (max(counts), LARGEST))

@@ -11,10 +11,10 @@ from itertools import compress, count
 from math import isqrt
 
 from ..closures import closure
-from ..data.constants import linear_indexes
-from ..data.shapes import box, checked_shape, require_dimension, strides, unit_strides, within
+from ..data.entries import linear_indexes
+from ..data.shapes import (axis_pair, box, checked_shape, require_dimension, strides,
+                           unit_strides, within)
 from ..data.buffers import LARGEST, as_array, size, zeros
-from ..evaluator.sums import axis_pair
 
 
 class Views:

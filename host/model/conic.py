@@ -12,14 +12,14 @@ from array import array
 
 from .affine_rows import AffineRows, ElementTables, split
 from ..closures import closure
+from ..data.bounds import each
 from .cones import ConeTables, QuadraticLayout, SemidefiniteLayout, numbers
 from ..solvers.problem import OFF_DIAGONAL, QUADRATIC, SEMIDEFINITE, ConicProblem, Forms
 from ..index_maps.domains import bounds, pattern
 from ..evaluator.expressions import Evaluator
-from .linear import Constraint, Parameter, all_finite, each, stored_rows
+from .linear import Constraint, Parameter, all_finite, stored_rows
 from .solutions import Reading
-from ..data.buffers import size, zeros
-from ..evaluator.sums import require_room
+from ..data.buffers import require_room, size, zeros
 from ..index_maps.variables import Variable
 
 KINDS = {QUADRATIC: QuadraticLayout, SEMIDEFINITE: SemidefiniteLayout}
@@ -133,7 +133,7 @@ class ConicModel:
         """
         if kind not in KINDS or len(dimensions) != (1 if kind == QUADRATIC else 2):
             raise ValueError("there is no cone %r of %d dimensions" % (kind, len(dimensions)))
-        layout, offset = KINDS[kind](e.shape, *dimensions), each(offset, size(e.shape))
+        layout, offset = KINDS[kind](e.shape, *dimensions), each(offset, e.shape, "an offset")
         if not all_finite(offset):
             raise ValueError("an offset is not finite")
         with self.evaluator.w.scratch():

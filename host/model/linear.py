@@ -11,6 +11,7 @@ from array import array
 
 from ..index_maps.arrays import IndexArray
 from ..closures import closure
+from ..data.bounds import sides
 from ..data.shapes import checked_shape
 from ..evaluator.expressions import Evaluator
 from .row_store import RowStore
@@ -192,7 +193,7 @@ class Model:
         ValueError, with nothing added, if that is no shape or the bounds don't fit."""
         count = size(checked_shape(shape))
         self.native.require_room(self._columns.used - 1 + count)
-        lower, upper = sides(lower, upper, count)
+        lower, upper = sides(lower, upper, tuple(shape))
         columns = self._columns.take(count)
         try:
             self.native.add_columns(added(columns, self.native.columns))
@@ -238,7 +239,7 @@ class Model:
             raise ValueError("the shapes %s and %s differ" % (list(floor.shape), list(e.shape)))
         w, shape, count = self.evaluator.w, e.shape, size(e.shape)
         self.native.require_room(self._rows.used - 1 + count)
-        lower, upper = sides(lower, upper, count)
+        lower, upper = sides(lower, upper, shape)
         with w.scratch():
             e = self.evaluator.finish(e)
             subj, val = self._terms(e)
@@ -426,25 +427,6 @@ def all_finite(values):
     closure(23, len(values), values, values, differences)
     view = memoryview(differences)
     return view == view  # each is 0.0, or NaN, which is not equal to itself
-
-
-def each(bound, count):
-    """A bound (f64) for each of `count` elements, from one number or as many."""
-    if isinstance(bound, (int, float)):
-        return array("d", [bound]) * count
-    bounds = as_array("f64", bound)
-    if len(bounds) != count:
-        raise ValueError("%d elements can't have %d bounds" % (count, len(bounds)))
-    return bounds
-
-
-def sides(lower, upper, count):
-    """The lower and the upper bounds (f64) of `count` elements. Raises ValueError if they are not
-    as many or one is not a number, or infinite on the wrong side."""
-    lower, upper = each(lower, count), each(upper, count)
-    if not (all(map(math.inf.__gt__, lower)) and all(map((-math.inf).__lt__, upper))):
-        raise ValueError("a bound is not a finite number")
-    return lower, upper
 
 
 def moved_bounds(bounds, rows, constants):

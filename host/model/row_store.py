@@ -9,8 +9,7 @@ import operator
 from array import array
 
 from ..closures import closure
-from ..data.buffers import zeros
-from ..evaluator.sums import require_room
+from ..data.buffers import require_room, zeros
 
 
 class RowStore:

@@ -20,7 +20,6 @@ from dataclasses import dataclass
 
 from ..data.assembly import rows_of_entries, transpose_triplets
 from ..data.matrices import SparseMatrix
-from ..progress import progress
 from ..data.buffers import zeros
 
 LIBRARY = "libglpk.so.40"
@@ -111,8 +110,8 @@ class Library:
 
     def _end(self, _):
         """The library is about to abort."""
-        progress.clear()
-        print("host: GLPK stopped: " + " ".join("".join(self.messages[-2:]).split()),
+        line = "\n" if sys.stderr.isatty() else ""  # behind a step that is shown there
+        print(line + "host: GLPK stopped: " + " ".join("".join(self.messages[-2:]).split()),
               file=sys.stderr, flush=True)
         os._exit(2)
 
