@@ -26,78 +26,72 @@ def size(shape: Shape) -> int:
 def index(f: Formula, key: Any) -> Formula:
     """f[key], as NumPy has it, for integers, slices and lists of integers. Several lists are taken
     in pairs. Raises IndexError outside of the shape, TypeError for other indexes."""
-    places, shape, first, last = selected(f, key)
-    if first is not None and last is not None:
-        boxed = sliced(f, first, last)
-        return reshaped(boxed, shape)
-    assert places is not None
-    return reshaped(picked(f, places), shape)
+    axes, shape = selected(f.shape, key, f)
+    if all(isinstance(a, int) or isinstance(a, range) and a.step == 1 for a in axes):
+        corners = [(a, a + 1) if isinstance(a, int) else (a.start, a.start + len(a)) for a in axes]
+        return reshaped(sliced(f, [a for a, _ in corners], [b for _, b in corners]), shape)
+    return reshaped(picked(f, linear(f.shape, axes)), shape)
 
 
-def selected(f: Formula, key: Any) -> Tuple[Optional[array], Shape, Any, Any]:
-    """(linear indexes, shape, -, -) of the elements, or for a box (-, shape, first, last)."""
+def selected(shape: Shape, key: Any, what: Any) -> Tuple[List[Any], Shape]:
+    """What `key` selects along each axis of a shape, an int, a range or a list of ints, and the
+    shape of all that. `what` is what has the shape, for errors."""
+    nd = len(shape)
     items = list(key) if isinstance(key, tuple) else [key]
     if any(item is Ellipsis for item in items):
         at = next(k for k, item in enumerate(items) if item is Ellipsis)
-        items[at:at + 1] = [slice(None)] * (f.ndim - len(items) + 1)
-    if len(items) > f.ndim:
+        items[at:at + 1] = [slice(None)] * (nd - len(items) + 1)
+    if len(items) > nd:
         raise IndexError("%d indexes are too many for the shape %s of %s"
-                         % (len(items), list(f.shape), printing.short(f)))
-    items += [slice(None)] * (f.ndim - len(items))
-    axes = [along(f, axis, item) for axis, item in enumerate(items)]
+                         % (len(items), list(shape), what))
+    items += [slice(None)] * (nd - len(items))
+    axes = [along(shape, axis, item, what) for axis, item in enumerate(items)]
     lists = [k for k, item in enumerate(axes) if isinstance(item, list)]
-    shape: List[int] = []
-    for k, item in enumerate(axes):
-        if isinstance(item, range):
-            shape.append(len(item))
-        elif isinstance(item, list) and k == lists[0]:
-            shape.append(len(item))
-    if not lists and all(isinstance(a, int) or a.step == 1 for a in axes):
-        corners = [(a, a + 1) if isinstance(a, int) else (a.start, a.start + len(a)) for a in axes]
-        return None, tuple(shape), [a for a, _ in corners], [b for _, b in corners]
-    return linear(f, axes, lists), tuple(shape), None, None
-
-
-def along(f: Formula, axis: int, item: Any) -> Any:
-    """What an index selects along an axis: an int, a range or a list of ints, none negative."""
-    extent = f.shape[axis]
-    if isinstance(item, slice):
-        return range(extent)[item]
-    if hasattr(item, "__index__") and not isinstance(item, bool):
-        return within(f, axis, operator.index(item))
-    if hasattr(item, "tolist"):
-        item = item.tolist()
-    if isinstance(item, (list, range, array)) and not any(isinstance(k, bool) for k in item):
-        if all(hasattr(k, "__index__") for k in item):
-            return [within(f, axis, operator.index(k)) for k in item]
-    raise TypeError("an index is an integer, a slice or a list of integers, not %s"
-                    % printing.clipped(repr(item)))
-
-
-def within(f: Formula, axis: int, k: int) -> int:
-    extent = f.shape[axis]
-    if not -extent <= k < extent:
-        raise IndexError("the index %d lies outside of axis %d of %s, which has the extent %d"
-                         % (k, axis, printing.short(f), extent))
-    return k % extent
-
-
-def linear(f: Formula, axes: List[Any], lists: List[int]) -> array:
-    """The linear indexes that these select; several lists go together."""
     if len({len(axes[k]) for k in lists}) > 1:
         raise IndexError("lists of indexes need one length: %s" % [len(axes[k]) for k in lists])
     if lists and lists[-1] - lists[0] + 1 != len(lists):
         raise IndexError("lists of indexes have to stand side by side")
-    strides = [size(f.shape[k + 1:]) for k in range(f.ndim)]
+    extents = [len(item) for k, item in enumerate(axes)
+               if isinstance(item, range) or isinstance(item, list) and k == lists[0]]
+    return axes, tuple(extents)
+
+
+def along(shape: Shape, axis: int, item: Any, what: Any) -> Any:
+    """What an index selects along an axis, none of it negative."""
+    if isinstance(item, slice):
+        return range(shape[axis])[item]
+    if hasattr(item, "__index__") and not isinstance(item, bool):
+        return within(shape, axis, operator.index(item), what)
+    if hasattr(item, "tolist"):
+        item = item.tolist()
+    if isinstance(item, (list, range)) and not any(isinstance(k, bool) for k in item):
+        if all(hasattr(k, "__index__") for k in item):
+            return [within(shape, axis, operator.index(k), what) for k in item]
+    raise TypeError("an index is an integer, a slice or a list of integers, not %s"
+                    % printing.clipped(repr(item)))
+
+
+def within(shape: Shape, axis: int, k: int, what: Any) -> int:
+    extent = shape[axis]
+    if not -extent <= k < extent:
+        raise IndexError("the index %d lies outside of axis %d of %s, which has the extent %d"
+                         % (k, axis, what, extent))
+    return k % extent
+
+
+def linear(shape: Shape, axes: List[Any]) -> array:
+    """The linear indexes that these select; several lists go together."""
+    strides = [size(shape[k + 1:]) for k in range(len(shape))]
     parts: List[Iterable[int]] = []
-    for k, item in enumerate(axes):
+    lists = [(stride, item) for stride, item in zip(strides, axes) if isinstance(item, list)]
+    for stride, item in zip(strides, axes):
         if isinstance(item, int):
-            parts.append((strides[k] * item,))
+            parts.append((stride * item,))
         elif isinstance(item, range):
-            parts.append([strides[k] * i for i in item])
-        elif k == lists[0]:
-            parts.append([sum(map(operator.mul, row, strides[k:]))
-                          for row in zip(*(axes[j] for j in lists))])
+            parts.append([stride * i for i in item])
+        elif lists:  # all of them in the place of the first
+            parts.append([sum(row) for row in zip(*([s * i for i in held] for s, held in lists))])
+            lists = []
     return array("q", map(sum, itertools.product(*parts)))
 
 
