@@ -54,7 +54,7 @@ The demo:
 A model in short, to minimise x0 + x1 with 3 x0 + 4 x1 >= 12 p and x >= 0:
 
     from math import inf
-    from host.solvers.glpk import Problem
+    from host.solvers.old_glpk import Problem
     from host.data.matrices import DenseMatrix, SparseMatrix
     from host.model.linear import Model
 

@@ -82,8 +82,8 @@ class Rows:
     def __init__(self) -> None:
         self.slots, self.terms = Slots(), Forms.zero(0)
         self.offset, self.lower, self.upper = self.numbers = Numbers(), Numbers(), Numbers()
-        self._freed: List[int] = []
-        self.objective = Forms.zero(1)
+        self.freed: Set[int] = set()
+        self.objective = Forms.zero(0)
         self.handed = 0  # terms that a native problem has which is changed in place
         self.bound(self.take(1), -math.inf, math.inf)
 
@@ -92,7 +92,7 @@ class Rows:
 
     def take(self, count: int) -> Any:
         """The numbers (i32) of new rows, without terms."""
-        if 2 * len(self._freed) > len(self):
+        if 2 * len(self.freed) > len(self):
             self.compact()
         rows = self.slots.take(count)
         more = max(0, max(rows, default=0) + 1 - len(self))
@@ -114,13 +114,14 @@ class Rows:
         rows = stored_rows(w, e, OBJECTIVE)
         self.offset.set(rows, forms.offset)
         self.offset.store.store(w, e, rows)
+        forms.offset = zeros("f64", 0)
         self.objective = forms
 
     def free(self, rows: Any) -> None:
         for numbers in self.numbers:
             numbers.clear(rows)
         self.bound(rows, -math.inf, math.inf)
-        self._freed.extend(rows)
+        self.freed.update(rows)
 
     def bound(self, rows: Any, lower: float, upper: float) -> None:
         self.lower.set(rows, array("d", [lower]) * len(rows))
@@ -128,18 +129,18 @@ class Rows:
 
     def compact(self) -> None:
         """Gives up what freed rows hold."""
-        if not self._freed:
+        if not self.freed:
             return
-        terms, gone = self.terms, set(self._freed)
+        terms, gone = self.terms, self.freed
         kept = [row not in gone for row in terms.subi], [row not in gone for row in terms.barsubi]
         for field in fields(Forms)[1:]:
             held = getattr(terms, field.name)
             chosen = kept[0] if field.name in ("subi", "subj", "cof") else kept[1]
             setattr(terms, field.name, array(held.typecode, itertools.compress(held, chosen)))
         self.handed = sum(kept[0][:self.handed])
-        for row in self._freed:
+        for row in sorted(gone):
             self.slots.give_back(array("i", [row]))
-        self._freed = []
+        self.freed = set()
 
     def columns(self) -> Set[int]:
         """The variables that stand in some row or in the objective, with programs or without."""
@@ -150,41 +151,12 @@ class Rows:
     # For a solver.
 
     def forms(self, triplets: Any, tables: ElementTables) -> Forms:
-        """Those of all rows, with the terms that parameters have made. Constants go to the sides;
-        that of the objective stays."""
+        """Those of all rows, with the terms that parameters have made."""
         self.compact()
-        if len(self.objective.subj) == len(self.objective.barsubj) == len(triplets[2]) == 0:
-            forms = self.terms
-        else:
-            forms = self.terms.copy()
-            objective = Forms(zeros("f64", 0), *(getattr(self.objective, field.name)
-                                                 for field in fields(Forms)[1:]))
-            forms.add(objective, OBJECTIVE)
+        forms = self.terms
+        if len(self.objective.subj) + len(self.objective.barsubj) + len(triplets[2]) > 0:
+            forms = forms.copy()
+            forms.add(self.objective, OBJECTIVE)
             forms = with_terms(forms, *triplets, tables)
-        forms.offset = zeros("f64", len(self))
-        forms.offset[0] = self.offset.at(OBJECTIVE)[0]
+        forms.offset = self.offset.all()
         return forms
-
-    def sides(self) -> Tuple[Any, Any]:
-        """The lower and the upper sides (f64) of all rows, less the constants. Raises OverflowError
-        if a finite one doesn't stay finite."""
-        offset, result = self.offset.all(), []
-        for side in (self.lower.all(), self.upper.all()):
-            less = zeros("f64", len(side))
-            closure(23, len(side), side, offset, less)
-            result.append(require_as_finite(side, less))
-        result[0][0], result[1][0] = -math.inf, math.inf
-        return result[0], result[1]
-
-    def sides_at(self, rows: List[int]) -> Tuple[List[float], List[float]]:
-        """The same for some rows."""
-        offset, result = self.offset.at(rows), []
-        for side in (self.lower.at(rows), self.upper.at(rows)):
-            result.append(require_as_finite(side, [a - b for a, b in zip(side, offset)]))
-        return result[0], result[1]
-
-
-def require_as_finite(before: Any, after: Any) -> Any:
-    if sum(map(math.isinf, after)) != sum(map(math.isinf, before)):
-        raise OverflowError("a side of a row less its constant is not finite")
-    return after

@@ -30,8 +30,8 @@ from array import array
 from dataclasses import dataclass
 from typing import List
 
-from .problem import OFF_DIAGONAL, QUADRATIC, ConicSolution, triangle
-from .glpk import SolverError, split_duals
+from .problem import OFF_DIAGONAL, QUADRATIC, ConicSolution, split_duals, triangle
+from .adapter import SolverError
 from ..formats.sdpa import SdpaProblem
 from ..data.buffers import zeros
 

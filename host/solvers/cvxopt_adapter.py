@@ -8,7 +8,7 @@ import time
 from array import array
 
 from .problem import OFF_DIAGONAL, QUADRATIC, ConicSolution, triangle
-from .glpk import SolverError
+from .adapter import SolverError
 from ..data.buffers import zeros
 
 STATUSES = {"optimal": "optimal", "primal infeasible": "infeasible", "dual infeasible": "unbounded"}
