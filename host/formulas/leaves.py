@@ -4,6 +4,7 @@ from array import array
 from typing import Any, List, Optional, Tuple
 
 from ..index_maps.variables import Variable as IndexMap
+from . import structure
 from .tree import PARAMETERS, VARIABLES, Formula, Shape
 
 
@@ -16,6 +17,11 @@ class Root:
     def __init__(self, name: str, shape: Shape, map: IndexMap, semidefinite: bool = False) -> None:
         self.name, self.shape, self.map = name, shape, map
         self.semidefinite, self.removed = semidefinite, False
+
+    def require_kept(self) -> None:
+        """ValueError if the model has removed this."""
+        if self.removed:
+            raise ValueError("%s has been removed from its model" % self.name)
 
 
 class Leaf(Formula):
@@ -36,6 +42,11 @@ class Leaf(Formula):
     @property
     def name(self) -> str:
         return self.roots[0].name
+
+    def require_kept(self) -> None:
+        """ValueError if the model has removed what this has elements of."""
+        for root in self.roots:
+            root.require_kept()
 
     def view(self, map: IndexMap, shape: Optional[Shape] = None,
              roots: Optional[Tuple[Root, ...]] = None) -> "Leaf":
@@ -115,6 +126,16 @@ class Parameter(Leaf):
     @value.setter
     def value(self, value: Any) -> None:
         self.model.set_parameter(self, value)
+
+
+def dense(values: Any, map: IndexMap) -> Any:
+    """The values (f64) of the elements that are stored among all of the shape, 0.0 for others."""
+    if map.sparsity is None:
+        return values
+    result = array("d", [0.0]) * structure.size(tuple(map.shape))
+    for place, value in zip(map.sparsity, values):
+        result[place] = value
+    return result
 
 
 def nested(values: array, shape: Shape) -> Any:

@@ -17,9 +17,16 @@ def clipped(line: str, length: int = 60) -> str:
 
 
 def comparison(c: Any) -> str:
-    right = c.right if isinstance(c.right, tree.Formula) else tree.constant(c.right)
-    return "%s %s %s" % (short(c.left), c.sense, short(right) if isinstance(right, tree.Formula)
-                         else numbers(right))
+    return "%s %s %s" % (short(c.left), c.sense, side(c.right))
+
+
+def between(b: Any) -> str:
+    lower = "" if b.lower is None else side(b.lower) + " <= "
+    return lower + short(b.formula) + ("" if b.upper is None else " <= " + side(b.upper))
+
+
+def side(data: Any) -> str:
+    return short(data) if isinstance(data, tree.Formula) else numbers(tree.constant(data))
 
 
 def culprit(f: Any) -> str:

@@ -24,10 +24,11 @@ to; it stands on no stack. The model evaluates it when it builds.
     diagonal    a vector              -
 """
 
+from math import inf
 from numbers import Real
 from typing import Any, Iterable, Iterator, Optional, Sequence, Tuple, Union
 
-from ..data.constants import Constant, constant
+from ..data.constants import constant
 
 Shape = Tuple[int, ...]
 PARAMETERS, VARIABLES = 1, 2  # bits of `kinds`
@@ -213,6 +214,16 @@ class Membership:
         return "%s in %s cone" % (printing.short(self.formula), self.kind)
 
 
+class Between:
+    """A formula between sides, as a text to read."""
+
+    def __init__(self, formula: Formula, lower: Any, upper: Any) -> None:
+        self.formula, self.lower, self.upper = formula, lower, upper
+
+    def __repr__(self) -> str:
+        return printing.between(self)
+
+
 def number(value: Any) -> bool:
     """Whether that is a number that goes to a float."""
     return isinstance(value, Real)
@@ -224,13 +235,14 @@ def as_formula(value: Any) -> Formula:
     if isinstance(value, Formula):
         return value
     data = constant(value)
-    require_finite(data)
+    if not is_finite(data.values):
+        raise ValueError("constant data in a formula has to be finite")
     return Formula("constant", data.shape, (), data, None, 0)
 
 
-def require_finite(data: Constant) -> None:
-    if not all(map((float("inf")).__gt__, map(abs, data.values))):
-        raise ValueError("constant data in a formula has to be finite")
+def is_finite(values: Any) -> bool:
+    """Whether no number of a list (f64) is infinite."""
+    return bool(max(values, default=0.0) < inf and min(values, default=0.0) > -inf)
 
 
 def owner(formulas: Iterable[Formula]) -> Any:

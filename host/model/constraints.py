@@ -2,9 +2,8 @@
 
 from __future__ import annotations
 
-import math
 from array import array
-from typing import Any, Optional
+from typing import Any, Optional, Union
 
 from ..formulas import structure
 from ..formulas.tree import Shape
@@ -23,24 +22,34 @@ class Constraint:
     since.
     """
 
-    __slots__ = ("model", "shape", "removed", "said", "_name", "_codes", "_batch", "_place",
-                 "cones", "_places", "_whole")
+    __slots__ = ("model", "shape", "removed", "said", "cones", "_name", "_codes", "_batch",
+                 "_place", "_whole")
 
-    def __init__(self, model: Any, name: str, shape: Shape, said: Any, codes: Any = None,
-                 batch: Optional[Batch] = None, place: int = 0, cones: Optional[Cones] = None,
-                 places: Any = None, whole: Optional[Constraint] = None) -> None:
+    def __init__(self, model: Any, name: Union[str, int], shape: Shape, said: Any,
+                 codes: Any = None, batch: Optional[Batch] = None, place: int = 0,
+                 cones: Optional[Cones] = None, whole: Optional[Constraint] = None) -> None:
         self.model, self._name, self.shape, self.said = model, name, shape, said
         self._codes, self._batch, self._place, self.cones = codes, batch, place, cones
-        self._places, self._whole, self.removed = places, whole, False
+        self._whole, self.removed = whole, False
 
     @property
-    def name(self) -> str:
+    def key(self) -> Any:
+        """Its name, or a number in the place of one."""
         return self._name
 
     @property
-    def whole(self) -> Constraint:
-        """The constraint that this is a view of, or this one."""
-        return self._whole or self
+    def name(self) -> str:
+        return "c#%d" % self._name if isinstance(self._name, int) else self._name
+
+    @property
+    def is_whole(self) -> bool:
+        return self._whole is None
+
+    def require_kept(self) -> None:
+        """ValueError if the model has removed this, or what this is a view of."""
+        if (self._whole or self).removed:
+            raise ValueError("the constraint %s has been removed from the model %r"
+                             % (self.name, self.model.name))
 
     @property
     def codes(self) -> Any:
@@ -54,10 +63,10 @@ class Constraint:
 
     def __getitem__(self, key: Any) -> Constraint:
         axes, shape = structure.selected(self.shape, key, self.name)
-        places = structure.linear(self.shape, axes)
-        codes = array("i", map(self.codes.__getitem__, places))
-        return Constraint(self.model, self._name, shape, None, codes, cones=self.cones,
-                          places=places, whole=self.whole)
+        codes = self.codes
+        picked = array("i", [codes[place] for place in structure.linear(self.shape, axes)])
+        return Constraint(self.model, self._name, shape, None, picked, cones=self.cones,
+                          whole=self._whole or self)
 
     @property
     def level(self) -> Any:
@@ -82,11 +91,4 @@ class Constraint:
         self.model.update_constraint(self, lower, upper)
 
     def __repr__(self) -> str:
-        if self.said is not None:
-            return "%s: %s" % (self.name, self.said)
-        return self.model.describe(self)
-
-
-def sides_of(sense: str, side: Any) -> Any:
-    """The lower and the upper side that a comparison of a formula with `side` gives."""
-    return (side if sense != "<=" else -math.inf), (side if sense != ">=" else math.inf)
+        return self.model.line(self)

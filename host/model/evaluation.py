@@ -93,6 +93,7 @@ def scalars(ev: Evaluator, terms: List[Term]) -> Expression:
         if f.op == "constant":
             fixed += weight * f.data.number
         else:
+            f.require_kept()
             for place in places(f):
                 subj.append(place)
                 cof.append(weight)
@@ -122,6 +123,7 @@ def reshaped(ev: Evaluator, e: Expression, shape: Shape) -> Expression:
 
 
 def variable(ev: Evaluator, f: Any) -> Expression:
+    f.require_kept()
     return ev.push_variable(f.map)
 
 

@@ -58,7 +58,7 @@ def linear_terms(f: Any, subj: List[int], cof: List[float]) -> Optional[float]:
         f, weight = stack.pop()
         op = f.op
         if op == "variable":
-            require_kept(f)
+            f.require_kept()
             if type(f.data) is int:
                 subj.append(f.data)
                 cof.append(weight)
@@ -79,7 +79,7 @@ def linear_terms(f: Any, subj: List[int], cof: List[float]) -> Optional[float]:
             if data is None:
                 return None
             (g,) = f.operands
-            require_kept(g)
+            g.require_kept()
             subj.extend(g.map.nativeidxs)
             cof.extend([weight * value for value in data])
     return fixed
@@ -97,8 +97,3 @@ def vector_product(f: Any) -> Any:
         return f.data[0].values if len(f.data[0].values) == count else None
     return None
 
-
-def require_kept(f: Any) -> None:
-    for root in f.roots:
-        if root.removed:
-            raise ValueError("%s has been removed from the model" % root.name)

@@ -40,6 +40,13 @@ class Numbers:
     def set(self, rows: Any, values: Any) -> None:
         closure(102, rows, self.fixed, values)
 
+    def write(self, w: Stack, e: Expression, forms: Forms, rows: Any) -> None:
+        """The rows get the constants of the elements of the finished expression `e`, whose numbers
+        are `forms`; its programs are stored."""
+        stored = stored_rows(w, e, rows)
+        self.set(stored, forms.offset)
+        self.store.store(w, e, stored)
+
     def at(self, rows: Iterable[int]) -> List[float]:
         return [self.fixed[row] + self.moving[row] for row in rows]
 
@@ -103,17 +110,13 @@ class Rows:
 
     def write(self, w: Stack, e: Expression, forms: Forms, rows: Any) -> None:
         """The rows get the elements of the finished expression `e`, whose numbers are `forms`."""
-        stored = stored_rows(w, e, rows)
-        self.offset.set(stored, forms.offset)
-        self.offset.store.store(w, e, stored)
+        self.offset.write(w, e, forms, rows)
         forms.offset = zeros("f64", 0)
-        self.terms.add(forms, stored)
+        self.terms.add(forms, stored_rows(w, e, rows))
 
     def write_objective(self, w: Stack, e: Expression, forms: Forms) -> None:
         self.offset.clear(OBJECTIVE)
-        rows = stored_rows(w, e, OBJECTIVE)
-        self.offset.set(rows, forms.offset)
-        self.offset.store.store(w, e, rows)
+        self.offset.write(w, e, forms, OBJECTIVE)
         forms.offset = zeros("f64", 0)
         self.objective = forms
 
@@ -141,12 +144,6 @@ class Rows:
         for row in sorted(gone):
             self.slots.give_back(array("i", [row]))
         self.freed = set()
-
-    def columns(self) -> Set[int]:
-        """The variables that stand in some row or in the objective, with programs or without."""
-        tables = self.terms, self.objective
-        found = set(itertools.chain.from_iterable(forms.subj for forms in tables))
-        return found.union(self.offset.store.variables())
 
     # For a solver.
 

@@ -9,7 +9,8 @@ from typing import Any, Optional
 from ..closures import closure
 from ..data.buffers import zeros
 from ..index_maps.variables import Variable as IndexMap
-from ..solvers.problem import Solution
+from ..solvers.problem import Forms, Solution
+from .affine_rows import ElementTables
 from .cones import Cones
 
 NO_CONES = array("i")
@@ -23,8 +24,9 @@ class Reading:
     each entry of the model's table the place in the solution, or is None if these are the same.
     """
 
-    def __init__(self, s: Solution, held: Any = None) -> None:
+    def __init__(self, s: Solution, tables: ElementTables, held: Any = None) -> None:
         self.s, none = s, zeros("f64", 0)
+        self._entries = tables.barj, tables.i, tables.j
         self._barx, self._bars = (spread(bar, held) for bar in (s.barx or none, s.bars or none))
         self._cone = array("i", [-1]) * len(s.xx or none)
         if s.has_duals:
@@ -41,6 +43,18 @@ class Reading:
         res = zeros("f64", len(variable))
         closure(20, NO_CONES, zeros("f64", 0), self._bars, len(variable), variable.nativeidxs, 0,
                 res, self._cone, self._cone, self._yx)
+        return res
+
+    def values(self, forms: Forms) -> Any:
+        """The values of forms."""
+        res, xx, place = forms.offset[:], self.s.xx, {}
+        for i, j, cof in zip(forms.subi, forms.subj, forms.cof):
+            res[i] += cof * xx[j]
+        if len(forms.matcof) > 0:
+            place = {at: k for k, at in enumerate(zip(*self._entries))}
+        for i, *at, cof in zip(forms.barsubi, forms.barsubj, forms.matsubi, forms.matsubj,
+                               forms.matcof):
+            res[i] += (1.0 if at[1] == at[2] else 2.0) * cof * self._barx[place[tuple(at)]]
         return res
 
     def row_levels(self, codes: Any, cones: Optional[Cones]) -> Any:

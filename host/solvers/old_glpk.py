@@ -20,6 +20,7 @@ from dataclasses import dataclass
 
 from ..data.assembly import rows_of_entries, transpose_triplets
 from ..data.matrices import SparseMatrix
+from ..progress import progress
 from ..data.buffers import zeros
 from .adapter import SolverError
 from .problem import split_duals
@@ -108,6 +109,7 @@ class Library:
 
     def _end(self, _):
         """The library is about to abort."""
+        progress.clear()
         print("host: GLPK stopped: " + " ".join("".join(self.messages[-2:]).split()),
               file=sys.stderr, flush=True)
         os._exit(2)
