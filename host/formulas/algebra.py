@@ -18,7 +18,7 @@ LEFT, RIGHT, ELEMENTS, DOT = "left", "right", "elements", "dot"
 def finite(value: Any) -> float:
     """A number as a float. Raises ValueError if it is not finite."""
     result = float(value)
-    if not math.isfinite(result):
+    if not -math.inf < result < math.inf:
         raise ValueError("a number in a formula has to be finite, not %r" % result)
     return result
 

@@ -74,6 +74,8 @@ class Formula:
         return self
 
     def __mul__(self, other: Any) -> "Formula":
+        if type(other) in (float, int):
+            return algebra.scaled(other, self)
         return algebra.multiply(self, other)
 
     __rmul__ = __mul__

@@ -77,9 +77,14 @@ def atomic(f: Formula) -> bool:
 
 def weighted_sum(ev: Evaluator, shape: Shape, terms: List[Term],
                  done: Dict[int, Expression]) -> Expression:
-    rest = [(done[id(g)], weight) for g, weight in terms if not atomic(g)]
-    if len(rest) < len(terms):
-        rest.insert(0, (scalars(ev, [term for term in terms if atomic(term[0])]), 1.0))
+    weights: Dict[int, float] = {}  # what stands there twice is taken once
+    for g, weight in terms:
+        if not atomic(g):
+            weights[id(g)] = weights.get(id(g), 0.0) + weight
+    rest = [(done[part], weight) for part, weight in weights.items()]
+    single = [term for term in terms if atomic(term[0])]
+    if single:
+        rest.insert(0, (scalars(ev, single), 1.0))
     if len(rest) == 1:
         (e, weight), = rest
         return e if weight == 1.0 else ev.mul_const(weight, e)

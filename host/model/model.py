@@ -4,7 +4,8 @@ from __future__ import annotations
 
 import math
 from array import array
-from typing import Any, Dict, Optional
+from numbers import Real
+from typing import Any, Dict, Optional, Tuple
 
 from ..closures import closure
 from ..data.bounds import sides
@@ -163,15 +164,7 @@ class Model(Changes, Solving, Printing):
         Sides are numbers, arrays of the shape or formulas of parameters; those of infinity are
         none.
         """
-        *names, held = what if what else (None,)
-        name: Any = names[0] if names else None
-        if name is None:
-            self._serial += 1
-            name = self._serial
-        elif len(names) > 1 or not isinstance(name, str):
-            raise TypeError("constrain takes a name, a text, and what is to hold: not %r" % (what,))
-        elif name in self.constraints:
-            raise ValueError("the model has a constraint %s already" % name)
+        name, held = self._named(what)
         if isinstance(held, Comparison) and lower is upper is None:
             c = self._compared(name, held)
         elif isinstance(held, Membership) and lower is upper is None:
@@ -182,12 +175,25 @@ class Model(Changes, Solving, Printing):
             raise TypeError("a constraint is a comparison of formulas, a formula with lower= or "
                             "upper=, or one in a cone, not %r" % (held,))
         self.constraints[name] = c
-        self.changed("a constraint was added")
+        if self._since is None:
+            self.changed("a constraint was added")
         return c
+
+    def _named(self, what: Tuple[Any, ...]) -> Tuple[Any, Any]:
+        """The name of a new constraint, a number for one without, and what is to hold."""
+        if len(what) == 1 or len(what) == 2 and what[0] is None:
+            self._serial += 1
+            return self._serial, what[-1]
+        if len(what) != 2 or not isinstance(what[0], str):
+            raise TypeError("constrain takes a name, which is a text, and what is to hold: not %r"
+                            % (what,))
+        if what[0] in self.constraints:
+            raise ValueError("the model has a constraint %s already" % what[0])
+        return what
 
     def _compared(self, name: Any, c: Comparison) -> Constraint:
         f, sense, side = c.left, c.sense, c.right
-        if isinstance(side, Formula):
+        if type(side) not in (float, int) and isinstance(side, Formula):
             if side.kinds & VARIABLES:
                 if f.kinds & VARIABLES:
                     f, side = f - side, 0.0
@@ -197,15 +203,13 @@ class Model(Changes, Solving, Printing):
                              None if sense == ">=" else side, c)
 
     def _between(self, name: Any, f: Formula, lower: Any, upper: Any, said: Any) -> Constraint:
-        self.own(f)
+        if f.model is not self:
+            self.own(f)
         if f.shape == () and is_number(lower) and is_number(upper):
-            low = -math.inf if lower is None else float(lower)
-            high = math.inf if upper is None else float(upper)
-            if not (low < math.inf and high > -math.inf):
-                sides(low, high, (), str(name))  # which says what is wrong
-            place = self.batch.add(f, low, high)
+            place = self.batch.add(f, -math.inf if lower is None else lower,
+                                   math.inf if upper is None else upper, name)
             if place is not None:
-                return Constraint(self, name, (), None, batch=self.batch, place=place)
+                return Constraint(self, name, (), None, None, self.batch, place)
         lower, upper = self.side(lower), self.side(upper)
         for side in (lower, upper):
             if side is not None and f.shape == ():
@@ -226,4 +230,4 @@ def finite(data: Constant, name: str) -> Constant:
 
 
 def is_number(side: Any) -> bool:
-    return side is None or isinstance(side, (int, float))
+    return side is None or type(side) in (float, int) or isinstance(side, Real)

@@ -6,10 +6,14 @@ import math
 from array import array
 from typing import Any, List, Optional
 
+from ..data.bounds import sides
 from ..evaluator.expressions import Evaluator
 from ..evaluator.stacks import Expression
 from ..formulas.algebra import DOT, LEFT
 from ..formulas.tree import Formula
+
+
+MOST = 1000  # sums and products in a row that is recorded
 
 
 class Batch:
@@ -26,16 +30,18 @@ class Batch:
     def __len__(self) -> int:
         return len(self.fixed)
 
-    def add(self, f: Formula, lower: float, upper: float) -> Optional[int]:
+    def add(self, f: Formula, lower: float, upper: float, name: Any) -> Optional[int]:
         """The place of a new row in which the scalar formula is held between numbers, or None if it
-        isn't one of scalar variables. Raises ValueError for terms that are not finite."""
+        isn't one of scalar variables. Raises ValueError for terms that are not finite and for sides
+        that leave no number."""
         subj, cof, n = self.subj, self.cof, len(self.subj)
         fixed = linear_terms(f, subj, cof)
-        if fixed is None:
+        if fixed is None or not (lower < math.inf and upper > -math.inf and
+                                 -math.inf < sum(cof[n:], fixed) < math.inf):
             del subj[n:], cof[n:]
-            return None
-        if not -math.inf < sum(cof[n:], fixed) < math.inf:
-            del subj[n:], cof[n:]
+            if fixed is None:
+                return None
+            sides(lower, upper, (), str(name))
             raise ValueError("a coefficient is not finite: %s" % f)
         self.fixed.append(fixed)
         self.ends.append(len(subj))
@@ -52,9 +58,12 @@ class Batch:
 def linear_terms(f: Any, subj: List[int], cof: List[float]) -> Optional[float]:
     """Appends the terms of a scalar formula, native indexes and coefficients, and returns its
     constant; None if the formula has other parts than numbers, scalar variables, and sums and
-    products over vectors of such."""
-    fixed, stack = 0.0, [(f, 1.0)]
+    products over vectors of such, or has many."""
+    fixed, stack, seen = 0.0, [(f, 1.0)], 0
     while stack:
+        seen += 1
+        if seen > MOST:  # in which common parts may stand again and again
+            return None
         f, weight = stack.pop()
         op = f.op
         if op == "variable":
