@@ -24,6 +24,7 @@ from .problem import FEASIBLE, INFEASIBLE, LIMIT, OPTIMAL, Problem, Solution, sp
 FIXED_MPS, FREE_MPS = 1, 2
 MOST = 100_000_000  # rows or columns
 SMALLEST, GREATEST = 1e-100, 1e100  # of the size of a number other than 0
+NOTHING_LOADED = "GLPK has no problem yet: it has to be loaded"
 ALMOST = 1e-9  # by how much the bound of an integer column may miss a whole number
 
 Result = TypeVar("Result")
@@ -63,10 +64,11 @@ class Glpk(Adapter):
     def loaded(self) -> bool:
         return getattr(self, "_native", None) is not None and not self._thread.lost
 
-    def _do(self, function: Callable[..., Result], *arguments: Any, **how: Any) -> Result:
+    def _do(self, name: str, *arguments: Any) -> Any:
+        """Calls a method of the native problem."""
         if self._native is None:
-            raise SolverError("GLPK has no problem yet: it has to be loaded")
-        return self._thread.call(function, *arguments, **how)
+            raise SolverError(NOTHING_LOADED)
+        return self._thread.call(getattr(self._native, name), *arguments)
 
     # Loading and changing.
 
@@ -89,7 +91,7 @@ class Glpk(Adapter):
                                     problem.column_upper)
         self._thread = thread()
         self._native = self._thread.call(NativeProblem, self._thread.lib)
-        self._do(self._native.load, problem, *sides, *bounds)
+        self._do("load", problem, *sides, *bounds)
 
     @property
     def rows(self) -> int:
@@ -106,7 +108,7 @@ class Glpk(Adapter):
     @maximize.setter
     def maximize(self, value: bool) -> None:
         if value != self._maximize:
-            self._do(self._native.set_direction, value)
+            self._do("set_direction", value)
             self._maximize, self._objective_changed = value, True
 
     def add_columns(self, lower: Sequence[float], upper: Sequence[float], integer: Iterable[int]
@@ -116,7 +118,7 @@ class Glpk(Adapter):
         require_room(self.columns + len(lower))
         self._integer.extend(integer)
         bounds = self._column_sides(range(first, first + len(lower)), lower, upper)
-        self._do(self._native.add_columns, *bounds, integer)
+        self._do("add_columns", *bounds, integer)
         self._objective_changed = True
 
     def add_rows(self, lower: Sequence[float], upper: Sequence[float],
@@ -125,7 +127,7 @@ class Glpk(Adapter):
         first, count = self.rows + 1, len(lower)
         require_room(self.rows + count)
         self._offset.extend(zeros("f64", count) if offset is None else offset)
-        self._do(self._native.add_rows,
+        self._do("add_rows",
                  *self._row_sides(range(first, first + count), lower, upper))
 
     def set_row_bounds(self, rows: Sequence[int], lower: Sequence[float], upper: Sequence[float],
@@ -133,11 +135,11 @@ class Glpk(Adapter):
         """Gives each of the rows its bounds, and its offset; without it that stays."""
         for row, value in zip(rows, offset or ()):
             self._offset[row] = value
-        self._do(self._native.set_row_bounds, rows, *self._row_sides(rows, lower, upper))
+        self._do("set_row_bounds", rows, *self._row_sides(rows, lower, upper))
 
     def set_column_bounds(self, columns: Sequence[int], lower: Sequence[float],
                           upper: Sequence[float]) -> None:
-        self._do(self._native.set_column_bounds, columns,
+        self._do("set_column_bounds", columns,
                  *self._column_sides(columns, lower, upper))
 
     def _row_sides(self, rows: Sequence[int], lower: Sequence[float], upper: Sequence[float]
@@ -171,22 +173,22 @@ class Glpk(Adapter):
     def set_objective(self, columns: Sequence[int], coefficients: Sequence[float]) -> None:
         """The coefficients of some columns, and of column 0 the constant."""
         require_numbers(coefficients, lambda k: place(0, columns[k]))
-        self._do(self._native.set_objective, columns, coefficients)
+        self._do("set_objective", columns, coefficients)
         self._objective_changed = True
 
     def set_rows(self, rows: Sequence[int], begins: Sequence[int], ends: Sequence[int],
                  subj: "array[int]", val: "array[float]") -> None:
         """The terms of some rows: columns and coefficients at the places `begin` up to but not
         including `end` of the lists `subj` (i32, ascending) and `val` (f64)."""
-        self._set_rows(self._native.set_rows, rows, begins, ends, subj, val)
+        self._set_rows("set_rows", rows, begins, ends, subj, val)
 
     def change_rows(self, rows: Sequence[int], begins: Sequence[int], ends: Sequence[int],
                     subj: "array[int]", val: "array[float]") -> None:
         """Gives columns of some rows other coefficients, told as in `set_rows`. The other terms of
         these rows stay."""
-        self._set_rows(self._native.change_rows, rows, begins, ends, subj, val)
+        self._set_rows("change_rows", rows, begins, ends, subj, val)
 
-    def _set_rows(self, change: Callable[..., None], rows: Sequence[int], begins: Sequence[int],
+    def _set_rows(self, change: str, rows: Sequence[int], begins: Sequence[int],
                   ends: Sequence[int], subj: "array[int]", val: "array[float]") -> None:
         for i, begin, end in zip(rows, begins, ends):
             if begin < end and not 1 <= subj[begin] <= subj[end - 1] <= self.columns:
@@ -196,7 +198,7 @@ class Glpk(Adapter):
 
     def column_lengths(self, columns: Iterable[int]) -> List[int]:
         """The number of terms in each of the `columns`."""
-        return self._do(self._native.column_lengths, columns)
+        return self._do("column_lengths", columns)
 
     # Solving.
 
@@ -205,11 +207,13 @@ class Glpk(Adapter):
         problems with the same rows and columns in the same order and with the same history take
         the same steps and end with the same basis, also where several are optimal."""
         start = time.perf_counter()
+        if self._native is None:
+            raise SolverError(NOTHING_LOADED)
         if any(self._crossed):
             return Solution(INFEASIBLE, "the bounds of a row or column leave no room")
         warm = options.start is not None and self._has_basis
         try:
-            found = self._do(self._run, warm, log=options.log, seconds=options.seconds)
+            found = self._thread.call(self._run, warm, log=options.log, seconds=options.seconds)
         except Interrupted:
             found = Solution(LIMIT, "the time limit is reached")
         found.seconds = time.perf_counter() - start
@@ -287,7 +291,11 @@ def require_numbers(numbers: Sequence[float], name: Callable[[int], str],
                     infinite: float = 0.0) -> None:
     """SolverError, with the name of the place, if a number is not 0, nor `infinite`, nor of a size
     that the library can work with."""
+    sizes = [abs(number) for number in numbers if number != 0.0 and number != infinite]
+    # The sum tells a NaN.
+    if not sizes or SMALLEST <= min(sizes) and max(sizes) <= GREATEST and sum(sizes) < math.inf:
+        return
     for k, number in enumerate(numbers):
-        if number != 0.0 and not SMALLEST <= abs(number) <= GREATEST and number != infinite:
+        if number not in (0.0, infinite) and not SMALLEST <= abs(number) <= GREATEST:
             raise SolverError("GLPK can't work with %s: %r is not a number between %g and %g in "
                               "size" % (name(k), number, SMALLEST, GREATEST))

@@ -43,14 +43,13 @@ class NativeProblem:
 
     # Setting it.
 
-    def load(self, problem: Problem, row_lower: Sequence[float], row_upper: Sequence[float]
-             ) -> None:
-        """Takes the linear part of a problem, with these bounds of the rows less their offsets, in
-        the place of all that there was."""
+    def load(self, problem: Problem, row_lower: Sequence[float], row_upper: Sequence[float],
+             column_lower: Sequence[float], column_upper: Sequence[float]) -> None:
+        """Takes a problem with these bounds in the place of all that there was."""
         self.lib.erase_prob(self.handle)
         self.set_direction(problem.maximize)
         self.add_rows(row_lower[1:], row_upper[1:])
-        self.add_columns(problem.column_lower[1:], problem.column_upper[1:], problem.integer[1:])
+        self.add_columns(column_lower[1:], column_upper[1:], problem.integer[1:])
         subi, subj, val = compact(problem.rows, len(problem.column_lower))
         first = bisect.bisect_left(subi, 1)  # terms of the objective stand before
         self.set_objective(array("i", [0, *subj[:first]]),

@@ -14,12 +14,11 @@ from .glpk_library import CALLBACK, IntegerParameters, Interrupted, SimplexParam
 from .glpk_problem import NativeProblem
 from .problem import (FEASIBLE, INFEASIBLE, INFEASIBLE_OR_UNBOUNDED, LIMIT, OPTIMAL, UNBOUNDED)
 
-ON = 1
 BASIC_SOLUTION, INTEGER_SOLUTION = 1, 3  # what the presolver is to bring back
 PRIMAL, DUAL_THEN_PRIMAL = 1, 2
 AUTOMATIC_SCALING = 0x80
 SLICE = 200  # milliseconds of the simplex method between two looks at the wish to stop
-FEW = 20  # iterations in a slice: the next one is to be longer
+FEW = 20  # iterations for a slice
 TIME_IS_UP, NO_PRIMAL_SOLUTION, NO_DUAL_SOLUTION, STOPPED = 9, 10, 11, 13  # codes of routines
 SINGULAR = 1, 2, 3  # codes: the basis can't be started from
 PRIMAL_FEASIBLE = 2
@@ -110,17 +109,21 @@ class Run:
         self.lib.adv_basis(handle, 0)
 
     def _simplex(self, handle: ctypes.c_void_p, method: int) -> int:
-        """The code with which the simplex method ended, which is not that of a time limit."""
+        """The code with which the simplex method ended, which is not that of a time limit. A slice
+        that led nowhere is followed by a longer one, as each begins by throwing away what the one
+        before did against degeneracy."""
         parameters = SimplexParameters()
         self.lib.init_smcp(ctypes.byref(parameters))
         parameters.meth, parameters.tm_lim = method, SLICE
+        iterations, objective = self.lib.get_it_cnt(handle), math.nan
         while True:
-            self._heed()
-            before = self.lib.get_it_cnt(handle)
             code: int = self.lib.simplex(handle, ctypes.byref(parameters))
             if code != TIME_IS_UP:
                 return code
-            if self.lib.get_it_cnt(handle) - before < FEW:
+            self._heed()
+            before = iterations, objective
+            iterations, objective = self.lib.get_it_cnt(handle), self.lib.get_obj_val(handle)
+            if iterations - before[0] < FEW or math.isclose(objective, before[1]):
                 parameters.tm_lim *= 2
 
     def _heed(self) -> None:
@@ -141,7 +144,6 @@ class Run:
         self.bound = self.lib.get_obj_val(handle)
         parameters = IntegerParameters()
         self.lib.init_iocp(ctypes.byref(parameters))
-        parameters.gmi_cuts = parameters.mir_cuts = ON
         parameters.cb_func = CALLBACK(self._on_step)
         code = self.lib.intopt(handle, ctypes.byref(parameters))
         status = INTEGER_STATUSES.get(self.lib.mip_status(handle))
