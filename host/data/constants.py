@@ -1,19 +1,14 @@
 """Constant data from whatever holds numbers: the one entrance for what users bring."""
 
 from array import array
-from collections.abc import Mapping, Set
-from itertools import chain, count
-from numbers import Number
-from typing import Any, Iterable, List, Optional, Tuple, Union
+from typing import Any, List, Optional, Tuple, Union
 
 from ..closures import closure
-from .buffers import as_array, items, size, zeros
+from .buffers import as_array, size, zeros
 from .matrices import DenseMatrix, SparseMatrix
+from .reading import Shape, place, read
 from .shapes import ascending, checked_shape, position
 from .tensors import SparseTensor
-
-Shape = Path = Tuple[int, ...]
-NUMBERLESS = (str, Mapping, Set)  # what can be gone through and is no list of numbers
 
 
 class Constant:
@@ -76,19 +71,21 @@ def constant(data: Any, what: str = "constant data") -> Constant:
     """
     if isinstance(data, Constant):
         return data
-    if hasattr(data, "tocoo"):
+    if isinstance(data, (int, float, list)):
+        result = Constant(*read(data, what))
+    elif hasattr(data, "tocoo"):
         coo = data.tocoo()
         places = list(getattr(coo, "coords", None) or (coo.row, coo.col))
-        result = sparse_constant(coo.shape, places, dense(coo.data, what, ())[1])
+        result = sparse_constant(coo.shape, places, read(coo.data, what)[1])
     elif all(hasattr(data, name) for name in ("V", "I", "J")):  # as CVXOPT has them
-        result = sparse_constant(data.size, [data.I, data.J], dense(data.V, what, ())[1])
+        result = sparse_constant(data.size, [data.I, data.J], read(data.V, what)[1])
     elif isinstance(data, DenseMatrix):
         result = Constant((data.rows, data.columns), data.mval[:])
     elif isinstance(data, (SparseMatrix, SparseTensor)):
         tensor = SparseTensor.of(data)
         result = Constant(tensor.shape, tensor.mcof[:], tensor.msp[:])
     else:
-        result = Constant(*dense(data, what, ()))
+        result = Constant(*read(data, what))
     with memoryview(result.values) as values:
         if values != values:
             t = next(t for t, value in enumerate(values) if value != value)
@@ -113,68 +110,3 @@ def sparse_constant(shape: Any, places: List[Any], values: array) -> Constant:
         table[dim :: len(shape)] = as_array("i32", subscripts)
     tensor = SparseTensor.from_subscripts(shape, table, values)
     return Constant(shape, tensor.mcof, tensor.msp)
-
-
-def dense(data: Any, what: str, path: Path) -> Tuple[Shape, array]:
-    """Shape and numbers of what stands at `path` in `what`."""
-    if isinstance(data, Number):
-        return (), numbers([data], what, [path])
-    if hasattr(data, "mask"):  # masked arrays of NumPy: None stands for what is masked
-        data = data.tolist()
-    try:
-        with memoryview(data) as view:
-            shape, held = view.shape, items(view)
-        if held is not view:
-            return shape, array("d", held)
-    except (TypeError, ValueError, BufferError):
-        pass
-    for name in "tolist", "__array__":
-        if hasattr(data, name):
-            return dense(getattr(data, name)(), what, path)
-    if not isinstance(data, Iterable) or isinstance(data, NUMBERLESS):
-        raise no_number(data, what, path)
-    return level(list(data), what, path)
-
-
-def level(rows: List[Any], what: str, path: Path) -> Tuple[Shape, array]:
-    """Shape and numbers of a list of numbers, or of arrays of one shape."""
-    if not rows or not hasattr(rows[0], "__len__"):
-        return (len(rows),), numbers(rows, what, (path + (k,) for k in count()))
-    parts = [dense(row, what, path + (k,)) for k, row in enumerate(rows)]
-    inner = parts[0][0]
-    for k, (shape, _) in enumerate(parts):
-        if shape != inner:
-            raise ValueError("%s%s has the shape %s, and %s the shape %s"
-                             % (what, place(path + (0,)), list(inner), list(path + (k,)),
-                                list(shape)))
-    return (len(rows), *inner), array("d", chain.from_iterable(part for _, part in parts))
-
-
-def numbers(values: List[Any], what: str, paths: Iterable[Path]) -> array:
-    """The values (f64), which stand at these paths. The first that is no number is named."""
-    try:
-        return array("d", values)
-    except (TypeError, ValueError, OverflowError):
-        pass
-    for path, value in zip(paths, values):
-        try:
-            array("d", [value])
-        except OverflowError:
-            raise ValueError("%s%s is too large: %s" % (what, place(path), shortened(value))) \
-                from None
-        except (TypeError, ValueError):
-            raise no_number(value, what, path) from None
-    raise ValueError("%s can't be read as numbers" % what)
-
-
-def no_number(data: Any, what: str, path: Path) -> ValueError:
-    return ValueError("%s%s is no number: %s" % (what, place(path), shortened(data)))
-
-
-def place(path: Path) -> str:
-    return " at %s" % list(path) if path else ""
-
-
-def shortened(data: Any) -> str:
-    text = repr(data)
-    return text if len(text) <= 60 else text[:56] + " ..."

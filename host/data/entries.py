@@ -7,6 +7,7 @@ An entry is told by its subscripts, a row of them for each entry, or by its row-
 import itertools
 import math
 from array import array
+from numbers import Integral
 
 from ..closures import closure
 from .shapes import checked_shape, within
@@ -94,18 +95,6 @@ def sorting_permutation(linear, total):
     return perm
 
 
-def dense_rows(data):
-    """A dense matrix, given as a rank-2 array (f64) or as a list of rows, as one: number of rows,
-    number of columns, and the array or, without entries, None."""
-    if isinstance(data, memoryview) and data.ndim == 2:
-        return (*data.shape, data)
-    rows, columns = len(data), len(data[0]) if len(data) > 0 else 0
-    if any(len(row) != columns for row in data):
-        raise ValueError("the rows of a matrix need the same length, not %s"
-                         % sorted({len(row) for row in data}))
-    return rows, columns, rank2(array("d", itertools.chain.from_iterable(data)), rows, columns)
-
-
 def rank2(values, rows, columns):
     """An array as a rank-2 one; None if it has no entries, as there are no such views."""
     if rows * columns == 0:
@@ -125,6 +114,9 @@ def converted(kind, values, shape, entries):
 def outside(shape, entries):
     """The error that names the first of the entries, rows of subscripts, that is outside."""
     for t, subscripts in enumerate(entries):
+        if not all(isinstance(i, Integral) for i in subscripts):
+            return ValueError("entry %d, at %s, has a subscript that is no integer"
+                              % (t, list(subscripts)))
         if not all(within(i, 0, extent - 1) for i, extent in zip(subscripts, shape)):
             return ValueError("entry %d, at %s, lies outside of the shape %s"
                               % (t, list(subscripts), list(shape)))

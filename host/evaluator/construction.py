@@ -97,6 +97,10 @@ class Construction:
         closure(402, e.hassp, nelem, r.i64, e.sp_base, sparsity)
         return e
 
+    def push_constant(self, c):
+        """The numbers of a Constant, as push_constant_vector does it."""
+        return self.push_constant_vector(c.shape, c.values, c.sparsity)
+
     def push_parameters(self, shape, indexes, sparsity=None):
         """The parameters indexes[i] (i32) of a model as an expression, one for each element. All
         elements are stored, or those at the linear indexes `sparsity` (i64). Raises ValueError if

@@ -9,7 +9,6 @@ both subscripts are equal.
 from ..closures import closure
 from ..data.shapes import axis_pair, within
 from ..data.buffers import as_array, require_room, size
-from .stacks import operand
 
 
 class Sums:
@@ -21,7 +20,7 @@ class Sums:
         """mul1 * e1 + mul2 * e2, sparse if both are, else dense. Raises ValueError if the shapes
         differ."""
         w, mul1, mul2 = self.w, float(mul1), float(mul2)
-        if operand(e1).shape != operand(e2).shape:
+        if self.w.operand(e1).shape != self.w.operand(e2).shape:
             raise ValueError("a sum needs equal shapes: %s, %s" % (list(e1.shape), list(e2.shape)))
         if e1.hassp and not e2.hassp:
             mul1, e1, mul2, e2 = mul2, e2, mul1, e1
@@ -60,7 +59,7 @@ class Sums:
         """The sum over axis `dim`, which the result doesn't have. A sparse `e` gives a sparse
         result: the elements that one of its elements goes to. Raises ValueError if there is no such
         axis."""
-        operand(e)
+        self.w.operand(e)
         if not within(dim, 0, e.nd - 1):
             raise ValueError("the shape %s has no axis %s" % (list(e.shape), dim))
         shape = e.shape[:dim] + e.shape[dim + 1:]
@@ -110,7 +109,7 @@ class Sums:
         """(e + its transpose) / 2, the transpose exchanging the axes dim1 < dim2; sparse as `e` is.
         Elements of the diagonal stay as they are. Raises ValueError if that is no pair of axes of
         equal extent."""
-        w, (before, n, between, behind) = self.w, axis_pair(operand(e).shape, dim1, dim2)
+        w, (before, n, between, behind) = self.w, axis_pair(self.w.operand(e).shape, dim1, dim2)
         # The result with all terms twice is the largest; a halved term has two atoms more.
         ncodeatom = 2 * e.ncodeatom + 4 * e.nnz if e.ncodeatom > 0 else 0
         require_room(before, between, behind, 2 * e.nelem, 2 * e.nnz, ncodeatom)
@@ -164,7 +163,7 @@ class Sums:
         triangle listed. Raises ValueError if that is no pair of axes of equal extent, or if the
         shape has more than 2^31 - 1 positions."""
         r, w = self.r, self.w
-        before, n, between, behind = axis_pair(operand(e).shape, xdim, ydim)
+        before, n, between, behind = axis_pair(self.w.operand(e).shape, xdim, ydim)
         require_room(before, between, behind, size(e.shape))
         dim, stride = as_array("i32", [1, n, 1, n, 1]), as_array("i32", [0, 0, 0, 0, 1])
         closure(545, dim, e.shape_base, w.i32, xdim)
@@ -187,7 +186,7 @@ class Sums:
         """`e` with the elements off the diagonal of the axes xdim < ydim times `scale`. Raises
         ValueError if that is no pair of axes of equal extent."""
         r, w, scale = self.r, self.w, float(scale)
-        _, n, _, _ = axis_pair(operand(e).shape, xdim, ydim)
+        _, n, _, _ = axis_pair(self.w.operand(e).shape, xdim, ydim)
         ncodeatom = scaled_atoms(e)
         require_room(ncodeatom)
         h = r.reserve_expression(e.shape, e.nelem, e.nnz, ncodeatom, e.hassp)
@@ -211,7 +210,7 @@ class Sums:
     def densify(self, e):
         """`e` with every element stored. Raises ValueError if these are more than 2^31 - 1."""
         r, w = self.r, self.w
-        operand(e)
+        self.w.operand(e)
         require_room(size(e.shape))
         hassp, nelem = closure(554, e.nd, e.hassp, 1, e.shape_base, w.i32)
         h = r.reserve_expression(e.shape, nelem, e.nnz, e.ncodeatom)
