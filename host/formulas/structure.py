@@ -107,8 +107,7 @@ def sliced(f: Formula, first: Sequence[int], last: Sequence[int]) -> Formula:
 def picked(f: Formula, places: array) -> Formula:
     """The elements at these linear indexes (i64) as a vector."""
     if is_leaf(f):
-        flat = IndexMap([f.size], f.map.nativeidxs, f.map.sparsity)
-        return f.view(flat.pick([(k,) for k in places]))
+        return f.view(f.map.take(places))
     return tree.node("pick", (len(places),), (f,), places)
 
 
@@ -145,7 +144,7 @@ def reshaped(f: Formula, shape: Shape) -> Formula:
     if shape == f.shape:
         return f
     if is_leaf(f):
-        return f.view(IndexMap(shape or (1,), f.map.nativeidxs, f.map.sparsity), shape)
+        return f.view(f.map.reshape(shape or (1,)), shape)
     if f.op == "constant":
         return algebra.constant_formula(f.data.reshape(shape))
     if f.op == "reshape":
@@ -160,8 +159,8 @@ def spread(f: Formula, shape: Shape) -> Formula:
     if f.op == "constant":
         values = array("d", [f.data.number]) * size(shape)
         return algebra.constant_formula(Constant(shape, values))
-    if is_leaf(f) and f.map.sparsity is None:
-        return f.view(IndexMap(shape, f.map.nativeidxs * size(shape)))
+    if is_leaf(f):
+        return f.view(f.map.spread(shape))
     return tree.node("spread", shape, (f,))
 
 

@@ -3,12 +3,10 @@
 from __future__ import annotations
 
 from array import array
-from dataclasses import replace
 from typing import Any, Callable, Dict, List, Tuple
 
 from ..data.buffers import size
 from ..data.constants import Constant
-from ..data.matrices import SparseMatrix
 from ..evaluator.expressions import Evaluator
 from ..evaluator.stacks import Expression
 from ..formulas.algebra import DOT, ELEMENTS, LEFT
@@ -110,18 +108,8 @@ def places(f: Formula) -> Any:
     return (f.data,) if isinstance(f.data, int) else f.data.nativeidxs
 
 
-def native(shape: Shape) -> Shape:
-    """The shape of an expression for that of a formula."""
-    return shape or (1,)
-
-
 def reshaped(ev: Evaluator, e: Expression, shape: Shape) -> Expression:
-    shape = native(shape)
-    if tuple(e.shape) == shape:
-        return e
-    h = replace(e, shape=shape, shape_base=ev.r.reserve("i32", len(shape)))
-    ev._write_shape(h)
-    return h
+    return ev.reshape(e, shape or (1,))
 
 
 # The operations.
@@ -144,7 +132,7 @@ def parameters_of(f: Any) -> IndexArray:
 
 def constants(ev: Evaluator, f: Formula) -> Expression:
     data: Constant = f.data
-    return ev.push_constant_vector(native(data.shape), data.values, data.sparsity)
+    return ev.push_constant_vector(data.shape or (1,), data.values, data.sparsity)
 
 
 def product(ev: Evaluator, f: Formula, e: Expression) -> Expression:
@@ -178,13 +166,9 @@ def parameters(ev: Evaluator, f: Formula, _: Expression, e: Expression) -> Expre
     return reshaped(ev, multiplied, f.shape)
 
 
-def spread(ev: Evaluator, f: Formula, e: Expression) -> Expression:
-    return reshaped(ev, ev.repeat(e, size(f.shape), 0), f.shape)
-
-
 def axis_sum(ev: Evaluator, f: Formula, e: Expression) -> Expression:
     if len(e.shape) == 1:
-        e = reshaped(ev, e, (e.shape[0], 1))
+        e = ev.reshape(e, (e.shape[0], 1))
     return ev.sum_axis(e, f.data)
 
 
@@ -193,20 +177,13 @@ def triangle(ev: Evaluator, f: Formula, e: Expression) -> Expression:
     return ev.triangle(e, *axes, lower=lower)
 
 
-def diagonal(ev: Evaluator, f: Formula, e: Expression) -> Expression:
-    n = f.shape[0]
-    places = array("i", range(0, n * n, n + 1))
-    matrix = SparseMatrix(n * n, n, places, array("i", range(n)), array("d", [1.0]) * n)
-    return reshaped(ev, ev.mul_left(matrix, e), f.shape)
-
-
 OPERATIONS: Dict[str, Callable[..., Expression]] = {
     "variable": variable,
     "parameter": parameter,
     "constant": constants,
     "product": product,
     "parameters": parameters,
-    "spread": spread,
+    "spread": lambda ev, f, e: ev.spread(e, f.shape),
     "slice": lambda ev, f, e: ev.slice(e, *f.data),
     "pick": lambda ev, f, e: ev.pick(e, f.data),
     "reshape": lambda ev, f, e: reshaped(ev, e, f.shape),
@@ -216,5 +193,5 @@ OPERATIONS: Dict[str, Callable[..., Expression]] = {
     "axis sum": axis_sum,
     "triangle": triangle,
     "symmetric": lambda ev, f, e: ev.symmetrize(e, *f.data),
-    "diagonal": diagonal,
+    "diagonal": lambda ev, f, e: ev.diagonal_matrix(e),
 }
