@@ -140,7 +140,10 @@ class Building:
         self.native.values = True
 
     def _finished(self, f: Formula) -> Expression:
-        return self.evaluator.finish(evaluate(self.evaluator, f))
+        return self.evaluator.finish(self._evaluated(f))
+
+    def _evaluated(self, f: Formula) -> Expression:
+        return evaluate(self.evaluator, f, len(self.columns) + len(self.tables))
 
     # Cones.
 
@@ -148,7 +151,7 @@ class Building:
         f, ev, w = self.own(held.formula), self.evaluator, self.evaluator.w
         cones = Cones(held.kind, LAYOUTS[held.kind](f.shape, *held.axes))
         with w.scratch():
-            e = evaluate(ev, f)
+            e = self._evaluated(f)
             if held.kind == SEMIDEFINITE:
                 e = ev.triangle(ev.symmetrize(e, *held.axes), *held.axes, lower=True)
                 e = ev.scale_offdiag(e, *held.axes, OFF_DIAGONAL)
