@@ -13,7 +13,8 @@ from array import array
 from .affine_rows import AffineRows, ElementTables, split
 from ..closures import closure
 from .cones import ConeTables, QuadraticLayout, SemidefiniteLayout, numbers
-from ..solvers.problem import OFF_DIAGONAL, QUADRATIC, SEMIDEFINITE, ConicProblem, Forms
+from ..solvers.problem import OFF_DIAGONAL, QUADRATIC, SEMIDEFINITE, Forms, Problem
+from ..solvers.adapter import Options
 from ..index_maps.domains import bounds, pattern
 from ..evaluator.expressions import Evaluator
 from .linear import Constraint, Parameter, all_finite, each, stored_rows
@@ -182,7 +183,7 @@ class ConicModel:
         forms = lambda rows: rows.forms(self.param_value, self.evaluator.x)
         rows = forms(self._rows).copy()
         rows.add(forms(self._objective), [0])
-        return ConicProblem(self._maximize, self._lower, self._upper, rows, self._row_lower,
+        return Problem(self._maximize, self._lower, self._upper, bytearray(len(self._lower)), rows, self._row_lower,
                             self._row_upper, self._slots(forms(self._members)), self.cones.cones,
                             self._blocks)
 
@@ -199,7 +200,8 @@ class ConicModel:
     def solve(self):
         """Solves for the present parameter values; "optimal", "infeasible" or "unbounded"."""
         self._solution = None
-        s = self.native.solve(self.problem())
+        self.native.load(self.problem())
+        s = self.native.solve(Options(form="standard"))
         if s.status == "optimal":
             self._solution = Reading(s, self.cones, self._cone, self._place)
         return s.status
