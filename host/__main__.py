@@ -30,7 +30,7 @@ import sys
 from .closures import load
 from .solvers.adapter import SolverError
 from .demo.linear import LinearRoads, MatrixRoads
-from .progress import progress
+from .demo.progress import progress
 from .formats.sdpa import FormatError
 from .demo.semidefinite import SemidefiniteRoads
 

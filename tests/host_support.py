@@ -10,7 +10,7 @@ from array import array
 
 from host.evaluator import expressions
 from host.closures import Closures
-from host.evaluator.stacks import Expression, Stack
+from host.evaluator.stacks import Expression, Hold, Stack
 from support import MARKER, gaps, push, strided
 
 KINDS = {"i": "i32", "q": "i64", "d": "f64"}
@@ -57,16 +57,18 @@ class Evaluator(expressions.Evaluator):
         """A `Model` on the stack."""
         header = vars(push(self.w, model))
         header.pop("nd")
-        return Expression(shape=tuple(model.shape), finished=False, **header)
+        hold = Hold(self.w, header["shape_base"])
+        return Expression(shape=tuple(model.shape), finished=False, hold=hold, **header)
 
 
 def call_spread(closures, number, *arguments, call=Closures.__call__):
     """Calls a closure with the elements of each array apart in a larger one."""
-    spread = {id(a): (a, strided(a)) for a in arguments if isinstance(a, array) and len(a) > 0}
+    plain = lambda a: isinstance(a, array) or isinstance(a, memoryview) and a.ndim == 1
+    spread = {id(a): (a, strided(a)) for a in arguments if plain(a) and len(a) > 0}
     result = call(closures, number, *(spread.get(id(a), (a, a))[1] for a in arguments))
     for a, view in spread.values():
-        a[:] = array(a.typecode, view)
-        assert not set(gaps(view)) - {MARKER[a.typecode]}, number
+        a[:] = array(view.format, view)
+        assert not set(gaps(view)) - {MARKER[view.format]}, number
     return result
 
 

@@ -12,6 +12,7 @@ import host
 from host.evaluator import stacks
 from host.evaluator.expressions import Evaluator
 from host.solvers.old_glpk import Problem, SolverError
+from host.index_maps.arrays import IndexArray
 from host.data.matrices import DenseMatrix, SparseMatrix
 from host.model.linear import Constraint, Model
 from host.index_maps.variables import Variable
@@ -146,6 +147,33 @@ class Operations(unittest.TestCase):
                 if text != "equal shapes":  # that one pushes its own operand
                     self.assertEqual(e.w.mark(), mark)
                     self.assertEqual([list(a) for a in (e.w.i32, e.w.i64, e.w.f64)], held)
+
+    def test_expressions_of_another_stack_and_freed_ones(self):
+        e, other, square = Evaluator(name="one"), Evaluator(name="another"), [1.0, 2.0, 3.0, 4.0]
+        m, foreign = DenseMatrix(2, 2, square), other.push_expression([2, 2], square)
+        with e.w.scratch():
+            freed = e.push_expression([2, 2], square)
+        here = e.push_expression([2, 2], square)  # stands where the freed one did
+        p = IndexArray([2, 2], range(4))
+        for x, text in ((foreign, "stands on another, not on one"), (freed, "on one no more")):
+            for method, *arguments in (
+                    (e.finish, x), (e.merge_terms, x), (e.mul_left, m, x), (e.mul_right, x, m),
+                    (e.weighted_sum, [here, x], [1, 1]), (e.weighted_add, 1, here, 1, x),
+                    (e.weighted_add, 1, x, 1, here), (e.mul_param_scalar, 0, x), (e.dot, m, x),
+                    (e.mul_const, 2.0, x), (e.mul_elm, m, x), (e.mul_diag_left, m, x),
+                    (e.mul_diag_right, x, m), (e.mul_scalar_matrix, m, x), (e.sum_axis, x, 0),
+                    (e.symmetrize, x, 0, 1), (e.triangle, x, 0, 1), (e.densify, x),
+                    (e.scale_offdiag, x, 0, 1, 2.0), (e.stack, [here, x], 0), (e.repeat, x, 2, 0),
+                    (e.transpose, x), (e.permute_dims, x, [1, 0]), (e.slice, x, [0, 0], [1, 1]),
+                    (e.pick, x, [0]), (e.pick_subscripts, x, [[0, 0]]), (e.mul_param_left, p, x),
+                    (e.mul_param_right, x, p), (e.mul_param_elem, p, x), (e.dot_param, p, x),
+                    (e.diag_param_left, p, x), (e.diag_param_right, x, p)):
+                self.assertRaisesRegex(ValueError, text, method, *arguments)
+        with self.assertRaises(KeyError), e.w.undone_on_error():
+            undone = e.mul_const(2.0, here)
+            e.mul_const(1.0, undone)
+            raise KeyError
+        self.assertRaisesRegex(ValueError, "no more", e.mul_const, 1.0, undone)
 
     def test_a_stack_that_is_full(self):
         stack = stacks.Stack()
@@ -315,7 +343,7 @@ class Demo(DemoCase):
         self.assertIn("1 integer column taken", self.solve(FIXED_FORMAT)[1])
 
     def test_roads_that_differ(self):
-        change = ("import sys, host.linear as l\nsolve = l.Reference.solve\n"
+        change = ("import sys, host.demo.linear as l\nsolve = l.Reference.solve\n"
                   "l.Reference.solve = lambda self, p: solve(self, p * %s)")
         for factor, status in (("1.0000000001", 0), ("1.0001", 1), ("-1.0", 1)):
             found, output, errors = self.solve(MIXED, change=change % factor)
@@ -325,7 +353,7 @@ class Demo(DemoCase):
         infeasible = lp(" X LOW 1 HIGH 1", " B LOW 2 HIGH 1")
         hopeless = lp(" X COST 1 HIGH 1e308")
         no_module = "import sys, host.closures as c\nc.BUILDS = ()\nsys.modules['fragments'] = None"
-        no_glpk = "import sys, host.glpk as g\ng.LIBRARY = 'libnone.so.1'"
+        no_glpk = "import sys, host.solvers.glpk as g\ng.LIBRARY = 'libnone.so.1'"
         for expected, answer in (
             ("required: FILE", self.run_host()),
             ("No such file", self.run_host(self.path)),

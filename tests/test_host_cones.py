@@ -97,8 +97,8 @@ class Models:
         foreign, held = e.push_expression([1], [0], [0, 1], [-1], [1]), repr(model.problem())
         for text, call, *arguments in (
             ("outside", model.variable, [2], 0, 1, [(2,)]), ("subscripts", add, px, 0, 1, [(1,)]),
-            ("twice", model.variable, [2], 0, 1, [(1,), (1,)]), ("bounds", add, px, [1], 2),
-            ("finite", add, px, nan, 1), ("finite", add, e.push_expression([1], [nan]), 0, 1),
+            ("twice", model.variable, [2], 0, 1, [(1,), (1,)]), ("bound", add, px, [1], 2),
+            ("NaN", add, px, nan, 1), ("finite", add, e.push_expression([1], [nan]), 0, 1),
             ("not in the model", cone, foreign, "quadratic", 0), ("no cone", cone, px, "round", 0),
             ("no dimension", cone, px, "quadratic", 2), ("equal", cone, px, "semidefinite", 0, 1),
         ):

@@ -3,7 +3,8 @@
 import unittest
 from unittest import mock
 
-from host.evaluator import parameter_products, sums
+from host.data import buffers
+from host.evaluator import copies
 from host.index_maps.arrays import IndexArray
 from host.solvers.old_glpk import Problem
 from host.data.matrices import DenseMatrix
@@ -71,8 +72,8 @@ class ParameterProducts(HostCase):
                     p.indexes[-1] = 2
                     self.refuse(ev, "no parameter", run, *arguments(operation, p, e))
                 p = IndexArray(fitting, [0] * product(fitting))
-                with mock.patch.object(parameter_products, "LARGEST", 5), \
-                        mock.patch.object(sums, "LARGEST", 5):
+                with mock.patch.object(copies, "LARGEST", 5), \
+                        mock.patch.object(buffers, "LARGEST", 5):
                     full = ev.push(s.model([2, 3]))
                     self.refuse(ev, "the most is 5", run, *arguments(operation, p, full))
                 self.refuse(ev, "ready for a model", run,
@@ -83,8 +84,8 @@ class ParameterProducts(HostCase):
         ev, n = Evaluator(), 10
         e = ev.push_expression([n], [1.0] * n)
         p = IndexArray([n, n], [0] * n, range(0, n * n, n + 1))
-        with mock.patch.object(parameter_products, "LARGEST", 3 * n), \
-                mock.patch.object(sums, "LARGEST", 3 * n):
+        with mock.patch.object(copies, "LARGEST", 3 * n), \
+                mock.patch.object(buffers, "LARGEST", 3 * n):
             self.assertEqual(ev.mul_param_left(p, e).nnz, n)
             self.assertEqual(ev.mul_param_right(e, p).nnz, n)
 

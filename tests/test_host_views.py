@@ -48,6 +48,9 @@ class Views(HostCase):
         self.expect(s, ev, x.pick(rows), [len(rows)], sparse,
                     {(k,): stored[y] for k, y in enumerate(rows) if y in stored},
                     None if sparse else ev.pick_subscripts(ev.push_variable(x), rows))
+        one, held = self.variable(s, [1], sparse)
+        self.expect(s, ev, one.spread(shape), shape, sparse and not held,
+                    {y: k for y in at for k in held.values()})
         c = Constraint(shape, i32(range(len(at))))
         views = c.slice(first, last), c.pick(rows), *(c.element(*y) for y in rows[:1])
         self.assertEqual([[at[code] for code in view.nativeidxs] for view in views],
@@ -62,6 +65,10 @@ class Views(HostCase):
         self.expect(s, ev, x.permute_dims(perm), move(shape), sparse,
                     {move(y): k for y, k in stored.items()},
                     ev.permute_dims(ev.push_variable(x), perm))
+        at, flat = positions(shape), [product(shape)]
+        self.expect(s, ev, x.reshape(flat), flat, sparse,
+                    {(at.index(y),): k for y, k in stored.items()},
+                    ev.reshape(ev.push_variable(x), flat))
         if len(shape) == 2:
             self.expect(s, ev, x.transpose(), shape[::-1], sparse,
                         {y[::-1]: k for y, k in stored.items()}, ev.transpose(ev.push_variable(x)))
@@ -152,6 +159,7 @@ class Views(HostCase):
                 ("no extent of a packed", x.unpack_symmetric, 0),
                 ("no dimension 2", x.unpack_symmetric, 2), ("no dimension 3", x.repeat, 1, 3),
                 ("-1 times", x.repeat, -1, 0), ("0.5 times", x.repeat, 0.5, 0),
+                ("can't become", x.reshape, [5]), ("one element", x.spread, [2]),
                 ("no dimension None", x.repeat, 1, None), ("no ascend", x.lower_triangle, 0.0, 1),
                 ("the most is", tall.repeat, 2, 0),
                 ("most is", Variable.stack, [tall] * 2, 0), ("most is", Variable.stack, [flat], 1),

@@ -12,8 +12,11 @@ from .buffers import zeros
 def sort_triplets(rows, columns, subi, subj, val):
     """The triplets (subi, subj, val) of a `rows` x `columns` matrix from those in any order: in
     ascending order of row and, within a row, of column, each position once. The values of repeats
-    are added up in the order of the list; a sum of 0.0 stays."""
+    are added up in the order of the list; a sum of 0.0 stays. Lists that are so already come back
+    themselves."""
     n = len(val)
+    if not closure(498, False, subi, subj):
+        return subi, subj, val
     rptrb, cptrb = pointers(rows), pointers(columns)
     by_column, by_place = zeros("i32", n), zeros("i32", n)
     closure(121, cptrb, n, subj)
@@ -45,9 +48,13 @@ def transpose_triplets(ptr, columns, subj, val):
 
 
 def rows_of_entries(ptr):
-    """The row (i32) of each entry of triplets by row, from where each row starts."""
-    n = ptr[-1] - ptr[0]
-    return transpose_triplets(ptr, 1, zeros("i32", n), zeros("f64", n))[1]  # as one column
+    """The row (i32) of each entry of triplets by row, from where each row starts; the first does at
+    0."""
+    n = ptr[-1]
+    subi, column, val = zeros("i32", n), zeros("i32", n), zeros("f64", n)
+    # Transposed as one column all entries stay in their places: so the values are not moved.
+    closure(120, pointers(1)[1:], len(ptr) - 1, ptr, column, subi, column, val, val)
+    return subi
 
 
 def pointers(count):

@@ -1,131 +1,112 @@
-"""Constant data as people have it: entries in any order, with repeats and zeros, and dense arrays.
-Checked here, and put into the form that the closures take.
+"""Constant data from whatever holds numbers: the one entrance for what users bring."""
 
-An entry is told by its subscripts, a row of them for each entry, or by its row-major linear index.
-"""
-
-import itertools
-import math
 from array import array
+from typing import Any, List, Optional, Tuple, Union
 
 from ..closures import closure
-from .shapes import checked_shape, within
-from .buffers import LARGEST, as_array, size, zeros
+from .buffers import as_array, size, zeros
+from .matrices import DenseMatrix, SparseMatrix
+from .reading import Shape, place, read
+from .shapes import ascending, checked_shape, position
+from .tensors import SparseTensor
 
 
-def nonzeros(subi_, subj_, val_):
-    """The triplets whose value isn't 0.0, in their order: rows, columns (i32) and values (f64)."""
-    count = closure(635, 0, val_)
-    subi, subj, val = zeros("i32", count), zeros("i32", count), zeros("f64", count)
-    closure(636, 0, subi, subi_, subj, subj_, val, val_)
-    return subi, subj, val
+class Constant:
+    """An array of numbers that doesn't change. `shape` is () for a single number. `values` (f64)
+    are all of them in row-major order or, with `sparsity` (i64, strictly ascending linear indexes),
+    those at the places listed, all others being 0.0. None is NaN."""
+
+    __slots__ = "shape", "values", "sparsity"
+
+    def __init__(self, shape: Shape, values: array, sparsity: Optional[array] = None) -> None:
+        self.shape, self.values, self.sparsity = shape, values, sparsity
+
+    @property
+    def number(self) -> float:
+        """The only number. Raises ValueError if there are more or fewer."""
+        if size(self.shape) != 1:
+            raise ValueError("a number is needed, not the shape %s" % list(self.shape))
+        return self.values[0] if len(self.values) > 0 else 0.0
+
+    def matrix(self, column: bool = False) -> Union[DenseMatrix, SparseMatrix]:
+        """The operand of a product: dense or sparse as this is. One dimension becomes a row or,
+        with `column`, a column, and a number a 1 x 1 matrix. Raises ValueError for more than two
+        dimensions."""
+        if len(self.shape) > 2:
+            raise ValueError("a matrix is needed, not the shape %s" % list(self.shape))
+        ones = (1,) * (2 - len(self.shape))
+        rows, columns = self.shape + ones if column else ones + self.shape
+        if self.sparsity is None:
+            return DenseMatrix(rows, columns, self.values)
+        subi, subj = split(rows, columns, self.sparsity)
+        return SparseMatrix(rows, columns, subi, subj, self.values)
+
+    def tensor(self) -> SparseTensor:
+        """The operand of an elementwise or an inner product, which lists its entries."""
+        if self.sparsity is not None:
+            return SparseTensor(self.shape, self.sparsity, self.values)
+        return SparseTensor(self.shape, ascending(len(self.values)), self.values)
+
+    def dense(self) -> array:
+        """All numbers (f64) in row-major order."""
+        if self.sparsity is None:
+            return self.values
+        result = zeros("f64", size(self.shape))
+        closure(168, self.sparsity, self.values, self.sparsity, result)
+        return result
+
+    def reshape(self, shape: Shape) -> "Constant":
+        """The same numbers in another shape of as many positions, which is not tested."""
+        return Constant(tuple(shape), self.values, self.sparsity)
 
 
-def checked_triplets(rows, columns, subi, subj, val):
-    """The triplets as arrays, none outside of a `rows` x `columns` matrix. Raises ValueError if
-    there are not as many of each, or with the first entry outside."""
-    shape, val = checked_shape((rows, columns)), as_array("f64", val)
-    if not len(subi) == len(subj) == len(val):
-        raise ValueError("triplets need as many rows and columns as values: %d, %d, %d"
-                         % (len(subi), len(subj), len(val)))
-    subi, subj = (converted("i32", sub, shape, lambda: zip(subi, subj)) for sub in (subi, subj))
-    if closure(634, rows, columns, len(val), False, subi, subj):
-        raise outside(shape, zip(subi, subj))
-    return subi, subj, val
+def constant(data: Any, what: str = "constant data") -> Constant:
+    """The numbers in `data` as they are now, in a Constant of their shape.
 
-
-def linear_indexes(shape, subscripts, count):
-    """The linear indexes (i64) of `count` entries from their subscripts, as subscript_table takes
-    them. Raises ValueError if there are not so many, or with the first entry outside."""
-    shape, inst = checked_shape(shape), zeros("i64", count)
-    table = subscript_table(shape, subscripts, count)
-    if closure(612, shape, False, table):
-        raise outside(shape, table.tolist())
-    closure(613, shape, inst, table)
-    return inst
-
-
-def subscript_table(shape, subscripts, count):
-    """The subscripts of `count` entries as a rank-2 array (i32), or None if it has no entries: from
-    a row for each entry, or all in one list. Raises ValueError if there are not so many, or with
-    the first entry that isn't one of 32-bit integers."""
-    nd = len(shape)
-    if len(subscripts) > 0 and hasattr(subscripts[0], "__len__"):
-        if any(len(row) != nd for row in subscripts):
-            raise ValueError("an entry of the shape %s has %d subscripts" % (list(shape), nd))
-        subscripts = list(itertools.chain.from_iterable(subscripts))
-    if len(subscripts) != nd * count:
-        raise ValueError("%d entries of %d dimensions can't have %d subscripts"
-                         % (count, nd, len(subscripts)))
-    rows = lambda: zip(*[iter(subscripts)] * nd)
-    return rank2(converted("i32", subscripts, shape, rows), count, nd)
-
-
-def merged(shape, inst_, cof_):
-    """Linear indexes (i64), in any order, and their coefficients (f64): in ascending order, each
-    index once, the coefficients of repeats added up in the order of the list. A sum of 0.0 stays.
-    Raises ValueError with the first entry outside of the shape."""
-    total, n = size(checked_shape(shape)), len(inst_)
-    if closure(620, False, inst_, n, total):
-        raise outside((total,), zip(inst_))
-    if n == 0:
-        return inst_, cof_
-    perm = None if closure(621, inst_, True) else sorting_permutation(inst_, total)
-    first = 0 if perm is None else perm[0]
-    count = closure(622, inst_, 1) if perm is None else closure(624, inst_, 1, perm)
-    inst, cof = zeros("i64", count), zeros("f64", count)
-    inst[0], cof[0] = inst_[first], cof_[first]
-    if perm is None:
-        closure(623, cof, cof_, inst, inst_, 0)
+    `data` is a number, nested lists of one length on each level, any buffer by its own format (or a
+    list of such), a NumPy array or scalar, a matrix or array of SciPy, a DenseMatrix, SparseMatrix,
+    SparseTensor or Constant. Sparse data stays so, and repeats add up. Integers and booleans become
+    floating-point numbers. Raises ValueError, which names `what` and the place, for anything that
+    is no number and for NaN; infinite numbers pass.
+    """
+    if isinstance(data, Constant):
+        return data
+    if isinstance(data, (int, float, list)):
+        result = Constant(*read(data, what))
+    elif hasattr(data, "tocoo"):
+        coo = data.tocoo()
+        places = list(getattr(coo, "coords", None) or (coo.row, coo.col))
+        result = sparse_constant(coo.shape, places, read(coo.data, what)[1])
+    elif all(hasattr(data, name) for name in ("V", "I", "J")):  # as CVXOPT has them
+        result = sparse_constant(data.size, [data.I, data.J], read(data.V, what)[1])
+    elif isinstance(data, DenseMatrix):
+        result = Constant((data.rows, data.columns), data.mval[:])
+    elif isinstance(data, (SparseMatrix, SparseTensor)):
+        tensor = SparseTensor.of(data)
+        result = Constant(tensor.shape, tensor.mcof[:], tensor.msp[:])
     else:
-        closure(625, cof, cof_, inst, inst_, 0, perm)
-    return inst, cof
+        result = Constant(*read(data, what))
+    with memoryview(result.values) as values:
+        if values != values:
+            t = next(t for t, value in enumerate(values) if value != value)
+            at = t if result.sparsity is None else result.sparsity[t]
+            raise ValueError("%s%s is NaN" % (what, place(position(result.shape, at))))
+    return result
 
 
-def sorting_permutation(linear, total):
-    """The stable permutation (i64) that sorts linear indexes below `total`: as numbers of two
-    digits, by the lower and then by the upper one, unless these have too many values."""
-    n, base = len(linear), math.isqrt(total) + 1
-    if base > min(16 * n + 1024, LARGEST):
-        return array("q", sorted(range(n), key=linear.__getitem__))
-    perm, ptrb = array("q", range(n)), zeros("i64", base + 1)
-    closure(103, 1, base, base, perm, ptrb, linear)
-    closure(103, base, base, 1, perm, ptrb, linear)
-    return perm
+def split(rows: int, columns: int, linear: array) -> Tuple[array, array]:
+    """Rows and columns (i32) of the places at these linear indexes of a matrix."""
+    n = len(linear)
+    held, base = zeros("i32", rows + 1 + 2 * n), rows + 1
+    closure(489, 2, n, 0, 0, held, linear, rows, as_array("i32", [rows, columns]), base, base + n)
+    return held[base : base + n], held[base + n :]
 
 
-def dense_rows(data):
-    """A dense matrix, given as a rank-2 array (f64) or as a list of rows, as one: number of rows,
-    number of columns, and the array or, without entries, None."""
-    if isinstance(data, memoryview) and data.ndim == 2:
-        return (*data.shape, data)
-    rows, columns = len(data), len(data[0]) if len(data) > 0 else 0
-    if any(len(row) != columns for row in data):
-        raise ValueError("the rows of a matrix need the same length, not %s"
-                         % sorted({len(row) for row in data}))
-    return rows, columns, rank2(array("d", itertools.chain.from_iterable(data)), rows, columns)
-
-
-def rank2(values, rows, columns):
-    """An array as a rank-2 one; None if it has no entries, as there are no such views."""
-    if rows * columns == 0:
-        return None
-    return memoryview(values).cast("B").cast(values.typecode, [rows, columns])
-
-
-def converted(kind, values, shape, entries):
-    """The values as an array; if it can't hold one, the error that names the first of the entries,
-    made by a call of `entries`, that is outside."""
-    try:
-        return as_array(kind, values)
-    except ValueError:
-        raise outside(shape, entries()) from None
-
-
-def outside(shape, entries):
-    """The error that names the first of the entries, rows of subscripts, that is outside."""
-    for t, subscripts in enumerate(entries):
-        if not all(within(i, 0, extent - 1) for i, extent in zip(subscripts, shape)):
-            return ValueError("entry %d, at %s, lies outside of the shape %s"
-                              % (t, list(subscripts), list(shape)))
-    return ValueError("an entry lies outside of the shape %s" % list(shape))
+def sparse_constant(shape: Any, places: List[Any], values: array) -> Constant:
+    """From the subscripts of each dimension, in any order."""
+    shape = tuple(checked_shape(shape))
+    table = zeros("i32", len(shape) * len(values))
+    for dim, subscripts in enumerate(places):
+        table[dim :: len(shape)] = as_array("i32", subscripts)
+    tensor = SparseTensor.from_subscripts(shape, table, values)
+    return Constant(shape, tensor.mcof, tensor.msp)

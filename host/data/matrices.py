@@ -5,7 +5,8 @@ from array import array
 from .assembly import sort_triplets
 from ..closures import closure
 from .shapes import checked_shape
-from .constants import checked_triplets, dense_rows, nonzeros, rank2
+from .entries import checked_triplets, nonzeros, rank2
+from .reading import read
 from .buffers import as_array, zeros
 
 
@@ -42,12 +43,12 @@ class SparseMatrix:
 
     @classmethod
     def from_dense(cls, data):
-        """The entries other than 0.0 of a list of rows, or of a rank-2 array (f64)."""
-        rows, columns, data = dense_rows(data)
-        count = rows * columns
+        """The entries other than 0.0 of a matrix as DenseMatrix.from_rows takes it."""
+        m = DenseMatrix.from_rows(data)
+        count = m.rows * m.columns
         subi, subj, val = zeros("i32", count), zeros("i32", count), zeros("f64", count)
-        closure(629, data, rows, columns, 0, subi, subj, val)
-        return cls(rows, columns, *nonzeros(subi, subj, val))
+        closure(629, rank2(m.mval, m.rows, m.columns), m.rows, m.columns, 0, subi, subj, val)
+        return cls(m.rows, m.columns, *nonzeros(subi, subj, val))
 
     @classmethod
     def diagonal(cls, values):
@@ -86,9 +87,13 @@ class DenseMatrix:
 
     @classmethod
     def from_rows(cls, data):
-        """The matrix of a list of rows, or of a rank-2 array (f64)."""
-        rows, columns, data = dense_rows(data)
-        return cls(rows, columns, array("d", b"" if data is None else data.tobytes()))
+        """The matrix of a list of rows, or of a buffer of two dimensions. Raises ValueError if the
+        rows differ in length or an entry is no number."""
+        shape, values = read(data, "a matrix")
+        if len(shape) != 2 and shape != (0,):
+            raise ValueError("a matrix needs two dimensions, not the shape %s" % list(shape))
+        rows, columns = shape if len(shape) == 2 else (0, 0)
+        return cls(rows, columns, values)
 
     def transpose(self):
         values = zeros("f64", len(self.mval))
@@ -102,3 +107,8 @@ class DenseMatrix:
         closure(580, self.rows, self.columns, msubi, msubj, mval,
                 rank2(self.mval, self.rows, self.columns))
         return SparseMatrix(self.rows, self.columns, msubi, msubj, mval)
+
+
+def sparse(matrix):
+    """The matrix by its entries."""
+    return matrix.entries() if isinstance(matrix, DenseMatrix) else matrix

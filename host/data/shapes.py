@@ -27,6 +27,17 @@ def require_dimension(shape, dim, first, last):
         raise ValueError("the shape %s has no dimension %s" % (list(shape), dim))
 
 
+def axis_pair(shape, first, second):
+    """What the axes first < second, of equal extent, make of a shape: the positions before, the
+    extent, the positions between and behind. Else ValueError."""
+    if not (within(second, 0, len(shape) - 1) and within(first, 0, second - 1)
+            and shape[first] == shape[second]):
+        raise ValueError("%s and %s are no ascending axes of equal extent in the shape %s"
+                         % (first, second, list(shape)))
+    before, between, behind = shape[:first], shape[first + 1:second], shape[second + 1:]
+    return size(before), shape[first], size(between), size(behind)
+
+
 def box(shape, first, last):
     """The corners of a box and its extents (i32), if it lies in the shape; else ValueError. It goes
     in each dimension from `first` up to but not including `last`."""
@@ -66,3 +77,19 @@ def unit_strides(nd):
     result = zeros("i64", nd)
     result[-1:] = as_array("i64", [1] * min(nd, 1))
     return result
+
+
+def position(shape, linear):
+    """The subscripts at a linear index of the shape."""
+    subscripts = zeros("i32", len(shape))
+    if len(shape) > 0:
+        closure(272, linear, subscripts, as_array("i32", shape))
+    return tuple(subscripts)
+
+
+def ascending(n):
+    """0, 1, ..., n - 1 as i64."""
+    narrow, wide = zeros("i32", n), zeros("i64", n)
+    closure(525, 0, n, narrow)
+    closure(197, narrow, wide)
+    return wide

@@ -6,7 +6,7 @@ import time
 from dataclasses import dataclass, field
 
 from ..closures import closure
-from ..progress import progress
+from .progress import progress
 
 
 @dataclass

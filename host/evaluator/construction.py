@@ -2,9 +2,8 @@
 
 from ..closures import closure
 from ..data.matrices import DenseMatrix, require_order
-from ..data.shapes import stored_places
-from ..data.buffers import as_array, size, zeros
-from .sums import require_room
+from ..data.shapes import ascending, stored_places
+from ..data.buffers import as_array, require_room, size, zeros
 from ..index_maps.variables import Variable
 
 
@@ -97,6 +96,10 @@ class Construction:
         closure(403, bfix, nelem, 0, e.cof_base, r.f64, r.i32, r.i64, e.nidxs_base, e.ptr_base)
         closure(402, e.hassp, nelem, r.i64, e.sp_base, sparsity)
         return e
+
+    def push_constant(self, c):
+        """The numbers of a Constant, as push_constant_vector does it."""
+        return self.push_constant_vector(c.shape, c.values, c.sparsity)
 
     def push_parameters(self, shape, indexes, sparsity=None):
         """The parameters indexes[i] (i32) of a model as an expression, one for each element. All
@@ -209,14 +212,6 @@ def element_list(forms):
 
 
 # Index lists.
-
-
-def ascending(n):
-    """0, 1, ..., n - 1 as i64."""
-    narrow, wide = zeros("i32", n), zeros("i64", n)
-    closure(525, 0, n, narrow)
-    closure(197, narrow, wide)
-    return wide
 
 
 def picked(values, places):

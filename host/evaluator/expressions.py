@@ -10,13 +10,14 @@ from dataclasses import replace
 
 from ..closures import closure
 from .construction import Construction
+from .copies import require_copies
 from ..data.matrices import DenseMatrix, SparseMatrix
 from .parameter_products import ParameterProducts
 from .products import Products, require_shape
-from .stacks import OperandList, Stack, operand
-from ..data.buffers import as_array, size, zeros
+from .stacks import OperandList, Stack
+from ..data.buffers import as_array, require_room, size, zeros
 from .structure import Structure
-from .sums import Sums, require_room, scaled_atoms, sum_sizes
+from .sums import Sums, scaled_atoms, sum_sizes
 
 
 class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
@@ -30,10 +31,12 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
             model.constrain(formula(evaluator), ...)
 
     With `param_value`, the table of a model's parameter values, an index beyond it is refused.
+    `name` tells in errors whose expressions these are. An operand that stands on another stack, or
+    was freed, is refused by each method.
     """
 
-    def __init__(self, param_value=None):
-        self.r = self.w = Stack()
+    def __init__(self, param_value=None, name=None):
+        self.r = self.w = Stack(name=name)
         self.x = Stack()
         self._param_value = param_value
 
@@ -83,7 +86,7 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
         matrix goes as a sparse one with all entries. Raises ValueError, with nothing written, if
         the shapes don't fit or the matrix is out of order.
         """
-        operand(e)
+        self.w.operand(e)
         if e.nd not in (1, 2) or e.shape[0] != matrix.columns:
             raise ValueError("a %d x %d matrix can't be multiplied by the shape %s"
                              % (matrix.rows, matrix.columns, list(e.shape)))
@@ -91,14 +94,14 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
         require_shape(shape)
         if isinstance(matrix, DenseMatrix) and not e.hassp:
             matrix = matrix.entries()
-        copied = max(e.nnz, scaled_atoms(e))
+        d1 = size(e.shape[1:])
         if isinstance(matrix, SparseMatrix):
             matrix.test()
-            self._require_copies(copied, matrix.rows, matrix.columns, matrix.msubj)
+            require_copies(self.w, e, matrix.mnnz, lambda: matrix.msubj, True,
+                           2 if e.ncodeatom > 0 else 0, shape)
         else:
-            require_room(copied * matrix.rows)
+            require_room(max(e.nnz, scaled_atoms(e)) * matrix.rows)
         with self.x.scratch():
-            d1 = size(e.shape[1:])
             columns = self._group_columns(e, d1) if e.hassp else None
             ncodeatom, nelem, nnz = self._size_left(matrix, e, d1, columns)
             result = self._reserve(shape, nelem, nnz, ncodeatom, isinstance(matrix, SparseMatrix))
@@ -150,7 +153,7 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
         Sparse if all operands are (the merge path), else dense (the scatter path). Raises
         ValueError if the shapes differ or there are not as many weights as operands.
         """
-        operands, weights = [operand(e) for e in operands], as_array("f64", weights)
+        operands, weights = [self.w.operand(e) for e in operands], as_array("f64", weights)
         if not operands or len(operands) != len(weights):
             raise ValueError("a sum needs an operand, and a weight for each: %d, %d"
                              % (len(operands), len(weights)))
@@ -211,7 +214,7 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
         """parameter * e; `param` is the parameter's index in the model's table of values. Raises
         ValueError if it is no parameter's."""
         r, w = self.r, self.w
-        operand(e)
+        self.w.operand(e)
         self._require_parameters(as_array("i32", [param]))
         # A term becomes the program of (coefficient + its program) * parameter.
         ncodeatom = e.ncodeatom + 4 * e.nnz if e.ncodeatom > 0 else 3 * e.nnz
@@ -231,7 +234,7 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
         each variable once, and each coefficient either a number or a program. Parameter code that
         came out as a number is gone, and so are terms and elements of nothing but zeros where there
         is code. The result is no operand any more."""
-        if e.finished:
+        if self.w.held(e).finished:
             return e
         with self.r.undone_on_error():
             merged = self.merge_terms(e)
@@ -241,7 +244,7 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
         """`e` with one term for each variable of an element, in ascending order; `e` itself if that
         is so already. Without code, variables with nothing but zeros are dropped."""
         r, w, x = self.r, self.w, self.x
-        operand(e)
+        self.w.operand(e)
         if closure(393, True, e.nelem, e.nidxs_base, e.ptr_base, w.i32, w.i64) and (
                 e.ncodeatom > 0 or closure(394, e.cconst_base, e.code_base, e.codeptr_base,
                                            e.cof_base, True, e.ncodeatom, e.nnz, w.f64, w.i32)):
@@ -274,7 +277,7 @@ class Evaluator(Construction, Sums, Products, ParameterProducts, Structure):
         """`e`, which has code, with that code simplified: a term is either a number or a program,
         and terms and elements that came out empty are dropped."""
         r, w, x = self.r, self.w, self.x
-        operand(e)
+        self.w.operand(e)
         with r.undone_on_error(), x.scratch():
             cof, code, codeptr, cconst = self.simplify_code(e)
             sizes = closure(385, cof, e.nelem, e.ptr_base, 0, 0, 0, w.f64, w.i32, code, codeptr,

@@ -9,9 +9,8 @@ a dense matrix meets a dense expression. An array that is dense goes by the list
 from dataclasses import replace
 
 from ..closures import closure
-from ..data.buffers import LARGEST, size
-from .stacks import operand
-from .sums import require_room
+from ..data.buffers import LARGEST, require_room, size
+from .copies import require_copies
 
 
 class ParameterProducts:
@@ -28,7 +27,8 @@ class ParameterProducts:
         self._require(p, e, matrix(p) and e.nd in (1, 2) and e.shape[0] == p.shape[1])
         d1, pnnz, pdim1 = size(e.shape[1:]), len(p.indexes), p.shape[1]
         shape = (p.shape[0],) + e.shape[1:]
-        self._require_room(e, pnnz, d1, p.shape[0])
+        places = range(pnnz) if p.sparsity is None else p.sparsity
+        require_copies(self.w, e, pnnz, lambda: [k % pdim1 for k in places], True, added(e), shape)
         with x.scratch():
             psp, pidx = self._put_parameters(p)
             if e.hassp:
@@ -63,7 +63,9 @@ class ParameterProducts:
         self._require(p, e, matrix(p) and e.nd in (1, 2) and e.shape[-1] == p.shape[0])
         d0, (d1, pdim1), pnnz = size(e.shape[:-1]), p.shape, len(p.indexes)
         shape = e.shape[:-1] + (pdim1,)
-        self._require_room(e, pnnz, d0, pdim1)
+        places = range(pnnz) if p.sparsity is None else p.sparsity
+        require_copies(self.w, e, pnnz, lambda: [k // pdim1 for k in places], False, added(e),
+                       shape)
         with x.scratch():
             psp, pidx = self._put_parameters(p)
             pperm = self._group_parameters(p, psp, 363)
@@ -88,7 +90,7 @@ class ParameterProducts:
         r, w, x = self.r, self.w, self.x
         self._require(p, e, matrix(p) and e.shape == tuple(p.shape)[::-1])
         (dim1, pdim1), pnnz, nelem = p.shape, len(p.indexes), e.nelem
-        self._require_room(e, pnnz, 1, 1)
+        require_room(max(e.ncodeatom, 0) + added(e) * e.nnz)
         with x.scratch():
             psp, pidx = self._put_parameters(p)
             if e.hassp:
@@ -122,7 +124,7 @@ class ParameterProducts:
         w, x = self.w, self.x
         self._require(p, e, matrix(p) and e.shape == tuple(p.shape)[::-1])
         (d1, pdim1), pnnz = p.shape, len(p.indexes)
-        self._require_room(e, pnnz, 1, 1)
+        require_room(max(e.ncodeatom, 0) + added(e) * e.nnz)
         with x.scratch():
             psp, pidx = self._put_parameters(p)
             pperm = self._group_parameters(p, psp, 346)
@@ -152,7 +154,7 @@ class ParameterProducts:
         r, w, x = self.r, self.w, self.x
         self._require(p, e, e.shape == tuple(p.shape))
         pnnz = len(p.indexes)
-        self._require_room(e, pnnz, 1, 1)
+        require_room(max(e.ncodeatom, 0) + added(e) * e.nnz)
         with x.scratch():
             psp, pidx = self._put_parameters(p)
             ncodeatom, nelem, nnz = closure(
@@ -175,7 +177,7 @@ class ParameterProducts:
         r, w, x = self.r, self.w, self.x
         self._require(p, e, e.shape == tuple(p.shape))
         pnnz = len(p.indexes)
-        self._require_room(e, pnnz, 1, 1)
+        require_room(max(e.ncodeatom, 0) + added(e) * e.nnz)
         with x.scratch():
             psp, pidx = self._put_parameters(p)
             ncodeatom, nnz = closure(354, e.codeptr_base, e.hassp, e.ncodeatom, e.nelem, pnnz, psp,
@@ -197,7 +199,7 @@ class ParameterProducts:
     # What these have in common.
 
     def _require(self, p, e, fits):
-        operand(e)
+        self.w.operand(e)
         if not fits:
             raise ValueError("parameters of shape %s don't fit the shape %s"
                              % (list(p.shape), list(e.shape)))
@@ -209,17 +211,6 @@ class ParameterProducts:
         if closure(474, False, count, count, len(indexes), indexes, indexes):
             raise ValueError("there is no parameter %d"
                              % next(k for k in indexes if not 0 <= k < count))
-
-    def _require_room(self, e, pnnz, meets, copies):
-        """ValueError if the product may not fit a stack, where each of `pnnz` parameters meets at
-        most `meets` elements of `e`, and each element at most `copies` parameters."""
-        w, added = self.w, 4 if e.ncodeatom > 0 else 3
-        nnz, ncodeatom = e.nnz * copies, (max(e.ncodeatom, 0) + added * e.nnz) * copies
-        if ncodeatom > LARGEST:
-            nnz = min(nnz, pnnz * meets * closure(390, 0, e.nelem, e.ptr_base, w.i32))
-            program = closure(390, 0, e.nnz, e.codeptr_base, w.i32) if e.ncodeatom > 0 else 0
-            ncodeatom = min(ncodeatom, nnz * (program + added))
-        require_room(min(pnnz, copies) * meets, ncodeatom)
 
     def _put_parameters(self, p):
         """Positions on the x stack of the stored places and of the indexes."""
@@ -258,6 +249,11 @@ class ParameterProducts:
         r = self.r
         return (h.cconst_base, h.code_base, h.codeptr_base, h.cof_base, r.f64, r.i32, r.i64,
                 h.nidxs_base, h.ptr_base, h.sp_base)
+
+
+def added(e):
+    """The atoms that a term of `e` times a parameter has more."""
+    return 4 if e.ncodeatom > 0 else 3
 
 
 def matrix(p):

@@ -10,55 +10,15 @@ import math
 from dataclasses import replace
 
 from ..closures import closure
-from ..data.constants import linear_indexes, merged, rank2
-from ..data.matrices import DenseMatrix, require_order
-from ..data.buffers import LARGEST, as_array, size, zeros
-from .stacks import operand
-from .sums import require_room, scaled_atoms
+from ..data.matrices import DenseMatrix, require_order, sparse
+from ..data.tensors import SparseTensor
+from ..data.buffers import as_array, require_room, size, zeros
+from .copies import require_copies
+from .plain_products import PlainProducts, require_extents, require_shape
+from .sums import scaled_atoms
 
 
-class SparseTensor:
-    """An array of `shape` by its entries: parallel lists of linear index `msp` (i64, row-major) and
-    value `mcof` (f64), in strictly ascending order of index."""
-
-    def __init__(self, shape, msp, mcof):
-        self.shape, self.msp, self.mcof = tuple(shape), as_array("i64", msp), as_array("f64", mcof)
-        if len(self.msp) != len(self.mcof):
-            raise ValueError("a sparse tensor needs as many indexes as values: %d, %d"
-                             % (len(self.msp), len(self.mcof)))
-
-    @classmethod
-    def from_subscripts(cls, shape, subscripts, mcof):
-        """The tensor whose entries are told by their subscripts, a row for each or all in one list,
-        in any order: the values of repeats are added up. Raises ValueError with the first entry
-        that lies outside of the shape."""
-        return cls.from_indexes(shape, linear_indexes(shape, subscripts, len(mcof)), mcof)
-
-    @classmethod
-    def from_indexes(cls, shape, msp, mcof):
-        """The same by their linear indexes."""
-        msp, mcof = as_array("i64", msp), as_array("f64", mcof)
-        if len(msp) != len(mcof):
-            raise ValueError("%d indexes can't have %d values" % (len(msp), len(mcof)))
-        return cls(shape, *merged(shape, msp, mcof))
-
-    @classmethod
-    def of(cls, data):
-        """A matrix as a tensor, a dense one with all of its entries; a tensor itself. Raises
-        ValueError if the matrix is out of order."""
-        if isinstance(data, cls):
-            return data
-        m = sparse(data)
-        m.test()
-        msp, strides = zeros("i64", m.mnnz), as_array("i64", [0, 1])
-        closure(448, 2, strides, as_array("i32", [m.rows, m.columns]))
-        subscripts = zeros("i32", 2 * m.mnnz)
-        subscripts[0::2], subscripts[1::2] = m.msubi, m.msubj
-        closure(449, 2, msp, strides, rank2(subscripts, m.mnnz, 2))
-        return cls((m.rows, m.columns), msp, m.mval)
-
-
-class Products:
+class Products(PlainProducts):
     """The products of an Evaluator. A `matrix` is a DenseMatrix or a SparseMatrix; where there are
     no closures for a dense one, it goes as a sparse one with all entries."""
 
@@ -72,7 +32,7 @@ class Products:
         entries of 0.0 meet nothing there, so they give no term. Raises ValueError if the shapes
         don't fit or the matrix is out of order.
         """
-        operand(e)
+        self.w.operand(e)
         if e.nd not in (1, 2) or e.shape[-1] != matrix.rows:
             raise ValueError("the shape %s can't be multiplied by a %d x %d matrix"
                              % (list(e.shape), matrix.rows, matrix.columns))
@@ -87,8 +47,8 @@ class Products:
         badorder = closure(475, False, m.mnnz, m.msubi, m.msubj)
         badidx = closure(474, False, m.rows, m.columns, m.mnnz, m.msubi, m.msubj)
         require_order((m.rows, m.columns), badidx, badorder)
-        self._require_copies(max(e.nelem if e.hassp else 0, e.nnz, scaled_atoms(e)), m.columns,
-                             m.rows, m.msubi)
+        require_copies(self.w, e, m.mnnz, lambda: m.msubi, False, 2 if e.ncodeatom > 0 else 0,
+                       shape)
         with x.scratch():
             mcolptr, mperm = x.reserve("i32", m.columns + 1), x.reserve("i32", m.mnnz)
             erowptr = x.reserve("i32", d0 + 1)
@@ -160,7 +120,7 @@ class Products:
         sparse `e` with one where terms come together. Raises ValueError if the shapes don't fit or
         the matrix is out of order."""
         r, w, x = self.r, self.w, self.x
-        operand(e)
+        self.w.operand(e)
         if e.shape != (matrix.columns, matrix.rows):
             raise ValueError("a %d x %d matrix and the shape %s have no square product"
                              % (matrix.rows, matrix.columns, list(e.shape)))
@@ -198,7 +158,7 @@ class Products:
         sparse `e` with one where an entry meets an element. Raises ValueError if the shapes don't
         fit or the matrix is out of order."""
         r, w, x = self.r, self.w, self.x
-        operand(e)
+        self.w.operand(e)
         if e.shape != (matrix.columns, matrix.rows):
             raise ValueError("the shape %s and a %d x %d matrix have no square product"
                              % (list(e.shape), matrix.rows, matrix.columns))
@@ -219,132 +179,12 @@ class Products:
                     w.i64, x.i32, xmperm)
         return h
 
-    # A matrix and a variable. A term is a native index and a value of the matrix, so the variable
-    # needs not become an expression before. The results are sparse.
-
-    def mul_plain_left(self, matrix, variable):
-        """matrix * variable, for a variable of shape (matrix.columns,) or (matrix.columns, d1).
-
-        A dense variable gives the elements in each row of the matrix that has an entry, a sparse
-        one the elements where an entry meets one of the variable's. Raises ValueError if the shapes
-        don't fit or the matrix is out of order.
-        """
-        x, given, m = self.x, tuple(variable.shape), sparse(matrix)
-        if len(given) not in (1, 2) or given[0] != m.columns:
-            raise ValueError("a %d x %d matrix can't be multiplied by the shape %s"
-                             % (m.rows, m.columns, list(given)))
-        shape, vd1 = (m.rows,) + given[1:], size(given[1:])
-        if variable.sparsity is None:
-            require_shape(shape)
-            m.test()
-            require_room(m.mnnz * vd1)
-            with x.scratch():
-                nidxs, _ = self._put_plain(variable)
-                h = self._reserve(shape, *closure(493, m.mnnz, m.msubi, 0, 0, vd1), hassp=True)
-                closure(495, m.mval, m.mnnz, m.msubi, m.msubj, nidxs, *self._plain_sections(h), vd1,
-                        x.i64)
-            return h
-        require_extents(shape)
-        m.test()
-        self._require_copies(len(variable), m.rows, m.columns, m.msubj)
-        with x.scratch():
-            nidxs, sp = self._put_plain(variable)
-            mrowptr, pcolptr = x.reserve("i32", m.rows + 1), x.reserve("i32", vd1 + 1)
-            pcolperm, xvi, xvj = (x.reserve("i32", len(variable)) for _ in range(3))
-            sizes = closure(492, m.rows, mrowptr, m.msubi, m.msubj, len(given), len(variable),
-                            pcolperm, pcolptr, 0, 0, sp, vd1, x.i32, x.i64, xvi, xvj)
-            h = self._reserve(shape, *sizes, hassp=True)
-            closure(494, m.mval, m.rows, mrowptr, m.msubj, nidxs, pcolperm, pcolptr,
-                    *self._plain_sections(h), vd1, x.i32, x.i64, xvi)
-        return h
-
-    def mul_plain_right(self, variable, matrix):
-        """variable * matrix, for a variable of shape (matrix.rows,) or (d0, matrix.rows).
-
-        A dense variable gives the elements in each column of the matrix that has an entry. A sparse
-        one gives the elements where an entry of a sparse matrix meets one of the variable's, and
-        with a dense matrix all elements in the rows where the variable has some. Raises ValueError
-        if the shapes don't fit or the matrix is out of order.
-        """
-        given = tuple(variable.shape)
-        if len(given) not in (1, 2) or given[-1] != matrix.rows:
-            raise ValueError("the shape %s can't be multiplied by a %d x %d matrix"
-                             % (list(given), matrix.rows, matrix.columns))
-        shape, xd0 = given[:-1] + (matrix.columns,), size(given[:-1])
-        if variable.sparsity is None:
-            return self._plain_right_dense(variable, sparse(matrix), shape, xd0)
-        require_extents(shape)
-        if isinstance(matrix, DenseMatrix):
-            return self._plain_right_full(variable, matrix, shape)
-        return self._plain_right_sparse(variable, matrix, shape, xd0)
-
-    def _plain_right_dense(self, variable, m, shape, xd0):
-        x = self.x
-        require_shape(shape)
-        m.test()
-        require_room(m.mnnz * xd0)
-        with x.scratch():
-            nidxs, _ = self._put_plain(variable)
-            _, perm = self._group_plain(m)
-            ncols = closure(486, m.msubj, 0, m.mnnz, perm, x.i32)
-            h = self._reserve(shape, ncols * xd0, m.mnnz * xd0, hassp=True)
-            closure(487, 0, 0, m.mval, m.columns, m.msubi, m.msubj, nidxs, m.mnnz, perm,
-                    *self._plain_sections(h), x.i32, x.i64, xd0, m.rows)
-        return h
-
-    def _plain_right_full(self, variable, m, shape):
-        x, nnz = self.x, len(variable)
-        require_room(nnz * m.columns)
-        with x.scratch():
-            nidxs, sp = self._put_plain(variable)
-            rows = closure(483, nnz, sp, x.i64, 0, len(shape), m.rows)
-            h = self._reserve(shape, rows * m.columns, nnz * m.columns, hassp=True)
-            closure(484, m.mval, m.columns, nidxs, nnz, *self._plain_sections(h), sp, x.i64, m.rows)
-        return h
-
-    def _plain_right_sparse(self, variable, m, shape, xd0):
-        x, nelem = self.x, len(variable)
-        m.test()
-        self._require_copies(nelem, m.columns, m.rows, m.msubi)
-        with x.scratch():
-            nidxs, sp = self._put_plain(variable)
-            rowptr = x.reserve("i32", xd0 + 1)
-            xvi, xvj = x.reserve("i32", nelem), x.reserve("i32", nelem)
-            closure(488, rowptr, x.i32, xd0)
-            closure(489, len(shape), nelem, rowptr, sp, x.i32, x.i64, xd0, variable.shape, xvi, xvj)
-            colptr, perm = self._group_plain(m)
-            sizes = closure(490, m.columns, colptr, m.msubi, 0, 0, perm, rowptr, x.i32, xd0, xvj)
-            h = self._reserve(shape, *sizes, hassp=True)
-            closure(491, m.mval, m.columns, colptr, m.msubi, nidxs, perm, rowptr,
-                    *self._plain_sections(h), x.i32, x.i64, xd0, xvj)
-        return h
-
-    def _put_plain(self, variable):
-        """Positions on the x stack of the variable's native indexes and its sparsity."""
-        return self._put(variable.nativeidxs), self._put(variable.sparsity or zeros("i64", 0))
-
-    def _put(self, values):
-        base = self.x.reserve("i64", len(values))
-        self.x.i64[base : base + len(values)] = values
-        return base
-
-    def _group_plain(self, m):
-        """The entries of a matrix by column, on the x stack."""
-        x = self.x
-        colptr, perm = x.reserve("i32", m.columns + 1), x.reserve("i32", m.mnnz)
-        closure(485, m.columns, m.columns, colptr, m.msubj, m.mnnz, perm, x.i32)
-        return colptr, perm
-
-    def _plain_sections(self, h):
-        r = self.r
-        return h.cof_base, r.f64, r.i32, r.i64, h.nidxs_base, h.ptr_base, h.sp_base
-
     # Products without a contraction.
 
     def mul_const(self, a, e):
         """a * e for a number `a`, with the elements and terms of `e`."""
         r, w, a = self.r, self.w, float(a)
-        operand(e)
+        self.w.operand(e)
         ncodeatom = scaled_atoms(e)
         require_room(ncodeatom)
         h = r.reserve_expression(e.shape, e.nelem, e.nnz, ncodeatom, e.hassp)
@@ -359,7 +199,7 @@ class Products:
         matrix, a dense one having all. Raises ValueError if `e` has not one position or the matrix
         is out of order."""
         r, w = self.r, self.w
-        operand(e)
+        self.w.operand(e)
         if size(e.shape) != 1:
             raise ValueError("a scalar is needed, not the shape %s" % list(e.shape))
         m = sparse(matrix)
@@ -381,7 +221,7 @@ class Products:
         element for each entry of the tensor, if `e` is sparse only where it meets one of `e`.
         Raises ValueError if the shapes differ or the tensor is out of order."""
         r, w = self.r, self.w
-        t = fitting(tensor, operand(e))
+        t = fitting(tensor, self.w.operand(e))
         positions = closure(461, e.nd, 1, e.shape_base, w.i32)
         require_order(t.shape, *closure(459, False, False, t.msp, positions))
         require_room(scaled_atoms(e))
@@ -398,7 +238,7 @@ class Products:
         """The inner product with a SparseTensor or a matrix of e's shape, as an expression of shape
         (1,). Raises ValueError if the shapes differ or the tensor is out of order."""
         r, w = self.r, self.w
-        t = fitting(tensor, operand(e))
+        t = fitting(tensor, self.w.operand(e))
         require_order(t.shape, *closure(445, False, False, size(e.shape) - 1, t.msp))
         nnz = closure(446, e.hassp, e.nelem, e.ptr_base, 0, e.sp_base, t.msp, w.i32, w.i64)
         # No closure counts the atoms: at most all of e's are copied, and two are added for a term.
@@ -410,23 +250,6 @@ class Products:
             e.nidxs_base, e.ptr_base, h.cconst_base, h.code_base, h.codeptr_base, h.cof_base, r.f64,
             r.i32, r.i64, h.ncodeatom, h.nidxs_base, e.sp_base, t.mcof, t.msp, w.f64, w.i32, w.i64)
         return replace(h, ncodeatom=ncodeatom)
-
-    def _require_copies(self, count, most, extent, keys):
-        """Raises ValueError if `count` entries may become more than a stack holds where each goes
-        once into the product for each matrix entry in one row (or column): those of the entries are
-        `keys`, out of `extent`, and `most` is how many entries one can have at all."""
-        x = self.x
-        if count * most > LARGEST:
-            with x.scratch():
-                ptr, perm = x.reserve("i32", extent + 1), x.reserve("i32", len(keys))
-                closure(450, extent, len(keys), keys, x.i32, ptr, perm)
-                most = closure(390, 0, extent, ptr, x.i32)
-        require_room(count * most)
-
-
-def sparse(matrix):
-    """The matrix by its entries."""
-    return matrix.entries() if isinstance(matrix, DenseMatrix) else matrix
 
 
 def negated(values):
@@ -442,15 +265,3 @@ def fitting(data, e):
     if tensor.shape != e.shape:
         raise ValueError("the shapes %s and %s differ" % (list(tensor.shape), list(e.shape)))
     return tensor
-
-
-def require_extents(shape):
-    """Raises ValueError if a closure can't take one of the extents."""
-    if not all(0 <= extent <= LARGEST for extent in shape):
-        raise ValueError("a product can't have the shape %s" % list(shape))
-
-
-def require_shape(shape):
-    """Raises ValueError if the positions of a shape need more than 32 bits."""
-    require_extents(shape)
-    require_room(size(shape))

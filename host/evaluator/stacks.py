@@ -1,10 +1,23 @@
 """Work stacks, and the header of an expression that stands on one."""
 
 import contextlib
-from dataclasses import dataclass
+import itertools
+import mmap
+from array import array
+from dataclasses import dataclass, replace
 from typing import Tuple
 
-from ..data.buffers import LARGEST, TYPECODES, as_array, zeros
+from ..data.buffers import LARGEST, TYPECODES, as_array
+
+
+class Hold:
+    """That an expression stands on `stack` from position `base` of its i32 array on, until it is
+    `released`."""
+
+    __slots__ = "stack", "base", "released"
+
+    def __init__(self, stack: "Stack", base: int) -> None:
+        self.stack, self.base, self.released = stack, base, False
 
 
 @dataclass(frozen=True)
@@ -13,7 +26,7 @@ class Expression:
 
     `shape` repeats the section of that name. `nelem` elements are stored, with `nnz` terms and
     `ncodeatom` atoms of parameter code (0: it has none). `finished` tells that the code is in the
-    form that enters a model and can't be an operand any more.
+    form that enters a model and can't be an operand any more. `hold` tells where it stands.
     """
 
     shape: Tuple[int, ...]
@@ -30,17 +43,11 @@ class Expression:
     codeptr_base: int
     code_base: int
     cconst_base: int
+    hold: Hold
 
     @property
     def nd(self):
         return len(self.shape)
-
-
-def operand(e):
-    """`e`, if it can be an operand; else ValueError."""
-    if e.finished:
-        raise ValueError("an expression that is ready for a model can't be an operand any more")
-    return e
 
 
 class OperandList:
@@ -57,12 +64,19 @@ class OperandList:
 class Stack:
     """Three arrays `i32`, `i64`, `f64` that grow by doubling, with a free position in each.
 
-    An array keeps its identity when it grows. It can't grow while a memoryview of it lives, so a
-    view taken by `section` has to be released before the next reservation.
+    They are views of anonymous memory, as that grows in place and pages that nothing was written to
+    cost nothing: an array would be filled before it is written. Each growth makes another view, and
+    none is possible while a slice of the one before lives: so one taken by `section` has to be
+    released before the next reservation.
     """
 
-    def __init__(self, capacity=1024):
-        self.i32, self.i64, self.f64 = (zeros(kind, capacity) for kind in TYPECODES)
+    _numbers = itertools.count(1)
+
+    def __init__(self, capacity=1024, name=None):
+        self.name = name or "stack %d" % next(self._numbers)
+        self._holds = []  # of the expressions that stand here
+        self._memory = {kind: anonymous(kind, capacity) for kind in TYPECODES}
+        self.i32, self.i64, self.f64 = map(self._view, TYPECODES)
         self._top = dict.fromkeys(TYPECODES, 0)
 
     def reserve(self, kind, count):
@@ -74,11 +88,24 @@ class Stack:
         top = base + count
         if top > LARGEST:
             raise MemoryError("a work stack can't hold more than %d entries" % LARGEST)
-        held = getattr(self, kind)
-        if top > len(held):
-            held *= max(2, -(-top // len(held)))  # in place, and faster than to append zeros
+        if top > len(getattr(self, kind)):
+            self._grow(kind, top)
         self._top[kind] = top
         return base
+
+    def _view(self, kind):
+        return memoryview(self._memory[kind]).cast(TYPECODES[kind])
+
+    def _grow(self, kind, top):
+        view, memory = getattr(self, kind), self._memory[kind]
+        capacity, itemsize = max(2 * len(view), top), view.itemsize
+        view.release()
+        try:
+            memory.resize(capacity * itemsize)
+        except OSError:
+            raise MemoryError("a work stack can't grow to %d entries" % capacity) from None
+        finally:
+            setattr(self, kind, self._view(kind))
 
     def reserve_expression(self, shape, nelem, nnz, ncodeatom=0, hassp=False, finished=False):
         """Room for an expression of these sizes. Entry 0 of `ptr` and of `codeptr` is set to 0, as
@@ -86,6 +113,7 @@ class Stack:
         none is reserved, and there is a MemoryError."""
         coded = ncodeatom > 0
         with self.undone_on_error():
+            hold = Hold(self, self._top["i32"])
             header = Expression(
                 shape=tuple(shape),
                 nelem=nelem,
@@ -101,11 +129,24 @@ class Stack:
                 codeptr_base=self.reserve("i32", nnz + 1 if coded else 0),
                 code_base=self.reserve("i32", ncodeatom if coded else 0),
                 cconst_base=self.reserve("f64", ncodeatom if coded else 0),
+                hold=hold,
             )
+        self._holds.append(hold)
         self.i32[header.ptr_base] = 0
         if coded:
             self.i32[header.codeptr_base] = 0
         return header
+
+    def share(self, e, shape, hassp):
+        """Room for another shape of the elements of `e`, which stands here; all else is shared, but
+        with `hassp` the places, for which there is room if `e` has none."""
+        with self.undone_on_error():
+            hold = Hold(self, self._top["i32"])
+            shape_base = self.reserve("i32", max(len(shape), 1))  # or two holds have one base
+            sp_base = self.reserve("i64", e.nelem) if hassp and not e.hassp else e.sp_base
+        self._holds.append(hold)
+        return replace(e, shape=tuple(shape), shape_base=shape_base, hassp=hassp, sp_base=sp_base,
+                       hold=hold)
 
     def section(self, kind, base, count):
         """A memoryview of `count` entries from `base` on, for use in a `with` statement."""
@@ -116,7 +157,27 @@ class Stack:
         return dict(self._top)
 
     def release(self, mark):
+        """Frees all that was reserved after the mark. An expression among that can't be used any
+        more, also when others stand in its place."""
         self._top = dict(mark)
+        while self._holds and self._holds[-1].base >= mark["i32"]:
+            self._holds.pop().released = True
+
+    def held(self, e):
+        """`e`, if it stands here; else ValueError."""
+        if e.hold.stack is not self:
+            raise ValueError("an expression of shape %s stands on %s, not on %s where it is to be "
+                             "used" % (list(e.shape), e.hold.stack.name, self.name))
+        if e.hold.released:
+            raise ValueError("an expression of shape %s stands on %s no more: the scratch() block "
+                             "in which it was made has ended" % (list(e.shape), self.name))
+        return e
+
+    def operand(self, e):
+        """`e`, if it stands here and can be an operand; else ValueError."""
+        if self.held(e).finished:
+            raise ValueError("an expression that is ready for a model can't be an operand any more")
+        return e
 
     @contextlib.contextmanager
     def scratch(self):
@@ -136,3 +197,9 @@ class Stack:
         except BaseException:
             self.release(mark)
             raise
+
+
+def anonymous(kind, count):
+    """Private memory for `count` entries of that kind, all 0."""
+    length = max(count, 1) * array(TYPECODES[kind]).itemsize
+    return mmap.mmap(-1, length, flags=mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS)

@@ -5,12 +5,13 @@ No term changes. Along a dimension a shape is seen as three extents: the positio
 own, and the positions behind it.
 """
 
+from array import array
+
 from ..closures import closure
-from ..data.constants import converted, outside, subscript_table
+from ..data.entries import converted, outside, subscript_table
 from ..data.shapes import box, checked_shape, unit_strides, within
-from ..data.buffers import LARGEST, as_array, size, zeros
-from .stacks import OperandList, operand
-from .sums import require_room
+from ..data.buffers import LARGEST, as_array, require_room, size, zeros
+from .stacks import OperandList
 
 
 class Structure:
@@ -24,7 +25,7 @@ class Structure:
         Raises ValueError if there is no operand or no such dimension, or if the shapes differ in
         other extents than that of `dim`.
         """
-        w, operands = self.w, [operand(e) for e in operands]
+        w, operands = self.w, [self.w.operand(e) for e in operands]
         if not operands:
             raise ValueError("a stack needs an operand")
         first, h = operands[0], OperandList(operands)
@@ -112,7 +113,7 @@ class Structure:
         """So many copies of `e` one behind the other along dimension `dim`. Raises ValueError if
         there is no such dimension."""
         r, w = self.r, self.w
-        if not (within(dim, 0, operand(e).nd - 1) and within(copies, 0, LARGEST)):
+        if not (within(dim, 0, self.w.operand(e).nd - 1) and within(copies, 0, LARGEST)):
             raise ValueError("the shape %s can't be repeated %s times along dimension %s"
                              % (list(e.shape), copies, dim))
         counts = [copies * count for count in (e.nelem, e.nnz, max(e.ncodeatom, 0))]
@@ -133,7 +134,7 @@ class Structure:
     def transpose(self, e):
         """A matrix with rows and columns exchanged. Raises ValueError if `e` is none."""
         r, w, x = self.r, self.w, self.x
-        if operand(e).nd != 2:
+        if self.w.operand(e).nd != 2:
             raise ValueError("the shape %s can't be transposed: it has not two dimensions"
                              % list(e.shape))
         d0, d1 = e.shape
@@ -156,7 +157,7 @@ class Structure:
         """`e` with its dimensions in another order: dimension k of the result is dimension perm[k]
         of `e`. Raises ValueError if `perm` isn't a permutation of all dimensions."""
         perm = as_array("i32", perm)
-        if sorted(perm) != list(range(operand(e).nd)):
+        if sorted(perm) != list(range(self.w.operand(e).nd)):
             raise ValueError("%s is no permutation of the dimensions of the shape %s"
                              % (list(perm), list(e.shape)))
         shape = [e.shape[k] for k in perm]
@@ -199,12 +200,48 @@ class Structure:
                 h.sp_base, sp, w.f64, w.i32, w.i64)
         return h
 
+    # Other shapes.
+
+    def reshape(self, e, shape):
+        """The same elements, in row-major order, in a shape of as many positions; nothing is
+        copied. Raises ValueError if the shape has more or fewer."""
+        shape = checked_shape(shape)
+        if size(self.w.operand(e).shape) != size(shape):
+            raise ValueError("the shape %s can't become %s" % (list(e.shape), list(shape)))
+        h = self.w.share(e, shape, e.hassp)
+        self._write_shape(h)
+        return h
+
+    def spread(self, e, shape):
+        """The only element of `e` in each position of the shape. Raises ValueError if it has not
+        one."""
+        shape = checked_shape(shape)
+        if size(self.w.operand(e).shape) != 1:
+            raise ValueError("one element is needed, not the shape %s" % list(e.shape))
+        require_room(size(shape))
+        with self.r.undone_on_error():
+            return self.reshape(self.repeat(self.reshape(e, [1]), size(shape), 0), shape)
+
+    def diagonal_matrix(self, e):
+        """The square matrix with the vector `e` on its diagonal: sparse, with these elements.
+        Raises ValueError if `e` is no vector."""
+        if self.w.operand(e).nd != 1:
+            raise ValueError("a vector is needed, not the shape %s" % list(e.shape))
+        (n,) = e.shape
+        checked_shape([n, n])
+        with self.r.undone_on_error():
+            h = self.w.share(self.densify(e) if e.hassp else e, [n, n], True)
+        self._write_shape(h)
+        with self.w.section("i64", h.sp_base, n) as places:
+            places[:] = array("q", range(0, n * (n + 1), n + 1))
+        return h
+
     # Parts of an expression.
 
     def slice(self, e, first, last):
         """The elements whose subscript in dimension k is first[k] or more and below last[k], for
         all k. Raises ValueError if that is no box within the shape."""
-        r, w, (first, last, shape) = self.r, self.w, box(operand(e).shape, first, last)
+        r, w, (first, last, shape) = self.r, self.w, box(self.w.operand(e).shape, first, last)
         st, rst = unit_strides(e.nd), unit_strides(e.nd)
         closure(412, e.nd, e.shape_base, st, w.i32)
         ncodeatom, nelem, nnz = closure(413, e.codeptr_base, first, e.hassp, last, e.ncodeatom,
@@ -223,7 +260,7 @@ class Structure:
         """The elements at the linear indexes `idxs` (i64), in their order and as often as they
         stand there, as a dense vector. Raises ValueError if an index lies outside of the shape."""
         r, w, x = self.r, self.w, self.x
-        total = size(operand(e).shape)
+        total = size(self.w.operand(e).shape)
         idxs = converted("i64", idxs, (total,), lambda: zip(idxs))
         if closure(407, idxs, total, False):
             raise outside((total,), zip(idxs))
@@ -259,7 +296,7 @@ class Structure:
     def pick_subscripts(self, e, rows):
         """As `pick`, by rows of subscripts, one for each dimension of `e`. Raises ValueError if a
         row has another length or a subscript lies outside of the shape."""
-        rows, nd, shape = list(rows), operand(e).nd, as_array("i32", e.shape)
+        rows, nd, shape = list(rows), self.w.operand(e).nd, as_array("i32", e.shape)
         table, idxs = subscript_table(shape, rows, len(rows)), zeros("i64", len(rows))
         if table is not None:
             if closure(405, table, nd, shape, False):

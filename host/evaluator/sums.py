@@ -7,9 +7,8 @@ both subscripts are equal.
 """
 
 from ..closures import closure
-from ..data.shapes import within
-from ..data.buffers import LARGEST, as_array, size
-from .stacks import operand
+from ..data.shapes import axis_pair, within
+from ..data.buffers import as_array, require_room, size
 
 
 class Sums:
@@ -21,7 +20,7 @@ class Sums:
         """mul1 * e1 + mul2 * e2, sparse if both are, else dense. Raises ValueError if the shapes
         differ."""
         w, mul1, mul2 = self.w, float(mul1), float(mul2)
-        if operand(e1).shape != operand(e2).shape:
+        if self.w.operand(e1).shape != self.w.operand(e2).shape:
             raise ValueError("a sum needs equal shapes: %s, %s" % (list(e1.shape), list(e2.shape)))
         if e1.hassp and not e2.hassp:
             mul1, e1, mul2, e2 = mul2, e2, mul1, e1
@@ -60,7 +59,7 @@ class Sums:
         """The sum over axis `dim`, which the result doesn't have. A sparse `e` gives a sparse
         result: the elements that one of its elements goes to. Raises ValueError if there is no such
         axis."""
-        operand(e)
+        self.w.operand(e)
         if not within(dim, 0, e.nd - 1):
             raise ValueError("the shape %s has no axis %s" % (list(e.shape), dim))
         shape = e.shape[:dim] + e.shape[dim + 1:]
@@ -110,7 +109,7 @@ class Sums:
         """(e + its transpose) / 2, the transpose exchanging the axes dim1 < dim2; sparse as `e` is.
         Elements of the diagonal stay as they are. Raises ValueError if that is no pair of axes of
         equal extent."""
-        w, (before, n, between, behind) = self.w, axis_pair(operand(e).shape, dim1, dim2)
+        w, (before, n, between, behind) = self.w, axis_pair(self.w.operand(e).shape, dim1, dim2)
         # The result with all terms twice is the largest; a halved term has two atoms more.
         ncodeatom = 2 * e.ncodeatom + 4 * e.nnz if e.ncodeatom > 0 else 0
         require_room(before, between, behind, 2 * e.nelem, 2 * e.nnz, ncodeatom)
@@ -164,7 +163,7 @@ class Sums:
         triangle listed. Raises ValueError if that is no pair of axes of equal extent, or if the
         shape has more than 2^31 - 1 positions."""
         r, w = self.r, self.w
-        before, n, between, behind = axis_pair(operand(e).shape, xdim, ydim)
+        before, n, between, behind = axis_pair(self.w.operand(e).shape, xdim, ydim)
         require_room(before, between, behind, size(e.shape))
         dim, stride = as_array("i32", [1, n, 1, n, 1]), as_array("i32", [0, 0, 0, 0, 1])
         closure(545, dim, e.shape_base, w.i32, xdim)
@@ -187,7 +186,7 @@ class Sums:
         """`e` with the elements off the diagonal of the axes xdim < ydim times `scale`. Raises
         ValueError if that is no pair of axes of equal extent."""
         r, w, scale = self.r, self.w, float(scale)
-        _, n, _, _ = axis_pair(operand(e).shape, xdim, ydim)
+        _, n, _, _ = axis_pair(self.w.operand(e).shape, xdim, ydim)
         ncodeatom = scaled_atoms(e)
         require_room(ncodeatom)
         h = r.reserve_expression(e.shape, e.nelem, e.nnz, ncodeatom, e.hassp)
@@ -211,7 +210,7 @@ class Sums:
     def densify(self, e):
         """`e` with every element stored. Raises ValueError if these are more than 2^31 - 1."""
         r, w = self.r, self.w
-        operand(e)
+        self.w.operand(e)
         require_room(size(e.shape))
         hassp, nelem = closure(554, e.nd, e.hassp, 1, e.shape_base, w.i32)
         h = r.reserve_expression(e.shape, nelem, e.nnz, e.ncodeatom)
@@ -220,17 +219,6 @@ class Sums:
                 h.codeptr_base, h.cof_base, r.f64, r.i32, r.i64, h.nelem, h.nidxs_base, h.ptr_base,
                 h.shape_base, e.shape_base, e.sp_base, w.f64, w.i32, w.i64)
         return h
-
-
-def axis_pair(shape, first, second):
-    """What the axes first < second, of equal extent, make of a shape: the positions before, the
-    extent, the positions between and behind. Else ValueError."""
-    if not (within(second, 0, len(shape) - 1) and within(first, 0, second - 1)
-            and shape[first] == shape[second]):
-        raise ValueError("%s and %s are no ascending axes of equal extent in the shape %s"
-                         % (first, second, list(shape)))
-    before, between, behind = shape[:first], shape[first + 1:second], shape[second + 1:]
-    return size(before), shape[first], size(between), size(behind)
 
 
 def scaled_atoms(e):
@@ -245,10 +233,3 @@ def sum_sizes(operands):
     ncodeatom = sum(scaled_atoms(e) or e.nnz for e in operands) if coded else 0
     require_room(nnz, ncodeatom)
     return nnz, ncodeatom
-
-
-def require_room(*counts):
-    """ValueError if a count of positions, elements, terms or atoms doesn't fit 32 bits."""
-    if max(counts) > LARGEST:
-        raise ValueError("an expression can't have %d positions, terms or atoms: the most is %d"
-                         % (max(counts), LARGEST))

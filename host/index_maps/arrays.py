@@ -4,9 +4,9 @@ elements, boxes and ranges; and the bounds of a matrix, which come in several fo
 from math import inf
 
 from ..closures import closure
-from ..data.constants import linear_indexes, rank2
+from ..data.entries import linear_indexes, rank2
 from ..data.matrices import DenseMatrix, SparseMatrix
-from ..data.shapes import box, checked_shape, stored_places, strides
+from ..data.shapes import box, checked_shape, position, stored_places, strides
 from ..data.buffers import as_array, size, zeros
 from .variables import Variable
 
@@ -121,11 +121,3 @@ def common_shape(form, lower, upper):
         if form is SparseMatrix:
             m.test()
     return shapes[0]
-
-
-def position(shape, linear):
-    """The subscripts at a linear index of the shape (i32)."""
-    subscripts = zeros("i32", len(shape))
-    if len(shape) > 0:
-        closure(272, linear, subscripts, shape)
-    return tuple(subscripts)

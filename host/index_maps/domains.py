@@ -4,9 +4,8 @@ import math
 from array import array
 
 from ..closures import closure
-from ..model.linear import each
-from ..data.buffers import as_array, size, zeros
-from ..evaluator.sums import require_room
+from ..data.bounds import sides
+from ..data.buffers import as_array, require_room, size, zeros
 
 
 def table(shape, subscripts):
@@ -55,9 +54,7 @@ def bounds(shape, lower, upper, subscripts=None):
     scalar = not listed and all(isinstance(side, (int, float)) for side in (lower, upper))
     count = 1 if scalar else len(subscripts) if listed else n
     midxs = table(shape, subscripts) if listed else None
-    lower, upper = each(lower, count), each(upper, count)
-    if not all(l < math.inf and u > -math.inf for l, u in zip(lower, upper)):
-        raise ValueError("a bound is not a finite number")
+    lower, upper = sides(lower, upper, () if scalar else [count] if listed else shape)
     if n > 0:
         closure(82, bl, bu, listed, lower, scalar, midxs, upper, len(shape), n,
                 as_array("i32", shape), 0)

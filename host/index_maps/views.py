@@ -11,10 +11,10 @@ from itertools import compress, count
 from math import isqrt
 
 from ..closures import closure
-from ..data.constants import linear_indexes
-from ..data.shapes import box, checked_shape, require_dimension, strides, unit_strides, within
+from ..data.entries import linear_indexes, outside
+from ..data.shapes import (axis_pair, box, checked_shape, require_dimension, strides,
+                           unit_strides, within)
 from ..data.buffers import LARGEST, as_array, size, zeros
-from ..evaluator.sums import axis_pair
 
 
 class Views:
@@ -60,16 +60,39 @@ class VariableViews(Views):
 
     def pick(self, rows):
         """The elements at these rows of subscripts, as a vector in their order."""
-        places = linear_indexes(self.shape, rows, len(rows))
+        return self.take(linear_indexes(self.shape, rows, len(rows)))
+
+    def take(self, places):
+        """The elements at these linear indexes (i64), as a vector in their order and as often as
+        they stand there."""
+        places, total = as_array("i64", places), size(self.shape)
+        if closure(407, places, total, False):
+            raise outside((total,), zip(places))
         if self.sparsity is None:
-            idxs = zeros("i64", len(rows))
-            closure(165, len(rows), idxs, places, self.nativeidxs)
-            return self._view([len(rows)], idxs)
+            idxs = zeros("i64", len(places))
+            closure(165, len(places), idxs, places, self.nativeidxs)
+            return self._view([len(places)], idxs)
         stored = dict(zip(self.sparsity, self.nativeidxs))
         hits = [(k, stored[place]) for k, place in enumerate(places) if place in stored]
-        return self._view([len(rows)], [native for _, native in hits], [k for k, _ in hits])
+        return self._view([len(places)], [native for _, native in hits], [k for k, _ in hits])
 
-    # The order of dimensions.
+    # Other shapes and orders of dimensions.
+
+    def reshape(self, shape):
+        """The same elements, in row-major order, in a shape of as many positions."""
+        if size(checked_shape(shape)) != size(self.shape):
+            raise ValueError("the shape %s can't become %s" % (list(self.shape), list(shape)))
+        return self._view(shape, self.nativeidxs, self.sparsity)
+
+    def spread(self, shape):
+        """The only element in each position of the shape."""
+        if size(self.shape) != 1:
+            raise ValueError("one element is needed, not the shape %s" % list(self.shape))
+        count = size(checked_shape(shape))
+        require_fit(count)
+        if len(self) == 0:
+            return self._view(shape, [], [])
+        return self._view(shape, self.nativeidxs * count)
 
     def transpose(self):
         """The transposed matrix."""
@@ -232,50 +255,6 @@ class VariableViews(Views):
     def _lists(self, n):
         """Room for `n` native indexes, and for their pattern if this is sparse, else None."""
         return zeros("i64", n), None if self.sparsity is None else zeros("i64", n)
-
-
-class ConstraintViews(Views):
-    """The views of a Constraint, which is always dense. Each raises ValueError if it isn't one of
-    this shape."""
-
-    def slice(self, first, last):
-        """The box of positions from `first` up to but not including `last`, one entry of each list
-        per dimension."""
-        first, last, shape = box(self.shape, first, last)
-        nd, own = len(shape), as_array("i32", self.shape)
-        if nd == 0:
-            return self._view(shape, self.nativeidxs)
-        n = closure(259, first, last, nd, 1)
-        codes = zeros("i32", n)
-        closure(260, self.nativeidxs, first, last, nd, own, codes, n)
-        return self._view(shape, codes)
-
-    def pick(self, rows):
-        """The rows of the elements at these rows of subscripts, as a vector in their order."""
-        places = linear_indexes(self.shape, rows, len(rows))
-        return self._view([len(rows)], as_array("i32", map(self.nativeidxs.__getitem__, places)))
-
-    def element(self, *subscripts):
-        """The row of one element, as a constraint without dimensions."""
-        return self._view((), self.pick([subscripts]).nativeidxs)
-
-    def _view(self, shape, codes):
-        return type(self)(shape, codes).among([self])
-
-    @classmethod
-    def stack(cls, constraints):
-        """Constraints of one shape, side by side in a new last dimension."""
-        constraints = list(constraints)
-        n, shapes = len(constraints), {tuple(c.shape) for c in constraints}
-        if len(shapes) != 1:
-            raise ValueError("a stack needs constraints of one shape: %s"
-                             % ", ".join(str(list(shape)) for shape in sorted(shapes)))
-        codes = zeros("i32", n * len(constraints[0].nativeidxs))
-        # Closure 256 does this at once, from an array of arrays, which only NumPy makes.
-        for k, constraint in enumerate(constraints):
-            with memoryview(codes)[k::n] as places:
-                closure(325, places, constraint.nativeidxs, 0)
-        return cls((*shapes.pop(), n), codes).among(constraints)
 
 
 # The chains of a stack: the lists of its parts to that of the stack of this shape.
