@@ -5,6 +5,8 @@ from __future__ import annotations
 from typing import Dict, FrozenSet, Iterable, Optional, Type
 
 from .adapter import Adapter, Options, SolverError
+from .csdp import Csdp
+from .cvxopt_adapter import Cvxopt
 from .glpk import Glpk
 from .problem import Cone, Forms, Problem, Solution
 
@@ -12,7 +14,7 @@ __all__ = ["Adapter", "Cone", "Forms", "Options", "Problem", "Solution", "SOLVER
            "choose"]
 
 # The first one that takes what a model needs is taken.
-SOLVERS: Dict[str, Type[Adapter]] = {solver.name: solver for solver in (Glpk,)}
+SOLVERS: Dict[str, Type[Adapter]] = {solver.name: solver for solver in (Glpk, Csdp, Cvxopt)}
 
 
 def choose(needs: Iterable[str], named: Optional[str] = None) -> Type[Adapter]:
