@@ -28,7 +28,7 @@ import math
 import sys
 
 from .closures import load
-from .solvers.glpk import SolverError
+from .solvers.adapter import SolverError
 from .demo.linear import LinearRoads, MatrixRoads
 from .demo.progress import progress
 from .formats.sdpa import FormatError

@@ -11,7 +11,7 @@ from unittest import mock
 import host
 from host.evaluator import stacks
 from host.evaluator.expressions import Evaluator
-from host.solvers.glpk import Problem, SolverError
+from host.solvers.old_glpk import Problem, SolverError
 from host.index_maps.arrays import IndexArray
 from host.data.matrices import DenseMatrix, SparseMatrix
 from host.model.linear import Constraint, Model

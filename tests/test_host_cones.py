@@ -5,7 +5,7 @@ import random
 import unittest
 from math import inf, nan, sqrt
 
-from host.solvers import csdp, cvxopt_adapter, glpk
+from host.solvers import csdp, cvxopt_adapter, old_glpk as glpk
 from host.model.conic import ConicModel
 from host.data.matrices import DenseMatrix, SparseMatrix
 

@@ -13,7 +13,7 @@ from math import inf
 from host.data.bounds import each, sides
 from host.data.constants import constant
 from host.data.entries import sorting_permutation
-from host.solvers.glpk import Problem
+from host.solvers.old_glpk import Problem
 from host.data.matrices import DenseMatrix, SparseMatrix
 from host.model.linear import Model
 from host.evaluator.products import SparseTensor

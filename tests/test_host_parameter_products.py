@@ -6,7 +6,7 @@ from unittest import mock
 from host.data import buffers
 from host.evaluator import copies
 from host.index_maps.arrays import IndexArray
-from host.solvers.glpk import Problem
+from host.solvers.old_glpk import Problem
 from host.data.matrices import DenseMatrix
 from host.model.linear import Model
 from host_support import DemoCase, Evaluator

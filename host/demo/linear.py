@@ -15,7 +15,7 @@ from array import array
 from dataclasses import dataclass
 
 from .comparison import Outcome, Roads, Tolerances, count
-from ..solvers.glpk import Problem
+from ..solvers.old_glpk import Problem
 from ..data.matrices import DenseMatrix
 from ..model.linear import Constraint, Model, Parameter, ParameterArray
 from ..evaluator.products import SparseTensor

@@ -1,15 +1,19 @@
-"""Affine rows of a native model with semidefinite variables, from finished expressions."""
+"""Affine rows of a native model, from finished expressions: what is a number in them as Forms, what
+depends on parameters in a row store."""
+
+from __future__ import annotations
 
 import itertools
 import operator
 from array import array
+from typing import Any, Iterable, List, Sequence
 
 from ..closures import closure
-from ..solvers.problem import Forms
-from .linear import all_finite
-from .row_store import RowStore
 from ..data.buffers import zeros
+from ..evaluator.stacks import Expression, Stack
 from ..index_maps.variables import Variable
+from ..solvers.problem import Forms
+from .row_store import RowStore
 
 
 class ElementTables:
@@ -18,15 +22,15 @@ class ElementTables:
     were added together: `ptr`, its first entry. All i32. In an expression, entry k has the variable
     index ~k."""
 
-    def __init__(self):
+    def __init__(self) -> None:
         self.barj, self.i, self.j, self.dim = (array("i") for _ in range(4))
         self.ptr = array("i", [0])
 
-    def __len__(self):
+    def __len__(self) -> int:
         """The number of entries."""
         return len(self.barj)
 
-    def add(self, count, dim):
+    def add(self, count: int, dim: int) -> Variable:
         """`count` matrices of that dimension, as a variable of shape (count, dim, dim)."""
         block, n, first = len(self.ptr) - 1, count * dim * (dim + 1) // 2, len(self.dim)
         for table in (self.barj, self.i, self.j):
@@ -40,74 +44,87 @@ class ElementTables:
         return Variable([count, dim, dim], squares)
 
 
-def split(tables, w, e):
-    """The elements of the finished expression `e` on the stack `w`, as Forms."""
+def split(tables: ElementTables, w: Stack, e: Expression) -> Forms:
+    """The elements of the finished expression `e` on the stack `w`, as Forms. Raises ValueError if
+    a number in it is not finite."""
     n, at = e.nelem, (e.nidxs_base, e.ptr_base, w.i32, w.i64)
     nmat, nlin, nz = closure(75, 0, tables.barj, 0, n, *at, 0)
     offset, ptrb, subj, cof = (zeros("f64", n), zeros("i32", n + 1), zeros("i32", nlin),
                                zeros("f64", nlin))
     closure(76, offset, cof, e.cof_base, n, e.nidxs_base, e.ptr_base, ptrb, w.f64, w.i32, w.i64,
             subj)
-    ptr, matnnz = zeros("i32", n + 1), zeros("i64", nmat)
-    barsubj, matdim = zeros("i32", nmat), zeros("i32", nmat)
-    matsubi, matsubj, matcof = zeros("i32", nz), zeros("i32", nz), zeros("f64", nz)
-    closure(77, 0, 0, barsubj, tables.barj, tables.i, tables.j, tables.dim, e.cof_base, matcof,
-            matdim, matnnz, matsubi, matsubj, e.nidxs_base, n, ptr, e.ptr_base, w.f64, w.i32, w.i64)
-    counts = lambda pointers: map(operator.sub, pointers[1:], pointers)
-    return Forms(offset, repeated(range(n), counts(ptrb)), subj, cof,
-                 repeated(repeated(range(n), counts(ptr)), matnnz), repeated(barsubj, matnnz),
-                 matsubi, matsubj, matcof)
+    forms = Forms(offset, owners(ptrb), subj, cof, *(array(kind) for kind in "iiiid"))
+    if nmat > 0:
+        ptr, matnnz = zeros("i32", n + 1), zeros("i64", nmat)
+        barsubj, matdim = zeros("i32", nmat), zeros("i32", nmat)
+        matsubi, matsubj, matcof = zeros("i32", nz), zeros("i32", nz), zeros("f64", nz)
+        closure(77, 0, 0, barsubj, tables.barj, tables.i, tables.j, tables.dim, e.cof_base, matcof,
+                matdim, matnnz, matsubi, matsubj, e.nidxs_base, n, ptr, e.ptr_base, w.f64, w.i32,
+                w.i64)
+        forms.barsubi = repeated(owners(ptr), matnnz)
+        forms.barsubj = repeated(barsubj, matnnz)
+        forms.matsubi, forms.matsubj, forms.matcof = matsubi, matsubj, matcof
+    if not (all_finite(offset) and all_finite(cof) and all_finite(forms.matcof)):
+        raise ValueError("a coefficient is not finite")
+    return forms
 
 
-def repeated(values, counts):
+def owners(ptr: Sequence[int]) -> Any:
+    """For each entry the row (i32) that it stands in, from where each row begins."""
+    return repeated(range(len(ptr) - 1), map(operator.sub, ptr[1:], ptr))
+
+
+def repeated(values: Iterable[int], counts: Iterable[int]) -> Any:
     """Each value (i32) as often as its count says."""
     return array("i", itertools.chain.from_iterable(map(itertools.repeat, values, counts)))
 
 
-class AffineRows:
-    """Rows that are elements of expressions. What is a number stands in `fixed`, what depends on
-    parameters in a row store."""
+def all_finite(values: Any) -> bool:
+    """Whether no number of the list (f64) is infinite or NaN."""
+    differences = zeros("f64", len(values))
+    closure(23, len(values), values, values, differences)
+    view = memoryview(differences)
+    return bool(view == view)  # each is 0.0, or NaN, which is not equal to itself
 
-    def __init__(self, tables):
-        self._tables, self.fixed, self._store = tables, Forms.zero(0), RowStore()
 
-    def __len__(self):
-        return len(self.fixed)
+def stored_rows(w: Stack, e: Expression, rows: Any) -> Any:
+    """The rows (i32) of those elements of `e` that are stored, from those of all elements."""
+    if not e.hassp:
+        return rows
+    with w.section("i64", e.sp_base, e.nelem) as sp:
+        return array("i", map(rows.__getitem__, sp))
 
-    def add(self, count):
-        """Appends `count` zero rows; returns the number of the first."""
-        first = len(self)
-        self.fixed.offset.extend(zeros("f64", count))
-        self._store.add_rows(count)
-        return first
 
-    def write(self, w, e, forms, rows):
-        """Zero row rows[k] (i32) becomes element k of the finished expression `e` on the stack `w`,
-        whose numbers are the `forms`."""
-        self.fixed.add(forms, rows)
-        self._store.store(w, e, rows)
+def evaluated(store: RowStore, param_value: Any, x: Stack) -> Any:
+    """The (row, variable, value) triplets of a row store for these parameter values. Raises
+    OverflowError if they are not finite."""
+    if store.entry_used == 0:
+        return array("i"), array("i"), array("d")
+    triplets = store.evaluate(param_value, x)
+    if not all_finite(triplets[2]):
+        raise OverflowError("a coefficient is not finite for the present parameter values")
+    return triplets
 
-    def forms(self, param_value, x):
-        """The rows for these parameter values. Raises OverflowError if they are not finite."""
-        if self._store.entry_used == 0:
-            return self.fixed
-        subi, subj, val = self._store.evaluate(param_value, x)
-        if not all_finite(val):
-            raise OverflowError("a coefficient is not finite for the present parameter values")
-        forms = self.fixed.copy()
-        for i, j, v in zip(subi, subj, val):
-            if j == 0:
-                forms.offset[i] += v
-        scalar, matrix = [j > 0 for j in subj], [j < 0 for j in subj]
-        select = lambda kind, values, chosen: array(kind, itertools.compress(values, chosen))
-        forms.subi.extend(itertools.compress(subi, scalar))
-        forms.subj.extend(itertools.compress(subj, scalar))
-        forms.cof.extend(itertools.compress(val, scalar))
-        nidxs, cof = select("q", subj, matrix), select("d", val, matrix)
-        n, t = len(cof), self._tables
-        entries = zeros("i32", n), zeros("i32", n), zeros("i32", n), zeros("f64", n)
-        closure(48, t.barj, t.i, t.j, 0, 0, n, cof, nidxs, *entries)
-        forms.barsubi.extend(itertools.compress(subi, matrix))
-        for name, values in zip(("barsubj", "matsubi", "matsubj", "matcof"), entries):
-            getattr(forms, name).extend(values)
+
+def with_terms(forms: Forms, subi: Any, subj: Any, val: Any, tables: ElementTables) -> Forms:
+    """The forms with the terms of triplets beside their own; variable 0 is the constant, and ~k
+    entry k of the semidefinite variables."""
+    if len(val) == 0:
         return forms
+    forms = forms.copy()
+    for i, j, v in zip(subi, subj, val):
+        if j == 0:
+            forms.offset[i] += v
+    scalar, matrix = [j > 0 for j in subj], [j < 0 for j in subj]
+    forms.subi.extend(itertools.compress(subi, scalar))
+    forms.subj.extend(itertools.compress(subj, scalar))
+    forms.cof.extend(itertools.compress(val, scalar))
+    nidxs = array("q", itertools.compress(subj, matrix))
+    cof = array("d", itertools.compress(val, matrix))
+    n = len(cof)
+    entries: List[Any] = [*(zeros("i32", n) for _ in range(3)), zeros("f64", n)]
+    closure(48, tables.barj, tables.i, tables.j, 0, 0, n, cof, nidxs, *entries)
+    forms.barsubi.extend(itertools.compress(subi, matrix))
+    for name, values in zip(("barsubj", "matsubi", "matsubj", "matcof"), entries):
+        getattr(forms, name).extend(values)
+    return forms

@@ -1,11 +1,17 @@
 """Cones over one or two dimensions of an expression: their layouts, and the tables that tie each
 element to its place in a cone."""
 
+from __future__ import annotations
+
 from array import array
+from typing import Any, List, Union
 
 from ..closures import closure
-from ..solvers.problem import OFF_DIAGONAL, SEMIDEFINITE, Cone
 from ..data.buffers import as_array, size, zeros
+from ..evaluator.stacks import Expression, Stack
+from ..solvers.problem import OFF_DIAGONAL, SEMIDEFINITE, Cone, Forms
+from .affine_rows import stored_rows
+from .row_store import RowStore
 
 
 def numbers(first, count):
@@ -27,19 +33,11 @@ class QuadraticLayout:
         self._split = shape[dim], closure(57, dim, 1, extents), closure(58, dim, 1, nd, extents)
         self.count = self._elements // self.size if self.size else 0
 
-    def gather(self, elements):
-        """A list (i32), one entry for each element, in the order of the slots."""
+    def slots(self):
+        """The slot (i32) of each element."""
         result = zeros("i32", self._elements)
-        closure(59, *self._split, elements, 0, result)
+        closure(96, *self._split, 0, None, 0, None, result)
         return result
-
-    def slots(self, first, elements):
-        """The slot (i32) of each element, if the first is slot `first`, and numbers (f64) of the
-        elements in the order of the slots."""
-        result, moved = zeros("i32", self._elements), zeros("f64", self._elements)
-        closure(96, *self._split, self._elements, moved, 0, elements, result)
-        closure(96, *self._split, 0, None, first, None, result)
-        return result, moved
 
 
 class SemidefiniteLayout:
@@ -59,18 +57,10 @@ class SemidefiniteLayout:
                        closure(85, dim1, dim2, 1, extents), self.dim,
                        closure(86, dim2, 1, nd, extents))
 
-    def gather(self, triangle):
-        """A list (i32), one entry for each element on or below the diagonal, in the order of the
-        slots."""
-        result = zeros("i32", self.count * self.size)
-        closure(88, triangle, result, self.size, *self._split, 0, False)
-        return result
-
-    def spread(self, slots):
-        """A list (i32) in the order of the slots, for each element the entry of its slot: (i, j)
-        and (j, i) have the same."""
+    def slots(self):
+        """The slot (i32) of each element: (i, j) and (j, i) have the same."""
         result = zeros("i32", self._elements)
-        closure(89, slots, self.size, *self._split, result, False)
+        closure(89, numbers(0, self.count * self.size), self.size, *self._split, result, False)
         return result
 
     def set_scale(self, table, slots):
@@ -78,39 +68,41 @@ class SemidefiniteLayout:
         closure(87, table, slots, *self._split, 0, 1.0 / OFF_DIAGONAL)
 
 
-class ConeTables:
-    """The cones of a model. Conic row k is slot k: slots are numbered cone by cone.
+Layout = Union[QuadraticLayout, SemidefiniteLayout]
 
-    By slot: `accafeidxs` and `accb`, the affine row that it is and the constant that goes off; as a
-    conic row `accid`, `ofs`, `afe` and `scale`, its cone, its place there, its affine row, and the
-    factor that turns its value into that of its element. By cone: `accptr`, its first slot.
-    """
 
-    def __init__(self):
-        self.cones, self.accptr = [], array("i")
-        self.accafeidxs, self.accb = array("i"), array("d")
-        self.accid, self.ofs, self.afe = (array("i") for _ in range(3))
-        self.scale = array("d")
+class Cones:
+    """The cones that one constraint makes. Their slots are numbered from 0 on, cone by cone: `forms`
+    has the numbers of each and `store` the programs. By slot: `accid`, `ofs` and `scale`, its cone,
+    its place there, and the factor that turns its value into that of its element. By cone:
+    `accptr`, its first slot."""
 
-    def __len__(self):
-        """The number of slots."""
-        return len(self.accb)
-
-    def add(self, kind, layout, afeidxs, constants):
-        """The cones of a layout, over affine rows and constants in the order of the slots."""
-        first, n = len(self), len(afeidxs)
-        accidxs, aconidxs = numbers(len(self.cones), layout.count), numbers(first, n)
-        for table in (self.accafeidxs, self.accid, self.ofs, self.afe):
-            table.extend(zeros("i32", n))
-        for table in (self.accb, self.scale):
-            table.extend(zeros("f64", n))
-        closure(2, self.accafeidxs, self.accb, afeidxs, 0, first, constants, n)
-        closure(4, accidxs, self.accid, self.afe, self.ofs, self.scale, aconidxs, afeidxs,
+    def __init__(self, kind: str, layout: Layout) -> None:
+        self.kind, self.layout, n = kind, layout, layout.count * layout.size
+        self.accid, self.ofs, afe = (zeros("i32", n) for _ in range(3))
+        self.scale, slots = zeros("f64", n), numbers(0, n)
+        closure(4, numbers(0, layout.count), self.accid, afe, self.ofs, self.scale, slots, slots,
                 layout.size, layout.count)
         if kind == SEMIDEFINITE:
-            layout.set_scale(self.scale, aconidxs)
-        dim = layout.dim if kind == SEMIDEFINITE else 0
-        for k in range(layout.count):
-            self.accptr.append(first + k * layout.size)
-            self.cones.append(Cone(kind, first + k * layout.size, layout.size, dim))
-        return aconidxs
+            layout.set_scale(self.scale, slots)
+        self.accptr = array("i", range(0, n, layout.size) if n > 0 else ())
+        self.forms, self.store = Forms.zero(n), RowStore()
+        self.store.add_rows(n)
+        self.first = 0  # its first slot in the problem that was handed over at last
+
+    def __len__(self) -> int:
+        """The number of slots."""
+        return len(self.scale)
+
+    def write(self, w: Stack, e: Expression, forms: Forms, slots: Any) -> None:
+        """The slots get the elements of the finished expression `e`, whose numbers are `forms`."""
+        stored = stored_rows(w, e, slots)
+        self.forms.add(forms, stored)
+        self.store.store(w, e, stored)
+
+    def cones(self, first: int) -> List[Cone]:
+        """The cones, if the first slot is that one."""
+        self.first, layout = first, self.layout
+        dim = layout.dim if self.kind == SEMIDEFINITE else 0
+        return [Cone(self.kind, first + k * layout.size, layout.size, dim)
+                for k in range(layout.count)]

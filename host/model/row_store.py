@@ -66,11 +66,10 @@ class RowStore:
         begins = itertools.chain([0], ends)
         return [span for span in zip(itertools.count(), begins, ends) if span[1] < span[2]]
 
-    def holds(self, variables):
-        """Whether one of a set of variables has an entry in some row."""
-        return self.entry_used > 0 and not all(
-            variables.isdisjoint(self.param_varidx[b:e])
-            for b, e in zip(self.row_param_ptrb, self.row_param_ptre))
+    def variables(self):
+        """The variables that have an entry in some row."""
+        return set(itertools.chain.from_iterable(
+            self.param_varidx[b:e] for b, e in zip(self.row_param_ptrb, self.row_param_ptre)))
 
     def _make_room(self, nparam, natom):
         if self.code_top > 2 * self.code_used and self.code_top + natom > len(self.code):

@@ -1,188 +1,154 @@
-"""CVXOPT as the native solver of conic problems, which takes linear, quadratic and semidefinite
-cones as they are. It is there where the interpreter has the package: on Debian, the system's
-Python with python3-cvxopt.
+"""CVXOPT as a solver of conic problems, which takes the pairs of `forms` as they are. It is there
+where the interpreter has the package: on Debian, the system's Python with python3-cvxopt.
 """
 
-import math
+from __future__ import annotations
+
+import contextlib
+import io
 import time
-from array import array
+from typing import Any, Dict, List, Optional, Tuple
 
-from .problem import OFF_DIAGONAL, QUADRATIC, ConicSolution, triangle
-from .glpk import SolverError
-from ..data.buffers import zeros
+from .adapter import Adapter, Options, SolverError
+from .forms import FIRST, LINEAR, SECOND, Found, Pair, solve
+from .problem import (INACCURATE, LIMIT, OFF_DIAGONAL, OPTIMAL, QUADRATIC, SEMIDEFINITE, Problem,
+                      Solution, triangle)
 
-STATUSES = {"optimal": "optimal", "primal infeasible": "infeasible", "dual infeasible": "unbounded"}
-OPTIONS = {"show_progress": False, "abstol": 1e-8, "reltol": 1e-8, "feastol": 1e-8}
-
-
-def package():
-    """The package. Raises SolverError if it is missing."""
-    try:
-        import cvxopt.solvers
-    except ImportError as error:
-        raise SolverError("CVXOPT is missing (%s); on Debian: apt-get install python3-cvxopt, for "
-                          "the system's python3" % error) from None
-    return cvxopt
+STATUSES = {"optimal": OPTIMAL, "primal infeasible": FIRST, "dual infeasible": SECOND}
+ACCURACY = 1e-8  # aimed at
+LETTERS = ((LINEAR, "l"), (QUADRATIC, "q"), (SEMIDEFINITE, "s"))  # the order of its cones
+ENOUGH = 1e-4  # of the errors of what is still worth telling
+ERRORS = ("primal infeasibility", "dual infeasibility", "relative gap")
 
 
-class Cvxopt:
-    """The back end. `seconds` adds up the time that it spent solving."""
+class TimeIsUp(Exception):
+    """The clock has shown the end before the solver had a result."""
 
-    def __init__(self):
-        self._cvxopt = package()
-        self.seconds = 0.0
 
-    def solve(self, problem):
-        """The ConicSolution of a ConicProblem. Raises SolverError if the solver gives up."""
-        t = _Translation(problem)
-        arguments = t.arguments(self._cvxopt)
-        start = time.perf_counter()
+class Cvxopt(Adapter):
+    name, takes = "cvxopt", frozenset({"linear", "quadratic", "semidefinite"})
+
+    def __init__(self) -> None:
+        self._problem: Optional[Problem] = None
+
+    @staticmethod
+    def missing() -> Optional[str]:
         try:
-            found = self._cvxopt.solvers.conelp(*arguments, options=OPTIONS)
-        except (ValueError, ArithmeticError) as error:
-            raise SolverError("CVXOPT gave up: %s" % error) from None
-        finally:
-            self.seconds += time.perf_counter() - start
-        if found["status"] not in STATUSES:
-            raise SolverError("CVXOPT gave up: the status is %s" % found["status"])
-        status = STATUSES[found["status"]]
-        if status == "optimal" and not t.unbounded:
-            return t.solution(found)
-        return ConicSolution("unbounded" if status == "optimal" else status)
+            import cvxopt.solvers  # noqa: F401
+        except ImportError as error:
+            return ("CVXOPT is missing (%s); on Debian: apt-get install python3-cvxopt, for the "
+                    "system's python3" % error)
+        return None
+
+    def load(self, problem: Problem) -> None:
+        if any(problem.integer):
+            raise SolverError("cvxopt doesn't take integer columns")
+        self._problem = problem
+
+    def solve(self, options: Options) -> Solution:
+        missing = self.missing()
+        if missing is not None or self._problem is None:
+            raise SolverError(missing or "CVXOPT has no problem yet: it has to be loaded")
+        start = time.perf_counter()
+        end = time.monotonic() + min(options.seconds, 1e9)
+        try:
+            solution = solve(self._problem, options, lambda pair: solve_pair(pair, options, end))
+        except TimeIsUp:
+            solution = Solution(LIMIT, "the time limit is reached")
+        solution.seconds = time.perf_counter() - start
+        return solution
 
 
-class _Rows:
-    """A sparse matrix and a right-hand side in the making."""
+def solve_pair(pair: Pair, options: Options, end: float) -> Found:
+    """The solution of a pair. Raises TimeIsUp if the clock shows `end` before, and SolverError if
+    the solver fails."""
+    import cvxopt.misc
+    import cvxopt.solvers
 
-    def __init__(self):
-        self.i, self.j, self.value, self.side = [], [], [], []
+    order, dims = ordered(pair)
+    c = cvxopt.matrix(pair.c, (len(pair.c), 1), "d")
+    G, h = sparse([({k: -v * scale for k, v in pair.F[row].items()}, pair.h[row] * scale)
+                   for row, scale in order], len(pair.c))
+    A, b = sparse(list(zip(pair.A, pair.b)), len(pair.c))
+    factor = cvxopt.misc.kkt_chol(G, dims, A)
 
-    def append(self, terms, side, factor=1.0):
-        """A row with these (column, value), all times the factor. Returns its number."""
-        for j, value in terms:
-            self.i.append(len(self.side))
-            self.j.append(j)
-            self.value.append(factor * value)
-        self.side.append(factor * side)
-        return len(self.side) - 1
+    def in_time(W: Any) -> Any:
+        if time.monotonic() > end:
+            raise TimeIsUp
+        return factor(W)
 
-    def matrices(self, cvxopt, columns):
-        shape = len(self.side), columns
-        return (cvxopt.spmatrix(self.value, self.i, self.j, shape, "d"),
-                cvxopt.matrix(self.side, (len(self.side), 1), "d"))
+    accuracy = dict.fromkeys(("abstol", "reltol", "feastol"), ACCURACY)
+    output = Lines(options)
+    try:
+        with contextlib.redirect_stdout(output):
+            found = cvxopt.solvers.conelp(c, G, h, dims, A, b, kktsolver=in_time, options={
+                "show_progress": options.log is not None, **accuracy})
+    except (ValueError, ArithmeticError) as error:
+        raise SolverError("CVXOPT failed: %s" % error) from None
+    words = "%s after %d iterations" % (found["status"], found["iterations"])
+    return Found(status_of(found), words, list(found["x"] or ()), *(
+        back(pair, order, found[name]) for name in "sz"), [-y for y in found["y"] or ()])
 
 
-class _Translation:
-    """A ConicProblem in the solver's form: minimise c'z so that G z + s = h with s in cones, and
-    A z = b. Here z are the columns, and behind them the entries of the semidefinite variables."""
+def status_of(found: Dict[str, Any]) -> str:
+    """As in Found. Raises SolverError if the solver came nowhere."""
+    status = STATUSES.get(found["status"])
+    if status is not None:
+        return status
+    if all(found[name] is not None and found[name] < ENOUGH for name in ERRORS):
+        return INACCURATE
+    raise SolverError("CVXOPT failed: the status is %s after %d iterations"
+                      % (found["status"], found["iterations"]))
 
-    def __init__(self, problem):
-        p = self.problem = problem
-        self.sign = -1.0 if p.maximize else 1.0
-        self.columns = self.count = len(p.column_lower) - 1
-        self.place = {}  # in z, of the entries of the semidefinite variables
-        for n, d in enumerate(p.dims):
-            for i, j in triangle(d):
-                self.place[n, i, j] = self.count
-                self.count += 1
-        rows, self.slots = self._terms(p.rows), self._terms(p.slots)
-        self.rows, self.G, self.A = rows, _Rows(), _Rows()
-        units = [[], *([(j, 1.0)] for j in range(self.columns))]
-        self.column_bounds = self._bound(units, zeros("f64", len(units)), p.column_lower,
-                                         p.column_upper)
-        self.row_bounds = self._bound(rows, p.rows.offset, p.row_lower, p.row_upper)
-        self.dims = {"l": len(self.G.side), "q": [], "s": []}
-        self.slot_rows, self.weight = [0] * len(self.slots), [1.0] * len(self.slots)
-        for cone in sorted(p.cones, key=lambda cone: cone.kind != QUADRATIC):
-            self._add_cone(cone)
-        self.entry_rows = [row for n, d in enumerate(p.dims) for row in self._add_matrix(
-            d, {(i, j): ([(self.place[n, i, j], 1.0)], 0.0) for i, j in triangle(d)})]
-        # The solver asks for a cone, and for each column to be in a row.
-        if not self.G.side:
-            self.dims["l"] += 1
-            self.G.append([], 1.0)
-        loose = set(range(self.count)).difference(self.G.j, self.A.j)
-        for j in loose:
-            self.A.append([(j, 1.0)], 0.0)
-        self.unbounded = any(j in loose and value for j, value in rows[0])
 
-    def _terms(self, forms):
-        """By form its (column of z, value)."""
-        result = [[] for _ in range(len(forms))]
-        for i, j, value in zip(forms.subi, forms.subj, forms.cof):
-            result[i].append((j - 1, value))
-        for i, n, k, l, value in zip(forms.barsubi, forms.barsubj, forms.matsubi, forms.matsubj,
-                                     forms.matcof):
-            result[i].append((self.place[n, k, l], value if k == l else 2.0 * value))
-        return result
+def ordered(pair: Pair) -> Tuple[List[Tuple[int, float]], Dict[str, Any]]:
+    """The rows of K in the solver's order, each with the factor that it has there, and the cones.
+    It takes matrices whole, column by column."""
+    order: List[Tuple[int, float]] = []
+    dims: Dict[str, Any] = {"l": 0, "q": [], "s": []}
+    for wanted, letter in LETTERS:
+        first = 0
+        for kind, size in pair.blocks:
+            rows = size * (size + 1) // 2 if kind == SEMIDEFINITE else size
+            if kind == wanted == SEMIDEFINITE:
+                number = {place: first + k for k, place in enumerate(triangle(size))}
+                order += [(number[max(i, j), min(i, j)], 1.0 if i == j else 1.0 / OFF_DIAGONAL)
+                          for j in range(size) for i in range(size)]
+            elif kind == wanted:
+                order += [(first + k, 1.0) for k in range(size)]
+            if kind == wanted:
+                dims[letter] += size if kind == LINEAR else [size]
+            first += rows
+    return order, dims
 
-    def _bound(self, forms, offsets, lower, upper):
-        """Keeps all forms but the first between bounds. For each the rows that do it: in A for an
-        equation, and in G for the lower and the upper bound."""
-        result = [(None, None, None)]
-        for terms, offset, l, u in list(zip(forms, offsets, lower, upper))[1:]:
-            if l == u and (terms or l == offset):
-                result.append((self.A.append(terms, l - offset) if terms else None, None, None))
-            else:
-                result.append((
-                    None,
-                    None if l == -math.inf else self.G.append(terms, l - offset, -1.0),
-                    None if u == math.inf else self.G.append(terms, u - offset)))
-        return result
 
-    def _add_cone(self, cone):
-        slots = range(cone.first, cone.first + cone.size)
-        forms = [(self.slots[k], self.problem.slots.offset[k]) for k in slots]
-        if cone.kind == QUADRATIC:
-            self.dims["q"].append(cone.size)
-            rows = [self._add_member(terms, offset) for terms, offset in forms]
-        else:
-            for k, (i, j) in zip(slots, triangle(cone.dim)):
-                self.weight[k] = 1.0 if i == j else OFF_DIAGONAL
-            rows = self._add_matrix(cone.dim, {
-                place: ([(j, value / self.weight[k]) for j, value in terms],
-                        offset / self.weight[k])
-                for k, place, (terms, offset) in zip(slots, triangle(cone.dim), forms)})
-        self.slot_rows[slots.start : slots.stop] = rows
+def back(pair: Pair, order: List[Tuple[int, float]], values: Any) -> List[float]:
+    """By row of K what the solver has in its order, or nothing."""
+    result = [0.0] * len(pair.h) if values is not None else []
+    for (row, scale), value in zip(order, values or ()):
+        result[row] = value / scale
+    return result
 
-    def _add_member(self, terms, offset):
-        return self.G.append(terms, -offset, -1.0)
 
-    def _add_matrix(self, d, entries):
-        """The forms `entries`, by place in the lower triangle, make a semidefinite matrix. Returns
-        the rows of these places; the solver takes the whole matrix."""
-        self.dims["s"].append(d)
-        rows = {(i, j): self._add_member(*entries[max(i, j), min(i, j)])
-                for j in range(d) for i in range(d)}
-        return [rows[place] for place in triangle(d)]
+def sparse(rows: List[Tuple[Dict[int, float], float]], columns: int) -> Tuple[Any, Any]:
+    """A sparse matrix with these (terms, side) as rows, and the sides."""
+    import cvxopt
 
-    def arguments(self, cvxopt):
-        c = cvxopt.matrix(0.0, (self.count, 1))
-        for j, value in self.rows[0]:
-            c[j] += self.sign * value
-        G, h = self.G.matrices(cvxopt, self.count)
-        return c, G, h, self.dims, *self.A.matrices(cvxopt, self.count)
+    i = [k for k, (terms, _) in enumerate(rows) for _ in terms]
+    j = [column for terms, _ in rows for column in terms]
+    values = [value for terms, _ in rows for value in terms.values()]
+    return (cvxopt.spmatrix(values, i, j, (len(rows), columns), "d"),
+            cvxopt.matrix([side for _, side in rows], (len(rows), 1), "d"))
 
-    def solution(self, found):
-        p, n = self.problem, self.columns
-        x, y, z = (list(found[name]) for name in "xyz")
-        value = lambda terms: math.fsum(v * x[j] for j, v in terms)
-        levels = lambda forms, terms: array("d", (
-            offset + value(own) for offset, own in zip(forms.offset, terms)))
-        xc = levels(p.rows, self.rows)
-        return ConicSolution(
-            "optimal", xc[0],
-            array("d", [0.0, *x[:n]]), *self._bound_duals(self.column_bounds, y, z),
-            xc, *self._bound_duals(self.row_bounds, y, z),
-            levels(p.slots, self.slots),
-            array("d", (self.sign * w * z[row] for w, row in zip(self.weight, self.slot_rows))),
-            array("d", x[n:]), array("d", (self.sign * z[row] for row in self.entry_rows)))
 
-    def _bound_duals(self, bounds, y, z):
-        """The duals of all lower and of all upper bounds."""
-        pairs = []
-        for equation, lower, upper in bounds:
-            combined = 0.0 if equation is None else -y[equation]
-            pairs.append((max(combined, 0.0) if lower is None else z[lower],
-                          max(-combined, 0.0) if upper is None else z[upper]))
-        return (array("d", (self.sign * pair[side] for pair in pairs)) for side in (0, 1))
+class Lines(io.TextIOBase):
+    """A file that hands over what is written to it line by line."""
+
+    def __init__(self, options: Options) -> None:
+        self._options, self._rest = options, ""
+
+    def write(self, text: str) -> int:
+        *lines, self._rest = (self._rest + text).split("\n")
+        for line in lines:
+            self._options.tell(line)
+        return len(text)

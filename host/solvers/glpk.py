@@ -1,413 +1,301 @@
-"""GLPK as the native model: a thin adapter to its shared library.
+"""GLPK as a solver of linear and integer models, which changes in place.
 
 Rows and columns count from 1, as the library has them; the row number 0 stands for the objective,
-and the column number 0 for the constant in it. Bounds that are not there are infinite.
-
-The library ends the process when it is misused (an index out of range, for instance) or meets
-numbers that it can't work with. So an adapter passes nothing on unseen, and where the process ends
-all the same, it ends with one line that says why. Nothing else is printed.
+and the column number 0 for the constant in it. Bounds that are not there are infinite. The value of
+a row counts its offset, and its bounds are those of the value.
 """
 
-import ctypes
-import itertools
+from __future__ import annotations
+
 import math
 import os
 import re
-import sys
 import time
 from array import array
-from dataclasses import dataclass
+from typing import Any, Callable, Iterable, List, Optional, Sequence, Set, Tuple, TypeVar
 
-from ..data.assembly import rows_of_entries, transpose_triplets
-from ..data.matrices import SparseMatrix
 from ..data.buffers import zeros
+from .adapter import Adapter, Options, SolverError
+from .glpk_library import Interrupted, Thread, library, thread
+from .glpk_problem import NativeProblem
+from .glpk_solving import Run
+from .problem import FEASIBLE, INFEASIBLE, LIMIT, OPTIMAL, Problem, Solution, split_duals
 
-LIBRARY = "libglpk.so.40"
-
-FREE, LOWER, UPPER, DOUBLE, FIXED = 1, 2, 3, 4, 5  # kinds of bounds
-KINDS = ((FREE, UPPER), (LOWER, DOUBLE))  # by whether there is a lower and an upper bound
 FIXED_MPS, FREE_MPS = 1, 2
-MINIMIZE, MAXIMIZE = 1, 2
-AUTOMATIC_SCALING = 0x80
-BOUNDS_CROSS = 4  # code of the simplex routine
-STATUSES = {4: "infeasible", 5: "optimal", 6: "unbounded"}
 MOST = 100_000_000  # rows or columns
-LARGEST = 1.7976931348623157e308  # stands for an infinite bound
+SMALLEST, GREATEST = 1e-100, 1e100  # of the size of a number other than 0
+NOTHING_LOADED = "GLPK has no problem yet: it has to be loaded"
+ALMOST = 1e-9  # by how much the bound of an integer column may miss a whole number
+
+Result = TypeVar("Result")
 
 
-class SolverError(Exception):
-    """Something that the library can't do; the text is one line for the user."""
+class Glpk(Adapter):
+    """Numbers that the library can't work with are refused before it has them, by SolverError.
+    Where it stops all the same, or doesn't stop when it should, it loses the problem: `loaded`
+    tells whether it has one, and what is not loaded can't be changed or solved."""
 
+    name, takes, in_place, warm = "glpk", frozenset({"linear", "integer"}), True, True
 
-def _prototypes():
-    """Result and arguments of each routine. Those that are called for each column get their
-    arguments in the library's own types, as to convert them takes longer than the rest of a call.
-    """
-    problem, text, whole, real = ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int, ctypes.c_double
-    lists = ctypes.c_void_p
-    return {
-        "create_prob": (problem,),
-        "delete_prob": (None, problem),
-        "copy_prob": (None, problem, problem, whole),
-        "read_mps": (whole, problem, whole, ctypes.c_void_p, text),
-        "get_prob_name": (text, problem),
-        "get_num_rows": (whole, problem),
-        "get_num_cols": (whole, problem),
-        "get_num_nz": (whole, problem),
-        "get_num_int": (whole, problem),
-        "add_rows": (whole, problem, whole),
-        "add_cols": (whole, problem, whole),
-        "get_row_lb": (real,),
-        "get_row_ub": (real,),
-        "get_col_lb": (real,),
-        "get_col_ub": (real,),
-        "set_row_bnds": (None,),
-        "set_col_bnds": (None,),
-        "get_obj_dir": (whole, problem),
-        "set_obj_dir": (None, problem, whole),
-        "get_obj_coef": (real,),
-        "set_obj_coef": (None,),
-        "get_mat_row": (whole, problem, whole, lists, lists),
-        "get_mat_col": (whole,),
-        "set_mat_row": (None, problem, whole, whole, lists, lists),
-        "load_matrix": (None, problem, whole, lists, lists, lists),
-        "scale_prob": (None, problem, whole),
-        "adv_basis": (None, problem, whole),
-        "simplex": (whole, problem, ctypes.c_void_p),
-        "get_status": (whole, problem),
-        "get_obj_val": (real, problem),
-        "get_row_prim": (real,),
-        "get_row_dual": (real,),
-        "get_col_prim": (real,),
-        "get_col_dual": (real,),
-    }
+    def __init__(self) -> None:
+        self._thread: Optional[Thread] = None
+        self._clear()
 
+    def _clear(self) -> None:
+        self._native: Optional[NativeProblem] = None
+        self._offset = zeros("f64", 1)  # by row
+        self._integer = bytearray(1)  # by column
+        self._crossed: Tuple[Set[int], Set[int]] = set(), set()  # rows, columns without room
+        self._maximize = self._has_basis = self._objective_changed = False
 
-class Library:
-    """The routines of the library as attributes, without their prefix. What they would print
-    gathers in `messages`."""
-
-    def __init__(self, name):
-        try:
-            library = ctypes.CDLL(name)
-        except OSError:
-            raise SolverError("GLPK is missing: %s can't be loaded; on Debian: apt-get install "
-                              "libglpk40" % name) from None
-        for name, (result, *arguments) in _prototypes().items():
-            routine = getattr(library, "glp_" + name)
-            routine.restype, routine.argtypes = result, arguments or None
-            setattr(self, name, routine)
-        self.messages = []
-        self._on_print = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_void_p, ctypes.c_char_p)(
-            self._keep_message)
-        self._on_error = ctypes.CFUNCTYPE(None, ctypes.c_void_p)(self._end)
-        library.glp_term_hook(self._on_print, None)
-        library.glp_error_hook(self._on_error, None)
-
-    def _keep_message(self, _, text):
-        self.messages.append(text.decode(errors="replace"))
-        return 1
-
-    def _end(self, _):
-        """The library is about to abort."""
-        line = "\n" if sys.stderr.isatty() else ""  # behind a step that is shown there
-        print(line + "host: GLPK stopped: " + " ".join("".join(self.messages[-2:]).split()),
-              file=sys.stderr, flush=True)
-        os._exit(2)
-
-
-_library = []
-
-
-def library():
-    """The library, loaded when it is first needed. Raises SolverError if it is missing."""
-    if not _library:
-        _library.append(Library(LIBRARY))
-    return _library[0]
-
-
-@dataclass
-class Solution:
-    """Arrays (f64) by row or column number; entry 0 is unused.
-
-    `xc`, `xx` are levels of rows and columns; `slc`, `suc` and `slx`, `sux` the duals of their
-    lower and upper bounds, all at least 0 in a minimisation and at most 0 in a maximisation.
-    """
-
-    objective: float
-    xc: array
-    slc: array
-    suc: array
-    xx: array
-    slx: array
-    sux: array
-    accx = accy = barx = bars = None  # of cones and semidefinite variables, which there are none of
-
-
-class Problem:
-    """A linear problem in GLPK. `seconds` adds up the time that it spent solving."""
-
-    def __init__(self):
-        self._lib = library()
-        self._handle = ctypes.c_void_p(self._lib.create_prob())
-        self._started = False
-        self.seconds = 0.0
-
-    def __del__(self):
-        if hasattr(self, "_handle"):
-            self._lib.delete_prob(self._handle)
-
-    @classmethod
-    def read(cls, path):
-        """The problem in an MPS file, in fixed or free format.
-
-        Raises OSError if the file can't be read, SolverError if it is not an MPS file.
-        """
-        with open(path, "rb"):
-            pass
-        complaints = []
-        for kind in (FIXED_MPS, FREE_MPS):
-            problem = cls()
-            problem._lib.messages.clear()
-            if problem._lib.read_mps(problem._handle, kind, None, os.fsencode(path)) == 0:
-                return problem
-            complaints += re.findall(r":(\d+): (?!warning)(.*)", "".join(problem._lib.messages))
-        # The format that took the reader further is more likely what was meant.
-        line, complaint = max(complaints, key=lambda c: int(c[0]), default=("1", "nothing to read"))
-        raise SolverError("%s is not an MPS file: line %s: %s" % (path, line, complaint))
-
-    def copy(self):
-        result = Problem()
-        self._lib.copy_prob(result._handle, self._handle, False)
-        return result
-
-    # What it holds.
-
-    @property
-    def name(self):
-        return (self._lib.get_prob_name(self._handle) or b"").decode(errors="replace")
-
-    @property
-    def rows(self):
-        return self._lib.get_num_rows(self._handle)
-
-    @property
-    def columns(self):
-        return self._lib.get_num_cols(self._handle)
-
-    @property
-    def nonzeros(self):
-        return self._lib.get_num_nz(self._handle)
-
-    @property
-    def integers(self):
-        """The number of integer columns, a property that is left out of the account here."""
-        return self._lib.get_num_int(self._handle)
-
-    def row_bounds(self):
-        """Lists of the lower and of the upper bounds of all rows."""
-        return self._bounds(self._lib.get_row_lb, self._lib.get_row_ub, self.rows)
-
-    def column_bounds(self):
-        return self._bounds(self._lib.get_col_lb, self._lib.get_col_ub, self.columns)
-
-    def _bounds(self, get_lower, get_upper, count):
-        lower, upper = self._get(get_lower, 1, count), self._get(get_upper, 1, count)
-        return ([-math.inf if b == -LARGEST else b for b in lower],
-                [math.inf if b == LARGEST else b for b in upper])
-
-    def objective(self):
-        """The constant and the coefficients of all columns."""
-        return self._get(self._lib.get_obj_coef, 0, self.columns)
-
-    def _get(self, get, first, last):
-        """What the library has for each number from `first` to `last`."""
-        return array("d", map(get, itertools.repeat(self._handle), range(first, last + 1)))
-
-    def matrices(self, ranges):
-        """For each pair (first, last) of `ranges` the columns `first` up to but not including
-        `last`, counted from 0, as a SparseMatrix."""
-        rows, (ptr, subi, val) = self.rows, self._compressed()
-        for first, last in ranges:
-            # The library counts rows from 1: a row 0, which is empty, is left out again.
-            rowptr, msubj, mval = transpose_triplets(ptr[first : last + 1], rows + 1, subi, val)
-            msubi = rows_of_entries(rowptr[1:])
-            yield SparseMatrix(rows, last - first, msubi, msubj, mval)
-
-    def _compressed(self):
-        """All entries by column: where each column starts, and the end of the last; rows, which
-        count from 1 and are in any order within a column; values."""
-        ptr, subi, val = array("q", [0]), zeros("i32", self.nonzeros), zeros("f64", self.nonzeros)
-        get, handle, place = self._lib.get_mat_col, self._handle, 0
-        ind, num = ctypes.c_void_p(), ctypes.c_void_p()
-        rows, values = address(subi, -1), address(val, -1)  # written from the second entry on
-        for j in range(1, self.columns + 1):
-            ind.value, num.value = rows + place * subi.itemsize, values + place * val.itemsize
-            place += get(handle, j, ind, num)
-            ptr.append(place)
-        return ptr, subi, val
-
-    @property
-    def maximize(self):
-        """Whether the objective is to be maximised; at first it is to be minimised."""
-        return self._lib.get_obj_dir(self._handle) == MAXIMIZE
-
-    @maximize.setter
-    def maximize(self, value):
-        self._lib.set_obj_dir(self._handle, MAXIMIZE if value else MINIMIZE)
-
-    # Building it.
+    def __del__(self) -> None:
+        if self.loaded:
+            self._thread.later(self._native.delete)
 
     @staticmethod
-    def require_room(count):
-        """SolverError if that are more rows or columns than a problem can have."""
-        if count > MOST:
-            raise SolverError("GLPK can't hold %d rows or columns: the most is %d" % (count, MOST))
+    def missing() -> Optional[str]:
+        try:
+            library()
+        except SolverError as error:
+            return str(error)
+        return None
 
-    def add_columns(self, count):
-        """Appends columns without terms, fixed at 0."""
-        self._add(self._lib.add_cols, count, self.columns)
+    @property
+    def loaded(self) -> bool:
+        return getattr(self, "_native", None) is not None and not self._thread.lost
 
-    def add_rows(self, count):
-        """Appends rows without terms and bounds."""
-        self._add(self._lib.add_rows, count, self.rows)
+    def _do(self, name: str, *arguments: Any) -> Any:
+        """Calls a method of the native problem."""
+        if self._native is None:
+            raise SolverError(NOTHING_LOADED)
+        return self._thread.call(getattr(self._native, name), *arguments)
 
-    def _add(self, add, count, held):
-        self.require_room(held + count)
-        self._started = False
-        if count > 0:
-            add(self._handle, count)
+    # Loading and changing.
 
-    def set_row_bounds(self, rows, lower, upper):
-        """Gives each of the `rows` its bounds."""
-        self._set(self._lib.set_row_bnds, rows, *native_bounds(lower, upper))
+    def load(self, problem: Problem) -> None:
+        """Raises SolverError, with nothing loaded, for a number that the library can't work with,
+        and for what is neither linear nor integer."""
+        if problem.cones or problem.dims:
+            raise SolverError("glpk doesn't take cones and semidefinite variables")
+        rows = problem.rows
+        require_room(max(len(rows), len(problem.column_lower)) - 1)
+        require_numbers(rows.cof, lambda k: place(rows.subi[k], rows.subj[k]))
+        require_numbers(rows.offset[:1], lambda _: "the constant of the objective")
+        self.__del__()
+        self._clear()
+        self._offset = rows.offset[:]
+        self._offset[0] = 0.0
+        self._integer, self._maximize = problem.integer[:], problem.maximize
+        sides = self._row_sides(range(len(rows)), problem.row_lower, problem.row_upper)
+        bounds = self._column_sides(range(len(problem.column_lower)), problem.column_lower,
+                                    problem.column_upper)
+        self._thread = thread()
+        self._native = self._thread.call(NativeProblem, self._thread.lib)
+        self._do("load", problem, *sides, *bounds)
 
-    def set_column_bounds(self, columns, lower, upper):
-        self._set(self._lib.set_col_bnds, columns, *native_bounds(lower, upper))
+    @property
+    def rows(self) -> int:
+        return len(self._offset) - 1
 
-    def column_lengths(self, columns):
-        """The number of terms in each of the `columns`."""
-        return [self._lib.get_mat_col(self._handle, j, None, None) for j in columns]
+    @property
+    def columns(self) -> int:
+        return len(self._integer) - 1
 
-    def set_objective(self, columns, coefficients):
+    @property
+    def maximize(self) -> bool:
+        return self._maximize
+
+    @maximize.setter
+    def maximize(self, value: bool) -> None:
+        if value != self._maximize:
+            self._do("set_direction", value)
+            self._maximize, self._objective_changed = value, True
+
+    def add_columns(self, lower: Sequence[float], upper: Sequence[float], integer: Iterable[int]
+                    ) -> None:
+        """Appends columns without terms."""
+        first, integer = self.columns + 1, bytes(integer)
+        require_room(self.columns + len(lower))
+        self._integer.extend(integer)
+        bounds = self._column_sides(range(first, first + len(lower)), lower, upper)
+        self._do("add_columns", *bounds, integer)
+        self._objective_changed = True
+
+    def add_rows(self, lower: Sequence[float], upper: Sequence[float],
+                 offset: Optional[Sequence[float]] = None) -> None:
+        """Appends rows without terms."""
+        first, count = self.rows + 1, len(lower)
+        require_room(self.rows + count)
+        self._offset.extend(zeros("f64", count) if offset is None else offset)
+        self._do("add_rows",
+                 *self._row_sides(range(first, first + count), lower, upper))
+
+    def set_row_bounds(self, rows: Sequence[int], lower: Sequence[float], upper: Sequence[float],
+                       offset: Optional[Sequence[float]] = None) -> None:
+        """Gives each of the rows its bounds, and its offset; without it that stays."""
+        for row, value in zip(rows, offset or ()):
+            self._offset[row] = value
+        self._do("set_row_bounds", rows, *self._row_sides(rows, lower, upper))
+
+    def set_column_bounds(self, columns: Sequence[int], lower: Sequence[float],
+                          upper: Sequence[float]) -> None:
+        self._do("set_column_bounds", columns,
+                 *self._column_sides(columns, lower, upper))
+
+    def _row_sides(self, rows: Sequence[int], lower: Sequence[float], upper: Sequence[float]
+                   ) -> Tuple["array[float]", "array[float]"]:
+        """The bounds less the offsets."""
+        offset = [self._offset[row] for row in rows]
+        sides = tuple(array("d", map(float.__sub__, side, offset)) for side in (lower, upper))
+        return self._checked(0, "row", rows, *sides)
+
+    def _column_sides(self, columns: Sequence[int], lower: Sequence[float], upper: Sequence[float]
+                      ) -> Tuple["array[float]", "array[float]"]:
+        """The bounds, those of integer columns whole."""
+        lower, upper = array("d", lower), array("d", upper)
+        for k, j in enumerate(columns):
+            if self._integer[j]:
+                lower[k] = lower[k] if math.isinf(lower[k]) else math.ceil(lower[k] - ALMOST)
+                upper[k] = upper[k] if math.isinf(upper[k]) else math.floor(upper[k] + ALMOST)
+        return self._checked(1, "column", columns, lower, upper)
+
+    def _checked(self, which: int, what: str, numbers: Sequence[int], lower: "array[float]",
+                 upper: "array[float]") -> Tuple["array[float]", "array[float]"]:
+        """The bounds, if the library can work with them."""
+        for side, infinite in ((lower, -math.inf), (upper, math.inf)):
+            require_numbers(side, lambda k: "a bound of %s %d" % (what, numbers[k]), infinite)
+        crossed = self._crossed[which]
+        if crossed:
+            crossed.difference_update(numbers)
+        crossed.update(n for n, l, u in zip(numbers, lower, upper) if l > u)
+        return lower, upper
+
+    def set_objective(self, columns: Sequence[int], coefficients: Sequence[float]) -> None:
         """The coefficients of some columns, and of column 0 the constant."""
-        self._set(self._lib.set_obj_coef, columns, map(ctypes.c_double, coefficients))
+        require_numbers(coefficients, lambda k: place(0, columns[k]))
+        self._do("set_objective", columns, coefficients)
+        self._objective_changed = True
 
-    def _set(self, set, numbers, *values):
-        for _ in map(set, itertools.repeat(self._handle), numbers, *values):
-            pass
-
-    def set_rows(self, rows, begins, ends, subj, val):
+    def set_rows(self, rows: Sequence[int], begins: Sequence[int], ends: Sequence[int],
+                 subj: "array[int]", val: "array[float]") -> None:
         """The terms of some rows: columns and coefficients at the places `begin` up to but not
         including `end` of the lists `subj` (i32, ascending) and `val` (f64)."""
-        self._started = False  # the library aborts on some bases that a new matrix makes singular
-        columns = self.columns
-        for i, begin, end in zip(rows, begins, ends):
-            if begin < end and not 1 <= subj[begin] <= subj[end - 1] <= columns:
-                raise IndexError("a term of row %d names a column that is not in the problem" % i)
-        if self.nonzeros == 0:
-            return self._load(rows, begins, ends, subj, val)
-        for i, begin, end in zip(rows, begins, ends):
-            # The library reads from the second entry on.
-            self._lib.set_mat_row(self._handle, i, end - begin, address(subj, begin - 1),
-                                  address(val, begin - 1))
+        self._set_rows("set_rows", rows, begins, ends, subj, val)
 
-    def _load(self, rows, begins, ends, subj, val):
-        """set_rows where no other row has terms: at once, which takes half the time."""
-        ia, ja, ar = array("i"), array("i"), array("d")
-        for i, begin, end in zip(rows, begins, ends):
-            ia.extend(array("i", [i]) * (end - begin))
-            ja.extend(subj[begin:end])
-            ar.extend(val[begin:end])
-        self._lib.load_matrix(self._handle, len(ar), address(ia, -1), address(ja, -1),
-                              address(ar, -1))
-
-    def change_rows(self, rows, begins, ends, subj, val):
+    def change_rows(self, rows: Sequence[int], begins: Sequence[int], ends: Sequence[int],
+                    subj: "array[int]", val: "array[float]") -> None:
         """Gives columns of some rows other coefficients, told as in `set_rows`. The other terms of
         these rows stay."""
-        if self.nonzeros == 0 and any(val):
-            return self.set_rows(rows, begins, ends, subj, val)
+        self._set_rows("change_rows", rows, begins, ends, subj, val)
+
+    def _set_rows(self, change: str, rows: Sequence[int], begins: Sequence[int],
+                  ends: Sequence[int], subj: "array[int]", val: "array[float]") -> None:
         for i, begin, end in zip(rows, begins, ends):
-            self._change_row(i, subj[begin:end], val[begin:end])
+            if begin < end and not 1 <= subj[begin] <= subj[end - 1] <= self.columns:
+                raise IndexError("a term of row %d names a column that is not in the problem" % i)
+            require_numbers(val[begin:end], lambda k: place(i, subj[begin + k]))
+        self._do(change, rows, begins, ends, subj, val)
 
-    def _change_row(self, i, subj, val):
-        length = self._lib.get_mat_row(self._handle, i, None, None)
-        held, numbers = zeros("i32", length), zeros("f64", length)
-        self._lib.get_mat_row(self._handle, i, address(held, -1), address(numbers, -1))
-        # The library has the terms of a row that was set in the opposite order.
-        if memoryview(held)[::-1] == memoryview(subj):
-            if memoryview(numbers)[::-1] == memoryview(val):
-                return
-        else:
-            before, after = dict(zip(held, numbers)), dict(zip(subj, val))
-            if all(before.get(j, 0.0) == coefficient for j, coefficient in after.items()):
-                return
-            terms = sorted({**before, **after}.items())
-            subj, val = array("i", [j for j, _ in terms]), array("d", [v for _, v in terms])
-        self.set_rows([i], [0], [len(subj)], subj, val)
+    def column_lengths(self, columns: Iterable[int]) -> List[int]:
+        """The number of terms in each of the `columns`."""
+        return self._do("column_lengths", columns)
 
-    # Solving it.
+    # Solving.
 
-    def solve(self):
-        """Solves by the primal simplex method; "optimal", "infeasible" or "unbounded".
+    def solve(self, options: Options) -> Solution:
+        """Presolves, or with the start "basis" goes on from where the last solution ended: two
+        problems with the same rows and columns in the same order and with the same history take
+        the same steps and end with the same basis, also where several are optimal."""
+        start = time.perf_counter()
+        if self._native is None:
+            raise SolverError(NOTHING_LOADED)
+        if any(self._crossed):
+            return Solution(INFEASIBLE, "the bounds of a row or column leave no room")
+        warm = options.start is not None and self._has_basis
+        try:
+            found = self._thread.call(self._run, warm, log=options.log, seconds=options.seconds)
+        except Interrupted:
+            found = Solution(LIMIT, "the time limit is reached")
+        found.seconds = time.perf_counter() - start
+        return found
 
-        The first time, and when the matrix has changed, it begins with an advanced basis, later
-        with the basis that the last time ended with: two problems with the same rows and columns in
-        the same order and with the same history take the same steps and end with the same basis,
-        also where several are optimal.
-        """
-        lib, start = self._lib, time.perf_counter()
-        lib.messages.clear()
-        if not self._started:
-            lib.scale_prob(self._handle, AUTOMATIC_SCALING)
-            lib.adv_basis(self._handle, 0)
-            self._started = True
-        code = lib.simplex(self._handle, None)
-        self.seconds += time.perf_counter() - start
-        if code == BOUNDS_CROSS:
-            return "infeasible"
-        status = STATUSES.get(lib.get_status(self._handle))
-        if code != 0 or status is None:
-            raise SolverError("GLPK's simplex method gave up (code %d)" % code)
-        return status
+    def _run(self, warm: bool) -> Solution:
+        """In the library's thread."""
+        run, integer = Run(self._thread, self._native), any(self._integer)
+        status = run.integer(warm) if integer else run.linear(warm, self._objective_changed)
+        found = Solution(status, run.last_words())
+        if integer:
+            found.bound = run.bound
+        if status in (OPTIMAL, FEASIBLE):
+            self._read(found, integer)
+            self._has_basis, self._objective_changed = self._has_basis or not integer, False
+        if status == OPTIMAL:
+            found.bound = found.objective
+        return found
 
-    def solution(self):
-        """The solution that the last call of `solve` found. Raises SolverError if its numbers are
-        too large."""
-        lib = self._lib
-        objective = lib.get_obj_val(self._handle)
-        if not math.isfinite(objective):
+    def _read(self, found: Solution, integer: bool) -> None:
+        native, (rows, columns) = self._native, (self.rows, self.columns)
+        kind = ("mip_row_val", "mip_col_val") if integer else ("get_row_prim", "get_col_prim")
+        objective = native.lib.mip_obj_val if integer else native.lib.get_obj_val
+        found.objective = objective(native.handle)
+        if not math.isfinite(found.objective):
             raise SolverError("the objective of the solution is not finite")
-        return Solution(objective,
-                        self._values(lib.get_row_prim, self.rows),
-                        *self._duals(lib.get_row_dual, self.rows),
-                        self._values(lib.get_col_prim, self.columns),
-                        *self._duals(lib.get_col_dual, self.columns))
-
-    def _values(self, get, count):
-        return array("d", [0.0]) + self._get(get, 1, count)
-
-    def _duals(self, get, count):
-        return split_duals(self._values(get, count), self.maximize)
+        found.xc = array("d", map(float.__add__, self._offset, native.values(kind[0], rows)))
+        found.xc[0] = found.objective
+        found.xx = native.values(kind[1], columns)
+        if found.status == OPTIMAL and not integer:
+            found.slc, found.suc = split_duals(native.values("get_row_dual", rows), self._maximize)
+            found.slx, found.sux = split_duals(native.values("get_col_dual", columns),
+                                               self._maximize)
 
 
-def split_duals(duals, maximize):
-    """The duals of the lower and of the upper bounds. At most one of the two is in force, and the
-    sign of the combined dual tells which."""
-    sign = -1.0 if maximize else 1.0
-    return (array("d", [d if sign * d > 0.0 else 0.0 for d in duals]),
-            array("d", [-d if sign * d < 0.0 else 0.0 for d in duals]))
+def read_mps(path: str) -> Tuple[str, Problem]:
+    """The name and the problem of an MPS file, in fixed or free format.
+
+    Raises OSError if the file can't be read, SolverError if it is not an MPS file.
+    """
+    with open(path, "rb"):
+        pass
+    return thread().call(_read_mps, thread(), path)
 
 
-def address(numbers, place=0):
-    """Where entry `place` of an array lies."""
-    return numbers.buffer_info()[0] + place * numbers.itemsize
+def _read_mps(thread: Thread, path: str) -> Tuple[str, Problem]:
+    native, complaints = NativeProblem(thread.lib), []
+    try:
+        for kind in (FIXED_MPS, FREE_MPS):
+            thread.messages.clear()
+            if thread.lib.read_mps(native.handle, kind, None, os.fsencode(path)) == 0:
+                name = thread.lib.get_prob_name(native.handle) or b""
+                return name.decode(errors="replace"), native.problem()
+            complaints += re.findall(r":(\d+): (?!warning)(.*)", "".join(thread.messages))
+    finally:
+        native.delete()
+    # The format that took the reader further is more likely what was meant.
+    line, complaint = max(complaints, key=lambda c: int(c[0]), default=("1", "nothing to read"))
+    raise SolverError("%s is not an MPS file: line %s: %s" % (path, line, complaint))
 
 
-def native_bounds(lower, upper):
-    """Kinds, lower and upper bounds as the library takes them."""
-    greatest, least = math.inf, -math.inf
-    if not all(map(greatest.__gt__, lower)) or not all(map(least.__lt__, upper)):
-        raise SolverError("a bound is not a finite number")
-    kinds = [FIXED if l == u else KINDS[l > least][u < greatest] for l, u in zip(lower, upper)]
-    return kinds, map(ctypes.c_double, lower), map(ctypes.c_double, upper)
+def require_room(count: int) -> None:
+    """SolverError if that are more rows or columns than a problem can have."""
+    if count > MOST:
+        raise SolverError("GLPK can't hold %d rows or columns: the most is %d" % (count, MOST))
+
+
+def place(row: int, column: int) -> str:
+    """Where a coefficient stands, for an error."""
+    where = "row %d" % row if row > 0 else "the objective"
+    return "the coefficient of column %d in %s" % (column, where)
+
+
+def require_numbers(numbers: Sequence[float], name: Callable[[int], str],
+                    infinite: float = 0.0) -> None:
+    """SolverError, with the name of the place, if a number is not 0, nor `infinite`, nor of a size
+    that the library can work with."""
+    sizes = [abs(number) for number in numbers if number != 0.0 and number != infinite]
+    # The sum tells a NaN.
+    if not sizes or SMALLEST <= min(sizes) and max(sizes) <= GREATEST and sum(sizes) < math.inf:
+        return
+    for k, number in enumerate(numbers):
+        if number not in (0.0, infinite) and not SMALLEST <= abs(number) <= GREATEST:
+            raise SolverError("GLPK can't work with %s: %r is not a number between %g and %g in "
+                              "size" % (name(k), number, SMALLEST, GREATEST))

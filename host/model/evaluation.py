@@ -1,0 +1,201 @@
+"""Formulas evaluated on the work stacks: each node of a tree by the operation of its name, once."""
+
+from __future__ import annotations
+
+from array import array
+from typing import Any, Callable, Dict, List, Tuple
+
+from ..data.buffers import size
+from ..data.constants import Constant
+from ..evaluator.expressions import Evaluator
+from ..evaluator.stacks import Expression
+from ..formulas.algebra import DOT, ELEMENTS, LEFT
+from ..formulas.tree import Formula, Shape
+from ..index_maps.arrays import IndexArray
+from ..index_maps.variables import Variable as IndexMap
+
+Term = Tuple[Formula, float]
+
+
+def evaluate(ev: Evaluator, root: Formula, variables: int) -> Expression:
+    """The formula as an expression on the stack, a scalar with the shape (1,). `variables` is how
+    many an element can have: where it has more terms, some are of the same, and these are merged,
+    as they would double at each of many steps that build on each other."""
+    uses = counted(root)
+    done: Dict[int, Expression] = {}
+    sums: Dict[int, List[Term]] = {}
+    stack = [root]
+    while stack:
+        f = stack[-1]
+        if id(f) in done:
+            stack.pop()
+            continue
+        if f.op == "sum" and id(f) not in sums:
+            sums[id(f)] = flattened(f, uses)
+        operands = f.operands if f.op != "sum" else [g for g, _ in sums[id(f)] if not atomic(g)]
+        missing = [g for g in operands if id(g) not in done]
+        if missing:
+            stack.extend(missing)
+            continue
+        stack.pop()
+        if f.op == "sum":
+            e = weighted_sum(ev, sums[id(f)], done)
+        else:
+            e = OPERATIONS[f.op](ev, f, *(done[id(g)] for g in operands))
+        if e.nnz > e.nelem * (variables + 1):
+            e = ev.merge_terms(e)
+        done[id(f)] = e
+    return done[id(root)]
+
+
+def counted(root: Formula) -> Dict[int, int]:
+    """In how many places each part of a formula stands."""
+    uses, stack = {id(root): 1}, [root]
+    while stack:
+        for g in stack.pop().operands:
+            if id(g) not in uses:
+                uses[id(g)] = 0
+                stack.append(g)
+            uses[id(g)] += 1
+    return uses
+
+
+def flattened(f: Formula, uses: Dict[int, int]) -> List[Term]:
+    """The terms of a sum in their order, those of sums that stand nowhere else among them."""
+    terms: List[Term] = []
+    stack: List[Term] = [(f, 1.0)]
+    while stack:
+        g, weight = stack.pop()
+        if g.op == "sum" and (g is f or uses[id(g)] == 1):
+            stack.extend((h, weight * w) for h, w in zip(reversed(g.operands), reversed(g.data)))
+        else:
+            terms.append((g, weight))
+    return terms
+
+
+def atomic(f: Formula) -> bool:
+    """Whether a sum takes it without an expression of its own."""
+    return f.shape == () and f.op in ("variable", "constant")
+
+
+def weighted_sum(ev: Evaluator, terms: List[Term], done: Dict[int, Expression]) -> Expression:
+    weights: Dict[int, float] = {}  # what stands there twice is taken once
+    for g, weight in terms:
+        if not atomic(g):
+            weights[id(g)] = weights.get(id(g), 0.0) + weight
+    rest = [(done[part], weight) for part, weight in weights.items()]
+    single = [term for term in terms if atomic(term[0])]
+    if single:
+        rest.insert(0, (scalars(ev, single), 1.0))
+    if len(rest) == 1:
+        (e, weight), = rest
+        return e if weight == 1.0 else ev.mul_const(weight, e)
+    return ev.weighted_sum([e for e, _ in rest], [weight for _, weight in rest])
+
+
+def scalars(ev: Evaluator, terms: List[Term]) -> Expression:
+    """A sum of scalar variables and numbers, written at once."""
+    fixed, subj, cof = 0.0, array("q"), array("d")
+    for f, weight in terms:
+        if f.op == "constant":
+            fixed += weight * f.data.number
+        else:
+            f.require_kept()
+            for place in places(f):
+                subj.append(place)
+                cof.append(weight)
+    return ev.push_expression([1], [fixed], [0, len(subj)], subj, cof)
+
+
+def places(f: Formula) -> Any:
+    """The native indexes of a variable."""
+    return (f.data,) if isinstance(f.data, int) else f.data.nativeidxs
+
+
+def reshaped(ev: Evaluator, e: Expression, shape: Shape) -> Expression:
+    return ev.reshape(e, shape or (1,))
+
+
+# The operations.
+
+
+def variable(ev: Evaluator, f: Any) -> Expression:
+    f.require_kept()
+    return ev.push_variable(f.map)
+
+
+def parameter(ev: Evaluator, f: Any) -> Expression:
+    p = parameters_of(f)
+    return ev.push_parameters(p.shape, p.indexes, p.sparsity)
+
+
+def parameters_of(f: Any) -> IndexArray:
+    """An array of parameters as the evaluator takes it."""
+    return IndexArray(f.map.shape, array("i", f.map.nativeidxs), f.map.sparsity)
+
+
+def constants(ev: Evaluator, f: Formula) -> Expression:
+    data: Constant = f.data
+    return ev.push_constant_vector(data.shape or (1,), data.values, data.sparsity)
+
+
+def product(ev: Evaluator, f: Formula, e: Expression) -> Expression:
+    data, how = f.data
+    (g,) = f.operands
+    if how == DOT:
+        return ev.dot(data.tensor(), e)
+    if how == ELEMENTS:
+        if g.shape == data.shape:
+            return ev.mul_elm(data.tensor(), e)
+        flat = data.reshape((1, size(data.shape)))
+        return reshaped(ev, ev.mul_scalar_matrix(flat.matrix(), e), f.shape)
+    if how == LEFT:
+        return reshaped(ev, ev.mul_left(data.matrix(), e), f.shape)
+    return reshaped(ev, ev.mul_right(e, data.matrix(column=True)), f.shape)
+
+
+def parameters(ev: Evaluator, f: Formula, _: Expression, e: Expression) -> Expression:
+    p, how = f.operands[0], f.data
+    index = parameters_of(p)
+    if how == ELEMENTS and p.shape == ():
+        return ev.mul_param_scalar(index.indexes[0], e)
+    if how == ELEMENTS:
+        return ev.mul_param_elem(index, e)
+    if how == DOT:
+        return ev.dot_param(index, e)
+    if p.ndim == 1:  # a row on the left, a column on the right
+        shape = (1, p.size) if how == LEFT else (p.size, 1)
+        index = IndexArray(shape, index.indexes, index.sparsity)
+    multiplied = ev.mul_param_left(index, e) if how == LEFT else ev.mul_param_right(e, index)
+    return reshaped(ev, multiplied, f.shape)
+
+
+def axis_sum(ev: Evaluator, f: Formula, e: Expression) -> Expression:
+    if len(e.shape) == 1:
+        e = ev.reshape(e, (e.shape[0], 1))
+    return ev.sum_axis(e, f.data)
+
+
+def triangle(ev: Evaluator, f: Formula, e: Expression) -> Expression:
+    axes, lower = f.data
+    return ev.triangle(e, *axes, lower=lower)
+
+
+OPERATIONS: Dict[str, Callable[..., Expression]] = {
+    "variable": variable,
+    "parameter": parameter,
+    "constant": constants,
+    "product": product,
+    "parameters": parameters,
+    "spread": lambda ev, f, e: ev.spread(e, f.shape),
+    "slice": lambda ev, f, e: ev.slice(e, *f.data),
+    "pick": lambda ev, f, e: ev.pick(e, f.data),
+    "reshape": lambda ev, f, e: reshaped(ev, e, f.shape),
+    "permute": lambda ev, f, e: ev.permute_dims(e, f.data),
+    "stack": lambda ev, f, *parts: ev.stack(parts, f.data),
+    "tile": lambda ev, f, e: ev.repeat(e, *f.data),
+    "axis sum": axis_sum,
+    "triangle": triangle,
+    "symmetric": lambda ev, f, e: ev.symmetrize(e, *f.data),
+    "diagonal": lambda ev, f, e: ev.diagonal_matrix(e),
+}

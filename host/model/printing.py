@@ -1,0 +1,121 @@
+"""A model as a text to read, long ones shortened."""
+
+from __future__ import annotations
+
+from typing import Any, Dict, Iterator, List, Tuple
+
+from ..formulas.printing import clipped, short, subscripts
+from ..formulas.leaves import Parameter, Variable
+from .building import Building
+from .constraints import Constraint
+
+LINES, TERMS = 12, 8  # of a kind that are shown, and terms of a row
+
+
+class Printing(Building):
+    """What a model says of itself."""
+
+    def __str__(self) -> str:
+        goal = "no objective" if self.goal is None else "%s %s" % (
+            "maximize" if self.is_maximized else "minimize", short(self.goal))
+        lines = ["%s: %s" % (self.name, goal)]
+        for what, items in (("variables", self.variables), ("parameters", self.parameters),
+                            ("constraints", self.constraints)):
+            held = list(items.values())  # type: ignore[attr-defined]
+            if held:
+                lines.append("  %d %s" % (len(held), what[:-1] if len(held) == 1 else what))
+                lines.extend("    " + self.line(item) for item in held[:LINES])
+            if len(held) > LINES:
+                lines.append("    ...")
+        return "\n".join(lines)
+
+    def line(self, item: Any) -> str:
+        """A line that tells what that is."""
+        if isinstance(item, Variable):
+            return self._variable(item)
+        if isinstance(item, Parameter):
+            return "%s%s = %s" % (item.name, shape(item), clipped(str(item.value)))
+        return "%s: %s" % (item.name, self._row(item) if item.said is None else item.said)
+
+    def _variable(self, x: Variable) -> str:
+        (root,) = x.roots
+        if root.semidefinite:
+            return "%s%s semidefinite" % (x.name, shape(x))
+        integer = any(self.columns.integer[j] for j in root.map.nativeidxs)
+        bounds = []
+        for table in (self.columns.lower, self.columns.upper):
+            held = sorted({table[j] for j in root.map.nativeidxs})
+            bounds.append("%g" % held[0] if len(held) == 1 else "...")
+        return "%s%s from %s to %s%s" % (x.name, shape(x), *bounds, ", integer" if integer else "")
+
+    def _row(self, c: Constraint) -> str:
+        """A row that was recorded, or a view."""
+        if len(c.codes) != 1 or c.cones is not None:
+            return "%d elements" % len(c.codes)
+        (row,) = c.codes
+        terms = self.rows.terms
+        first = terms.subi.index(row) if row in terms.subi else 0
+        parts: List[str] = []
+        for i, j, cof in zip(terms.subi[first:], terms.subj[first:], terms.cof[first:]):
+            if i != row or len(parts) == TERMS:
+                parts.extend(["+ ..."] if i == row else [])
+                break
+            parts.append(term(cof, self.column_name(j), not parts))
+        (lower,), (upper,) = (table.at([row]) for table in (self.rows.lower, self.rows.upper))
+        text = " ".join(parts) or "0"
+        if lower == upper:
+            return "%s == %g" % (text, lower)
+        return ("" if lower == -float("inf") else "%g <= " % lower) + text + (
+            "" if upper == float("inf") else " <= %g" % upper)
+
+    def column_name(self, column: int) -> str:
+        """The name of the variable of a column, with subscripts."""
+        for x in self.variables.values():
+            (root,) = x.roots
+            idxs = root.map.nativeidxs
+            if len(idxs) > 0 and min(idxs) <= column <= max(idxs) and column in idxs:
+                at = idxs.index(column)
+                linear = at if root.map.sparsity is None else root.map.sparsity[at]
+                return root.name + subscripts(root.shape, linear)
+        return "?"
+
+    def native_names(self) -> Tuple[List[str], List[str]]:
+        """The names of all rows and columns, without blanks; those of none are told by number."""
+        rows = ["r%d" % k for k in range(len(self.rows))]
+        columns = ["x%d" % k for k in range(len(self.columns) + 1)]
+        for c in self.constraints.values():
+            if c.cones is None:
+                for name, row in zip(elements(c.name, c.shape), c.codes):
+                    rows[row] = name
+        for x in self.variables.values():
+            (root,) = x.roots
+            names = list(elements(root.name, root.shape))
+            places: Any = root.map.sparsity or range(len(names))
+            for place, column in zip(places, root.map.nativeidxs):
+                if column > 0:
+                    columns[column] = names[place]
+        return unique(rows), unique(columns)
+
+
+def elements(name: str, extents: Any) -> Iterator[str]:
+    count = 1
+    for extent in extents:
+        count *= extent
+    base = "_".join(name.split()) or "_"
+    return (base + subscripts(extents, k).replace(" ", "") for k in range(count))
+
+
+def unique(names: List[str]) -> List[str]:
+    """The names, those that stand before with their number."""
+    seen: Dict[str, int] = {}
+    return [name if seen.setdefault(name, k) == k else "%s#%d" % (name, k)
+            for k, name in enumerate(names)]
+
+
+def shape(f: Any) -> str:
+    return " (%s)" % " x ".join(map(str, f.shape)) if f.shape else ""
+
+
+def term(cof: float, name: str, first: bool) -> str:
+    sign = ("-" if cof < 0 else "") if first else "- " if cof < 0 else "+ "
+    return sign + ("" if abs(cof) == 1.0 else "%.6g " % abs(cof)) + name

@@ -1,0 +1,312 @@
+"""The two forms of a conic problem, one translation for both, and the rule that takes one of them.
+
+Solvers of cones take a pair of problems, each the dual of the other, with K a product of linear
+(nonnegative), quadratic and semidefinite cones, each its own dual:
+
+    minimise  c'u          so that  h + F u in K,  A u = b               u is free
+    maximise  b'v - h'z    so that  F'z + A'v = c,  z in K               v is free
+
+A model becomes the first of them in its geometric form: u are its columns and entries of matrices,
+K has its bounds, rows and cones. It becomes the second one in its standard form: z and v are the
+columns, entries, slacks of rows and slots of cones, and every row is an equation, whose dual is u.
+A solver works on equations in u or on rows of K, and is fast where the u are few.
+
+Rows of a semidefinite cone are the lower triangle of its matrix, column by column, entries off the
+diagonal times the square root of 2, so that inner products are those of the matrices.
+"""
+
+from __future__ import annotations
+
+import math
+from array import array
+from dataclasses import dataclass, field, replace
+from typing import Callable, Dict, List, Sequence, Tuple
+
+from .adapter import AUTOMATIC, GEOMETRIC, STANDARD, Options
+from .problem import (INACCURATE, INFEASIBLE, INFEASIBLE_OR_UNBOUNDED, OPTIMAL, SEMIDEFINITE, UNBOUNDED,
+                      Problem, Solution)
+from .reduction import Reduced, Terms
+
+LINEAR = "linear"
+FIRST, SECOND = "first", "second"  # of a pair
+
+
+@dataclass
+class Pair:
+    """The two problems. `blocks` are the cones in the order of their rows: the kind, and the number
+    of rows or the dimension of the matrix."""
+
+    c: List[float] = field(default_factory=list)
+    F: List[Terms] = field(default_factory=list)
+    h: List[float] = field(default_factory=list)
+    blocks: List[Tuple[str, int]] = field(default_factory=list)
+    A: List[Terms] = field(default_factory=list)
+    b: List[float] = field(default_factory=list)
+
+    def member(self, terms: Terms, constant: float) -> int:
+        """A new row of K."""
+        self.F.append(terms)
+        self.h.append(constant)
+        return len(self.h) - 1
+
+    def linear(self, terms: Terms, constant: float) -> int:
+        """A new row in a linear cone."""
+        if not self.blocks or self.blocks[-1][0] != LINEAR:
+            self.blocks.append((LINEAR, 0))
+        self.blocks[-1] = LINEAR, self.blocks[-1][1] + 1
+        return self.member(terms, constant)
+
+    def equation(self, terms: Terms, side: float) -> int:
+        """A new equation in u."""
+        self.A.append(terms)
+        self.b.append(side)
+        return len(self.b) - 1
+
+    def size(self) -> Tuple[int, int]:
+        """The numbers of equations and of variables of the second problem."""
+        return len(self.c), len(self.h) + len(self.b)
+
+    def pad(self) -> None:
+        """Solvers ask for a u and for a row of K."""
+        if not self.c:
+            self.c.append(1.0)
+            self.linear({0: 1.0}, 0.0)
+        if not self.h:
+            self.linear({}, 1.0)
+
+    def without_equations(self) -> Pair:
+        """The same with two rows of K for each equation: v is the difference of their z."""
+        pair = replace(self, F=self.F[:], h=self.h[:], blocks=self.blocks[:], A=[], b=[])
+        for terms, side in zip(self.A, self.b):
+            pair.linear(terms, -side)
+            pair.linear({k: -value for k, value in terms.items()}, side)
+        return pair
+
+
+@dataclass
+class Found:
+    """A solution of a Pair. `status` is "optimal" or "inaccurate", with u, the slacks h + F u, z
+    and v; or FIRST or SECOND, whichever of the two is infeasible."""
+
+    status: str
+    words: str = ""
+    u: Sequence[float] = ()
+    slacks: Sequence[float] = ()
+    z: Sequence[float] = ()
+    v: Sequence[float] = ()
+
+
+def solve(problem: Problem, options: Options, solver: Callable[[Pair], Found]) -> Solution:
+    """The solution of the problem by a solver of pairs."""
+    reduced = Reduced(problem)
+    if reduced.contradiction:
+        return Solution(INFEASIBLE, reduced.contradiction)
+    form = choose(reduced, options)
+    found = solver(form.pair)
+    if found.status in (OPTIMAL, INACCURATE):
+        return Solution(UNBOUNDED, reduced.unbounded) if reduced.unbounded else form.solution(found)
+    if found.status == form.infeasible:
+        return Solution(INFEASIBLE, found.words)
+    # There is a direction without end; whether there is a point to start from is another question.
+    if len(reduced.cost) == 0:
+        return Solution(INFEASIBLE_OR_UNBOUNDED, found.words)
+    status = solve(without_costs(problem), replace(options, form=form.name), solver).status
+    statuses = {OPTIMAL: UNBOUNDED, INACCURATE: UNBOUNDED, INFEASIBLE: INFEASIBLE}
+    return Solution(statuses.get(status, INFEASIBLE_OR_UNBOUNDED), found.words)
+
+
+def without_costs(problem: Problem) -> Problem:
+    """The same with an objective that is 0."""
+    rows = problem.rows.copy()
+    rows.offset[0] = 0.0
+    rows.cof = array("d", [v if i > 0 else 0.0 for i, v in zip(rows.subi, rows.cof)])
+    rows.matcof = array("d", [v if i > 0 else 0.0 for i, v in zip(rows.barsubi, rows.matcof)])
+    return replace(problem, rows=rows)
+
+
+def choose(reduced: Reduced, options: Options) -> Form:
+    """The problem in the form that the options name, or in the one that is likely to be solved
+    sooner: with m equations over n variables in the primal (p) and in the dual (d) one."""
+    if options.form != AUTOMATIC:
+        form = (Standard if options.form == STANDARD else Geometric)(reduced)
+        options.tell("%s form, as asked for" % form.name)
+        return form
+    primal, dual = Standard(reduced), Geometric(reduced)
+    (mp, np), (md, nd) = primal.pair.size(), dual.pair.size()
+    form = dual if (mp > np or mp ** 2 * np > md ** 2 * nd) and md <= nd else primal
+    options.tell("%s form: the standard one has %d equations over %d variables, the geometric one "
+                 "%d over %d" % (form.name, mp, np, md, nd))
+    return form
+
+
+class Form:
+    """A problem as a pair. `infeasible` is the one of the two that is the problem itself."""
+
+    name: str
+    infeasible: str
+
+    def __init__(self, reduced: Reduced) -> None:
+        self.reduced, self.pair = reduced, Pair()
+        self._build()
+        self.pair.pad()
+
+    def _build(self) -> None:
+        raise NotImplementedError
+
+    def solution(self, found: Found) -> Solution:
+        """The solution of the problem from one of the pair."""
+        raise NotImplementedError
+
+
+class Geometric(Form):
+    name, infeasible = GEOMETRIC, FIRST
+
+    def _build(self) -> None:
+        r, pair = self.reduced, self.pair
+        self._place = {atom: k for k, atom in enumerate(r.atoms)}
+        pair.c = [r.cost.get(atom, 0.0) for atom in r.atoms]
+        self._matrix_rows: List[int] = []
+        for dim, atoms in r.variables():
+            for atom in atoms:
+                if dim > 0:
+                    self._matrix_rows.append(pair.member({self._place[atom]: 1.0}, 0.0))
+                elif atom not in r.fixed:
+                    self._bounds({self._place[atom]: 1.0}, 0.0, r.lower[atom], r.upper[atom])
+            if dim > 0:
+                pair.blocks.append((SEMIDEFINITE, dim))
+        self._slot_rows = [0] * len(r.slots)
+        for kind, size, slots in r.cones():
+            for k in slots:
+                terms, offset = r.slots[k]
+                self._slot_rows[k] = pair.member(self._terms(terms), offset)
+            pair.blocks.append((kind, size))
+        self._rows = [self._row(*row) for row in r.rows]
+
+    def _terms(self, terms: Terms) -> Terms:
+        return {self._place[atom]: value for atom, value in terms.items()}
+
+    def _row(self, _: int, terms: Terms, offset: float, lower: float, upper: float
+             ) -> Tuple[int, int, int]:
+        """Returns the equation, or the rows of the lower and of the upper bound; -1 for none."""
+        own = self._terms(terms)
+        if lower == upper:
+            return self.pair.equation(own, lower - offset), -1, -1
+        return (-1, *self._bounds(own, offset, lower, upper))
+
+    def _bounds(self, terms: Terms, offset: float, lower: float, upper: float) -> Tuple[int, int]:
+        minus = {k: -value for k, value in terms.items()}
+        return (self.pair.linear(terms, offset - lower) if lower > -math.inf else -1,
+                self.pair.linear(minus, upper - offset) if upper < math.inf else -1)
+
+    def solution(self, found: Found) -> Solution:
+        side = lambda values, k: values[k] if k >= 0 else 0.0
+        return self.reduced.solution(
+            found.status, found.words,
+            dict(zip(self.reduced.atoms, found.u)),
+            [side(found.v, equation) + side(found.z, lower) - side(found.z, upper)
+             for equation, lower, upper in self._rows],
+            [found.z[k] for k in self._slot_rows],
+            [found.z[k] for k in self._matrix_rows])
+
+
+class Standard(Form):
+    """Each atom is shift + scale * z[k], or v[k] where the scale is 0."""
+
+    name, infeasible = STANDARD, SECOND
+
+    def _build(self) -> None:
+        r, pair = self.reduced, self.pair
+        self._parts: Dict[int, Tuple[int, float, float]] = {}
+        self._matrix_rows: List[int] = []
+        bare = self._bare_slots()
+        for dim, atoms in r.variables():
+            for atom in atoms:
+                if dim > 0:
+                    self._matrix_rows.append(self._member(atom))
+                elif atom not in r.fixed and atom not in bare:
+                    self._column(atom, r.lower[atom], r.upper[atom])
+            if dim > 0:
+                pair.blocks.append((SEMIDEFINITE, dim))
+        members = [0] * len(r.slots)
+        for kind, size, slots in r.cones():
+            for k in slots:
+                members[k] = pair.member({}, 0.0)
+            pair.blocks.append((kind, size))
+        for atom, k in bare.items():
+            terms, offset = r.slots[k]
+            self._parts[atom] = members[k], 1.0 / terms[atom], -offset / terms[atom]
+        self._costs()
+        taken = set(bare.values())
+        self._rows = [self._row(*row) for row in r.rows]
+        # By slot the equation that it has, or the complement of its row of K.
+        self._slots = [~members[k] if k in taken else self._equation(terms, -offset,
+                                                                     {members[k]: -1.0})
+                       for k, (terms, offset) in enumerate(r.slots)]
+
+    def _bare_slots(self) -> Dict[int, int]:
+        """The slots that are nothing but a free column, by column."""
+        r, bare = self.reduced, {}  # type: Reduced, Dict[int, int]
+        for k, (terms, _) in enumerate(r.slots):
+            if len(terms) == 1:
+                (atom,) = terms
+                if r.is_free(atom):
+                    bare.setdefault(atom, k)
+        return bare
+
+    def _member(self, atom: int) -> int:
+        k = self.pair.member({}, 0.0)
+        self._parts[atom] = k, 1.0, 0.0
+        return k
+
+    def _column(self, atom: int, lower: float, upper: float) -> None:
+        pair = self.pair
+        if lower > -math.inf:
+            k = pair.linear({}, 0.0)
+            self._parts[atom] = k, 1.0, lower
+            if upper < math.inf:
+                self._equation({}, upper - lower, {k: 1.0, pair.linear({}, 0.0): 1.0})
+        elif upper < math.inf:
+            self._parts[atom] = pair.linear({}, 0.0), -1.0, upper
+        else:
+            self._parts[atom] = pair.equation({}, 0.0), 0.0, 0.0
+
+    def _costs(self) -> None:
+        for atom, value in self.reduced.cost.items():
+            k, scale, _ = self._parts[atom]
+            if scale == 0.0:
+                self.pair.b[k] = -value
+            else:
+                self.pair.h[k] = scale * value
+
+    def _equation(self, terms: Terms, side: float, slacks: Terms) -> int:
+        """The terms and, by row of K, the slacks add up to the side."""
+        pair, number = self.pair, len(self.pair.c)
+        for k, value in slacks.items():
+            pair.F[k][number] = value
+        for atom, value in terms.items():
+            k, scale, shift = self._parts[atom]
+            side -= value * shift
+            row = pair.A[k] if scale == 0.0 else pair.F[k]
+            row[number] = row.get(number, 0.0) + (value if scale == 0.0 else value * scale)
+        pair.c.append(side)
+        return number
+
+    def _row(self, _: int, terms: Terms, offset: float, lower: float, upper: float) -> int:
+        if lower == upper:
+            return self._equation(terms, lower - offset, {})
+        slack = self.pair.linear({}, 0.0)
+        if lower == -math.inf:
+            return self._equation(terms, upper - offset, {slack: 1.0})
+        number = self._equation(terms, lower - offset, {slack: -1.0})
+        if upper < math.inf:
+            self._equation({}, upper - lower, {slack: 1.0, self.pair.linear({}, 0.0): 1.0})
+        return number
+
+    def solution(self, found: Found) -> Solution:
+        return self.reduced.solution(
+            found.status, found.words,
+            {atom: shift + scale * found.z[k] if scale else found.v[k]
+             for atom, (k, scale, shift) in self._parts.items()},
+            [-found.u[k] for k in self._rows],
+            [-found.u[k] if k >= 0 else found.slacks[~k] for k in self._slots],
+            [found.slacks[k] for k in self._matrix_rows])

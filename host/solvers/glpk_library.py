@@ -1,0 +1,268 @@
+"""GLPK's shared library, in a thread of its own.
+
+The library ends the process when it is misused or meets numbers that it can't work with: it calls
+a hook, and aborts when that returns. So all of it runs in one thread, where it keeps its memory,
+and the hook doesn't return: the caller gets an error, the thread stays where it is, and the next
+call starts another one, with an environment of its own. In the same way a caller leaves a thread
+behind that doesn't heed Ctrl-C or a time limit; that one ends when its work is done.
+"""
+
+from __future__ import annotations
+
+import ctypes
+import queue
+import threading
+import time
+from typing import Any, Callable, List, Optional, Tuple, TypeVar
+
+from .adapter import SolverError
+
+LIBRARY = "libglpk.so.40"
+PATIENCE = 0.5  # seconds for a call to end after it was told to
+
+Result = TypeVar("Result")
+
+
+class Interrupted(Exception):
+    """A call was told to stop before it had a result."""
+
+
+class SimplexParameters(ctypes.Structure):
+    _fields_ = [
+        *((name, ctypes.c_int) for name in ("msg_lev", "meth", "pricing", "r_test")),
+        *((name, ctypes.c_double) for name in ("tol_bnd", "tol_dj", "tol_piv", "obj_ll", "obj_ul")),
+        *((name, ctypes.c_int) for name in ("it_lim", "tm_lim", "out_frq", "out_dly", "presolve",
+                                            "excl", "shift", "aorn")),
+        ("reserved", ctypes.c_double * 33),
+    ]
+
+
+CALLBACK = ctypes.CFUNCTYPE(None, ctypes.c_void_p, ctypes.c_void_p)
+
+
+class IntegerParameters(ctypes.Structure):
+    _fields_ = [
+        *((name, ctypes.c_int) for name in ("msg_lev", "br_tech", "bt_tech")),
+        ("tol_int", ctypes.c_double), ("tol_obj", ctypes.c_double),
+        *((name, ctypes.c_int) for name in ("tm_lim", "out_frq", "out_dly")),
+        ("cb_func", CALLBACK), ("cb_info", ctypes.c_void_p),
+        ("cb_size", ctypes.c_int), ("pp_tech", ctypes.c_int), ("mip_gap", ctypes.c_double),
+        *((name, ctypes.c_int) for name in ("mir_cuts", "gmi_cuts", "cov_cuts", "clq_cuts",
+                                            "presolve", "binarize", "fp_heur", "ps_heur",
+                                            "ps_tm_lim", "sr_heur", "use_sol")),
+        ("save_sol", ctypes.c_char_p), ("alien", ctypes.c_int), ("flip", ctypes.c_int),
+        ("reserved", ctypes.c_double * 23),
+    ]
+
+
+def _prototypes() -> "dict[str, Tuple[Any, ...]]":
+    """Result and arguments of each routine. Those that are called for each row or column get their
+    arguments in the library's own types, as to convert them takes longer than the rest of a call.
+    """
+    problem, text, whole, real = ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int, ctypes.c_double
+    pointer = ctypes.c_void_p
+    return {
+        "create_prob": (problem,),
+        "delete_prob": (None, problem),
+        "erase_prob": (None, problem),
+        "read_mps": (whole, problem, whole, pointer, text),
+        "get_prob_name": (text, problem),
+        "get_row_name": (text,),
+        "get_col_name": (text,),
+        "get_num_rows": (whole, problem),
+        "get_num_cols": (whole, problem),
+        "get_num_nz": (whole, problem),
+        "get_num_int": (whole, problem),
+        "add_rows": (whole, problem, whole),
+        "add_cols": (whole, problem, whole),
+        "get_row_lb": (real,),
+        "get_row_ub": (real,),
+        "get_col_lb": (real,),
+        "get_col_ub": (real,),
+        "set_row_bnds": (None,),
+        "set_col_bnds": (None,),
+        "get_col_kind": (whole,),
+        "set_col_kind": (None,),
+        "get_obj_dir": (whole, problem),
+        "set_obj_dir": (None, problem, whole),
+        "get_obj_coef": (real,),
+        "set_obj_coef": (None,),
+        "get_mat_row": (whole, problem, whole, pointer, pointer),
+        "get_mat_col": (whole,),
+        "set_mat_row": (None, problem, whole, whole, pointer, pointer),
+        "load_matrix": (None, problem, whole, pointer, pointer, pointer),
+        "scale_prob": (None, problem, whole),
+        "unscale_prob": (None, problem),
+        "adv_basis": (None, problem, whole),
+        "init_smcp": (None, pointer),
+        "simplex": (whole, problem, pointer),
+        "init_iocp": (None, pointer),
+        "intopt": (whole, problem, pointer),
+        "ios_terminate": (None, pointer),
+        "ios_best_node": (whole, pointer),
+        "ios_node_bound": (real, pointer, whole),
+        "npp_alloc_wksp": (pointer,),
+        "npp_load_prob": (None, pointer, problem, whole, whole),
+        "npp_preprocess1": (whole, pointer, whole),
+        "npp_build_prob": (None, pointer, problem),
+        "npp_postprocess": (None, pointer, problem),
+        "npp_obtain_sol": (None, pointer, problem),
+        "npp_free_wksp": (None, pointer),
+        "get_status": (whole, problem),
+        "get_it_cnt": (whole, problem),
+        "get_prim_stat": (whole, problem),
+        "get_obj_val": (real, problem),
+        "get_row_prim": (real,),
+        "get_row_dual": (real,),
+        "get_col_prim": (real,),
+        "get_col_dual": (real,),
+        "mip_status": (whole, problem),
+        "mip_obj_val": (real, problem),
+        "mip_row_val": (real,),
+        "mip_col_val": (real,),
+        "free_env": (whole,),
+    }
+
+
+class Library:
+    """The routines as attributes, without their prefix. Raises SolverError if it is missing."""
+
+    def __init__(self, name: str) -> None:
+        try:
+            self.loaded = ctypes.CDLL(name)
+        except OSError:
+            raise SolverError("GLPK is missing: %s can't be loaded; on Debian: apt-get install "
+                              "libglpk40" % name) from None
+        for routine, (result, *arguments) in _prototypes().items():
+            function = getattr(self.loaded, "glp_" + routine)
+            function.restype, function.argtypes = result, arguments or None
+            setattr(self, routine, function)
+
+    def __getattr__(self, name: str) -> Any:
+        raise AttributeError(name)
+
+
+class Thread:
+    """A thread that the library runs in; `lost` says why it can't be used any more, or is None."""
+
+    def __init__(self, library: Library) -> None:
+        self.lib, self.lost = library, ""
+        self.stopping = False  # what runs is to end soon
+        self.messages: List[str] = []  # what the library printed in the last call
+        self._calls: "queue.SimpleQueue[Any]" = queue.SimpleQueue()
+        self._answers: "queue.SimpleQueue[Any]" = queue.SimpleQueue()
+        self._on_print = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_void_p, ctypes.c_char_p)(
+            self._keep_message)
+        self._on_error = ctypes.CFUNCTYPE(None, ctypes.c_void_p)(self._stop_for_good)
+        self._thread = threading.Thread(target=self._run, name="glpk", daemon=True)
+        self._thread.start()
+
+    def call(self, function: Callable[..., Result], *arguments: Any,
+             log: Optional[Callable[[str], object]] = None,
+             seconds: float = threading.TIMEOUT_MAX) -> Result:
+        """The result of the function, which runs in the thread and should end when `stopping` is
+        set. That is done after so many seconds and at Ctrl-C; if it doesn't help, the thread is
+        left behind. Lines that the library prints go to `log`, here.
+
+        Raises what the function does, SolverError if the library stopped, KeyboardInterrupt at
+        Ctrl-C, and Interrupted if the function didn't end in time.
+        """
+        self.require()
+        self.stopping, self._answers = False, queue.SimpleQueue()
+        self._calls.put((function, arguments, self._answers))
+        interruption: Optional[KeyboardInterrupt] = None
+        end = time.monotonic() + min(seconds, 1e9)
+        while True:
+            try:
+                kind, value = self._answers.get(timeout=max(0.0, end - time.monotonic()))
+                if kind == "line":
+                    if log is not None:
+                        log(value)
+                    continue
+            except queue.Empty:
+                if not self.stopping:
+                    self.stopping, end = True, time.monotonic() + PATIENCE
+                    continue
+                self._leave("was left behind, as it did not stop in time")
+                kind, value = "error", Interrupted()
+            except KeyboardInterrupt as error:
+                interruption = interruption or error
+                self.stopping, end = True, min(end, time.monotonic() + PATIENCE)
+                continue
+            if interruption is not None:
+                raise interruption
+            if kind == "result":
+                return value  # type: ignore[no-any-return]
+            raise value
+
+    def later(self, function: Callable[..., object], *arguments: Any) -> None:
+        """Runs the function when there is nothing else to do; nobody hears of its end."""
+        self._calls.put((function, arguments, queue.SimpleQueue()))
+
+    def require(self) -> None:
+        """SolverError if the thread can't be used."""
+        if not self.lost and not self._thread.is_alive():
+            self.lost = "doesn't run in a process that was forked"
+        if self.lost:
+            raise SolverError("GLPK %s: its problem has to be loaded again" % self.lost)
+
+    # What runs in the thread.
+
+    def _run(self) -> None:
+        self.lib.loaded.glp_term_hook(self._on_print, None)
+        self.lib.loaded.glp_error_hook(self._on_error, None)
+        while not self.lost:
+            function, arguments, self._current = self._calls.get()
+            self.messages.clear()
+            try:
+                answer = "result", function(*arguments)
+            except BaseException as error:
+                answer = "error", error
+            self._current.put(answer)
+            del function, arguments, answer
+        self.lib.free_env()
+
+    def _leave(self, why: str) -> None:
+        self.lost = why
+        self._calls.put((lambda: None, (), queue.SimpleQueue()))  # to wake it
+
+    def _keep_message(self, _: object, text: bytes) -> int:
+        self.messages.append(text.decode(errors="replace"))
+        if text.endswith(b"\n"):
+            for line in "".join(self.messages[self._told():]).splitlines():
+                self._current.put(("line", line))
+        return 1
+
+    def _told(self) -> int:
+        """The first message that belongs to the last line."""
+        k = len(self.messages) - 1
+        while k > 0 and not self.messages[k - 1].endswith("\n"):
+            k -= 1
+        return k
+
+    def _stop_for_good(self, _: object) -> None:
+        """The library is about to abort: what it said before tells why."""
+        self.lost = "stopped (%s)" % " ".join("".join(self.messages[-2:]).split())
+        self.lib.free_env()
+        self._current.put(("error", SolverError("GLPK " + self.lost)))
+        threading.Lock().acquire()
+        forever = threading.Event()
+        forever.wait()
+
+
+_library: List[Library] = []
+_thread: List[Thread] = []
+
+
+def library() -> Library:
+    """The library, loaded when it is first needed. Raises SolverError if it is missing."""
+    if not _library:
+        _library.append(Library(LIBRARY))
+    return _library[0]
+
+
+def thread() -> Thread:
+    """The thread that runs the library at present."""
+    if not _thread or _thread[0].lost:
+        _thread[:] = [Thread(library())]
+    return _thread[0]
