@@ -141,6 +141,11 @@ class Reduced:
 
     # And back.
 
+    def objective(self, levels: Dict[int, float]) -> float:
+        """The objective where the atoms have these levels."""
+        return self.problem.rows.offset[0] + math.fsum(
+            value * levels[atom] for atom, value in self._forms[0].items())
+
     def solution(self, status: str, words: str, levels: Dict[int, float],
                  row_duals: Sequence[float], slot_duals: Sequence[float],
                  matrix_duals: Sequence[float]) -> Solution:
