@@ -240,8 +240,10 @@ class Glpk(Adapter):
         found.xc = array("d", map(float.__add__, self._offset, native.values(kind[0], rows)))
         found.xc[0] = found.objective
         found.xx = native.values(kind[1], columns)
+        found.accx, found.barx = array("d"), array("d")
         if found.status == OPTIMAL and not integer:
             found.slc, found.suc = split_duals(native.values("get_row_dual", rows), self._maximize)
+            found.accy, found.bars = array("d"), array("d")
             found.slx, found.sux = split_duals(native.values("get_col_dual", columns),
                                                self._maximize)
 
