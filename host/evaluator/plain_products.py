@@ -113,7 +113,8 @@ class PlainProducts(Workspace):
             closure(488, rowptr, x.i32, xd0)
             closure(489, len(shape), nelem, rowptr, sp, x.i32, x.i64, xd0, variable.shape, xvi, xvj)
             colptr, perm = self._group_plain(m)
-            nout, nnz = closure(490, m.columns, colptr, m.msubi, 0, 0, perm, rowptr, x.i32, xd0, xvj)
+            nout, nnz = closure(490, m.columns, colptr, m.msubi, 0, 0, perm, rowptr, x.i32, xd0,
+                                xvj)
             h = self._reserve(shape, nout, nnz, hassp=True)
             closure(491, m.mval, m.columns, colptr, m.msubi, nidxs, perm, rowptr,
                     *self._plain_sections(h), x.i32, x.i64, xd0, xvj)
