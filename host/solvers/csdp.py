@@ -13,6 +13,7 @@ program ends if several X or several duals are optimal.
 
 from __future__ import annotations
 
+import io
 import math
 import os
 import re
@@ -28,9 +29,10 @@ from typing import IO, Dict, Iterator, List, Optional, Sequence, Tuple
 from ..data.buffers import zeros
 from ..formats.sdpa import SdpaProblem
 from .adapter import Adapter, Options, SolverError
-from .forms import FIRST, LINEAR, SECOND, Found, Pair, solve
+from .forms import FIRST, LINEAR, SECOND, Found, Pair, Standard, solve
 from .problem import (INACCURATE, LIMIT, OFF_DIAGONAL, OPTIMAL, QUADRATIC, Problem, Solution,
                       triangle)
+from .reduction import Reduced
 
 PROGRAM = "csdp"
 # By exit status. Its primal problem is the second one of a pair.
@@ -112,6 +114,22 @@ def as_blocks(pair: Pair) -> SdpaProblem:
         for place, value in sorted(entries.items()):
             result.append(k, *place, value)
     return result
+
+
+def sdpa_text(problem: Problem) -> str:
+    """A file of SDPA's format with the standard form of a problem. What the format can't tell
+    stands in a comment: a minimum, and a constant in the objective. Raises ValueError for integer
+    columns, and for a problem that is seen to have no solution."""
+    if any(problem.integer):
+        raise ValueError("a file of SDPA's format can't carry integer columns")
+    reduced = Reduced(problem)
+    if reduced.contradiction or reduced.unbounded:
+        raise ValueError("a file of SDPA's format can't carry the problem: %s"
+                         % (reduced.contradiction or reduced.unbounded))
+    form, file = Standard(reduced), io.StringIO()
+    file.write('"the objective is this one times %g, plus %r\n' % (-reduced.sign, form.constant))
+    as_blocks(form.pair.without_equations()).write(file)
+    return file.getvalue()
 
 
 def places_of(pair: Pair) -> Iterator[Tuple[List[Tuple[int, int, int]], float]]:

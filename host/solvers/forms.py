@@ -278,6 +278,12 @@ class Standard(Form):
             else:
                 self.pair.h[k] = scale * value
 
+    @property
+    def constant(self) -> float:
+        """What the objective is where z and v are 0."""
+        shifts = {atom: shift for atom, (_, _, shift) in self._parts.items()}
+        return self.reduced.objective({**self.reduced.fixed, **shifts})
+
     def _equation(self, terms: Terms, side: float, slacks: Terms) -> int:
         """The terms and, by row of K, the slacks add up to the side."""
         pair, number = self.pair, len(self.pair.c)

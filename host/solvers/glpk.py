@@ -8,8 +8,6 @@ a row counts its offset, and its bounds are those of the value.
 from __future__ import annotations
 
 import math
-import os
-import re
 import time
 from array import array
 from typing import Any, Callable, Iterable, List, Optional, Sequence, Set, Tuple, TypeVar
@@ -21,7 +19,6 @@ from .glpk_problem import NativeProblem
 from .glpk_solving import Run
 from .problem import FEASIBLE, INFEASIBLE, LIMIT, OPTIMAL, Problem, Solution, split_duals
 
-FIXED_MPS, FREE_MPS = 1, 2
 MOST = 100_000_000  # rows or columns
 SMALLEST, GREATEST = 1e-100, 1e100  # of the size of a number other than 0
 NOTHING_LOADED = "GLPK has no problem yet: it has to be loaded"
@@ -243,36 +240,12 @@ class Glpk(Adapter):
         found.xc = array("d", map(float.__add__, self._offset, native.values(kind[0], rows)))
         found.xc[0] = found.objective
         found.xx = native.values(kind[1], columns)
+        found.accx, found.barx = array("d"), array("d")
         if found.status == OPTIMAL and not integer:
             found.slc, found.suc = split_duals(native.values("get_row_dual", rows), self._maximize)
+            found.accy, found.bars = array("d"), array("d")
             found.slx, found.sux = split_duals(native.values("get_col_dual", columns),
                                                self._maximize)
-
-
-def read_mps(path: str) -> Tuple[str, Problem]:
-    """The name and the problem of an MPS file, in fixed or free format.
-
-    Raises OSError if the file can't be read, SolverError if it is not an MPS file.
-    """
-    with open(path, "rb"):
-        pass
-    return thread().call(_read_mps, thread(), path)
-
-
-def _read_mps(thread: Thread, path: str) -> Tuple[str, Problem]:
-    native, complaints = NativeProblem(thread.lib), []
-    try:
-        for kind in (FIXED_MPS, FREE_MPS):
-            thread.messages.clear()
-            if thread.lib.read_mps(native.handle, kind, None, os.fsencode(path)) == 0:
-                name = thread.lib.get_prob_name(native.handle) or b""
-                return name.decode(errors="replace"), native.problem()
-            complaints += re.findall(r":(\d+): (?!warning)(.*)", "".join(thread.messages))
-    finally:
-        native.delete()
-    # The format that took the reader further is more likely what was meant.
-    line, complaint = max(complaints, key=lambda c: int(c[0]), default=("1", "nothing to read"))
-    raise SolverError("%s is not an MPS file: line %s: %s" % (path, line, complaint))
 
 
 def require_room(count: int) -> None:

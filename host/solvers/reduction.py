@@ -141,6 +141,11 @@ class Reduced:
 
     # And back.
 
+    def objective(self, levels: Dict[int, float]) -> float:
+        """The objective where the atoms have these levels."""
+        return self.problem.rows.offset[0] + math.fsum(
+            value * levels[atom] for atom, value in self._forms[0].items())
+
     def solution(self, status: str, words: str, levels: Dict[int, float],
                  row_duals: Sequence[float], slot_duals: Sequence[float],
                  matrix_duals: Sequence[float]) -> Solution:
@@ -162,6 +167,7 @@ class Reduced:
                 a, b = accy[cone.first : cone.first + 2]
                 accy[cone.first], accy[cone.first + 1] = HALF * (a + b), HALF * (a - b)
         xc = values(p.rows, self._forms)
+        self._require_sides(y, p.row_lower, p.row_upper)
         slc, suc = split_duals(y, p.maximize)
         slx, sux = split_duals(self._column_duals(y, accy), p.maximize)
         entries = range(count, len(level))
@@ -173,9 +179,8 @@ class Reduced:
             bars=array("d", (sign * dual / self._weight[k]
                              for k, dual in zip(entries, matrix_duals))))
 
-    def _column_duals(self, y: "array[float]", accy: "array[float]") -> "array[float]":
-        """What the duals of rows and slots leave of a column's coefficient in the objective, where
-        a bound can take it."""
+    def _column_duals(self, y: array[float], accy: array[float]) -> array[float]:
+        """What the duals of rows and slots leave of a column's coefficient in the objective."""
         count, costs = len(self.lower), self._forms[0]
         duals = array("d", (costs.get(j, 0.0) for j in range(count)))
         for weights, forms in ((y, self._forms), (accy, self._slot_forms)):
@@ -183,7 +188,11 @@ class Reduced:
                 for atom, value in terms.items() if weight != 0.0 else ():
                     if atom < count:
                         duals[atom] -= weight * value
-        for j, dual in enumerate(duals):
-            if math.isinf(self.lower[j] if self.sign * dual > 0.0 else self.upper[j]):
-                duals[j] = 0.0
+        self._require_sides(duals, self.lower, self.upper)
         return duals
+
+    def _require_sides(self, duals: array[float], lower: array[float], upper: array[float]) -> None:
+        """Duals of a side that isn't there are rounding errors: they become 0."""
+        for k, dual in enumerate(duals):
+            if dual != 0.0 and math.isinf(lower[k] if self.sign * dual > 0.0 else upper[k]):
+                duals[k] = 0.0
