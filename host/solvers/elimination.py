@@ -23,7 +23,7 @@ def solve_reduced(pair: Pair, solver: Solver) -> Found:
     """The solution of the pair, by a solver that gets it without equations."""
     steps = Elimination(pair.A, pair.b, [*pair.F, dict(enumerate(pair.c))], [*pair.h, 0.0])
     if steps.contradiction:
-        return Found(FIRST, "equations contradict each other")
+        return Found(FIRST, "seen before it was solved")
     *F, costs = steps.others
     left = [k for k in range(len(pair.c)) if k not in steps.pivots]
     columns: List[Terms] = [{} for _ in pair.c]
@@ -33,7 +33,7 @@ def solve_reduced(pair: Pair, solver: Solver) -> Found:
     c = [costs.get(k, 0.0) for k in range(len(pair.c))]
     duals = Elimination([columns[k] for k in left], [c[k] for k in left], [], [])
     if duals.contradiction:
-        return Found(SECOND, "equations contradict each other")
+        return Found(SECOND, "seen before it was solved")
     left = [left[i] for i in sorted(duals.kept)]
     number = {k: i for i, k in enumerate(left)}
     reduced = replace(pair, c=[c[k] for k in left], h=steps.sides[:-1], A=[], b=[], F=[
