@@ -4,12 +4,13 @@ import importlib
 import pathlib
 import sys
 import time
+from typing import Any, Callable, Dict
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILDS = (ROOT / "build" / "release", ROOT / "build")
 
 
-def load():
+def load() -> Any:
     """The module `fragments`, from the path or from a build below the project's root.
 
     Raises ImportError, with one line that says what to do, where there is none for this
@@ -32,12 +33,12 @@ class Closures:
     """`closure(601, ...)` calls the closure with that number; the arguments stand in the order of
     its declaration. `calls` and `seconds` add up over all calls."""
 
-    def __init__(self):
+    def __init__(self) -> None:
         self.calls = 0
         self.seconds = 0.0
-        self._methods = {}
+        self._methods: Dict[int, Callable[..., Any]] = {}
 
-    def __call__(self, number, *arguments):
+    def __call__(self, number: int, *arguments: Any) -> Any:
         method = self._methods.get(number) or self._find(number)
         start = time.perf_counter()
         result = method(*arguments)
@@ -45,7 +46,7 @@ class Closures:
         self.calls += 1
         return result
 
-    def _find(self, number):
+    def _find(self, number: int) -> Any:
         method = getattr(load(), "_c_closure_%d" % number)
         self._methods[number] = method
         return method

@@ -6,10 +6,10 @@ That rows and columns lie in their ranges is the caller's to see to.
 """
 
 from ..closures import closure
-from .buffers import zeros
+from .buffers import Array, Triplets, zeros
 
 
-def sort_triplets(rows, columns, subi, subj, val):
+def sort_triplets(rows: int, columns: int, subi: Array, subj: Array, val: Array) -> Triplets:
     """The triplets (subi, subj, val) of a `rows` x `columns` matrix from those in any order: in
     ascending order of row and, within a row, of column, each position once. The values of repeats
     are added up in the order of the list; a sum of 0.0 stays. Lists that are so already come back
@@ -34,7 +34,7 @@ def sort_triplets(rows, columns, subi, subj, val):
     return result
 
 
-def transpose_triplets(ptr, columns, subj, val):
+def transpose_triplets(ptr: Array, columns: int, subj: Array, val: Array) -> Triplets:
     """Triplets by row in ascending order of column and, within a column, of row: (ptr, subi, val).
     In both lists `ptr` (i64) has where each row or column starts, and the end of the last."""
     begin, end = ptr[0], ptr[-1]
@@ -47,7 +47,7 @@ def transpose_triplets(ptr, columns, subj, val):
     return cptrb[: columns + 1], tsubi, tval
 
 
-def rows_of_entries(ptr):
+def rows_of_entries(ptr: Array) -> Array:
     """The row (i32) of each entry of triplets by row, from where each row starts; the first does at
     0."""
     n = ptr[-1]
@@ -57,10 +57,10 @@ def rows_of_entries(ptr):
     return subi
 
 
-def pointers(count):
+def pointers(count: int) -> memoryview:
     """A pointer array over `count` rows or columns, with one entry more for the counts."""
     return memoryview(zeros("i64", count + 2))
 
 
-def empty_triplets(count):
+def empty_triplets(count: int) -> Triplets:
     return zeros("i32", count), zeros("i32", count), zeros("f64", count)

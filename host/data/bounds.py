@@ -1,15 +1,15 @@
 """Bounds as people have them: numbers for all elements, or arrays."""
 
 import math
-from array import array
-from typing import Any, Sequence, Tuple
+from typing import Any, Tuple
 
-from .buffers import size
-from .constants import constant, place
+from .buffers import Array, Shape, size
+from .constants import constant
+from .reading import place
 from .shapes import position
 
 
-def each(data: Any, shape: Sequence[int], what: str) -> array:
+def each(data: Any, shape: Shape, what: str) -> Array:
     """A number (f64) for each position of the shape, from one for all or an array of that shape.
     Raises ValueError if `data` is neither."""
     held = constant(data, what)
@@ -21,7 +21,7 @@ def each(data: Any, shape: Sequence[int], what: str) -> array:
     return held.values * size(shape)
 
 
-def sides(lower: Any, upper: Any, shape: Sequence[int], name: str = "") -> Tuple[array, array]:
+def sides(lower: Any, upper: Any, shape: Shape, name: str = "") -> Tuple[Array, Array]:
     """The lower and the upper bounds (f64) of all positions of a shape; None is no bound. Raises
     ValueError if they don't fit, or where one is NaN or leaves no number: a lower bound of inf, an
     upper one of -inf. `name` tells what the bounds are of."""

@@ -4,7 +4,11 @@ import math
 import struct
 import sys
 from array import array
-from typing import Any, Iterable, Sequence
+from typing import Any, Sequence, Tuple
+
+Array = Any  # an array of numbers: array.array, or a memoryview of one dimension
+Triplets = Tuple[Array, Array, Array]  # rows, columns and values
+Shape = Sequence[int]
 
 TYPECODES = {"i32": "i", "i64": "q", "f64": "d"}
 CONTENTS = {"i32": "32-bit integers", "i64": "64-bit integers", "f64": "numbers"}
@@ -17,12 +21,12 @@ TRUTH = b"\0" + b"\1" * 255  # of each byte
 SWAPPED = (">", "!") if sys.byteorder == "little" else ("<",)
 
 
-def zeros(kind: str, count: int) -> array:
+def zeros(kind: str, count: int) -> Array:
     """An array of `count` zeros; `kind` is "i32", "i64" or "f64"."""
     return array(TYPECODES[kind], [0]) * count
 
 
-def as_array(kind: str, values: Any) -> array:
+def as_array(kind: str, values: Any) -> Array:
     """The values as an array of that kind, any other buffer by its own format; an array of that
     kind comes back itself. Raises ValueError if the kind can't hold a value."""
     typecode = TYPECODES[kind]
@@ -35,7 +39,7 @@ def as_array(kind: str, values: Any) -> array:
         raise ValueError("no list of %s: %s" % (CONTENTS[kind], error)) from None
 
 
-def items(values: Iterable) -> Iterable:
+def items(values: Any) -> Any:
     """The items of a buffer of numbers, of any strides and byte order, in row-major order as an
     array of their own type; what is no such buffer comes back itself."""
     try:
@@ -57,7 +61,7 @@ def items(values: Iterable) -> Iterable:
     return result
 
 
-def size(shape: Sequence[int]) -> int:
+def size(shape: Shape) -> int:
     """The number of positions of a shape."""
     return math.prod(shape)
 

@@ -1,12 +1,11 @@
 """Constant data from whatever holds numbers: the one entrance for what users bring."""
 
-from array import array
 from typing import Any, List, Optional, Tuple, Union
 
 from ..closures import closure
-from .buffers import as_array, size, zeros
+from .buffers import Array, as_array, size, zeros
 from .matrices import DenseMatrix, SparseMatrix
-from .reading import Shape, place, read
+from .reading import Path, place, read
 from .shapes import ascending, checked_shape, position
 from .tensors import SparseTensor
 
@@ -18,7 +17,7 @@ class Constant:
 
     __slots__ = "shape", "values", "sparsity"
 
-    def __init__(self, shape: Shape, values: array, sparsity: Optional[array] = None) -> None:
+    def __init__(self, shape: Path, values: Array, sparsity: Optional[Array] = None) -> None:
         self.shape, self.values, self.sparsity = shape, values, sparsity
 
     @property
@@ -26,7 +25,7 @@ class Constant:
         """The only number. Raises ValueError if there are more or fewer."""
         if size(self.shape) != 1:
             raise ValueError("a number is needed, not the shape %s" % list(self.shape))
-        return self.values[0] if len(self.values) > 0 else 0.0
+        return float(self.values[0]) if len(self.values) > 0 else 0.0
 
     def matrix(self, column: bool = False) -> Union[DenseMatrix, SparseMatrix]:
         """The operand of a product: dense or sparse as this is. One dimension becomes a row or,
@@ -47,7 +46,7 @@ class Constant:
             return SparseTensor(self.shape, self.sparsity, self.values)
         return SparseTensor(self.shape, ascending(len(self.values)), self.values)
 
-    def dense(self) -> array:
+    def dense(self) -> Array:
         """All numbers (f64) in row-major order."""
         if self.sparsity is None:
             return self.values
@@ -55,7 +54,7 @@ class Constant:
         closure(168, self.sparsity, self.values, self.sparsity, result)
         return result
 
-    def reshape(self, shape: Shape) -> "Constant":
+    def reshape(self, shape: Path) -> "Constant":
         """The same numbers in another shape of as many positions, which is not tested."""
         return Constant(tuple(shape), self.values, self.sparsity)
 
@@ -94,7 +93,7 @@ def constant(data: Any, what: str = "constant data") -> Constant:
     return result
 
 
-def split(rows: int, columns: int, linear: array) -> Tuple[array, array]:
+def split(rows: int, columns: int, linear: Array) -> Tuple[Array, Array]:
     """Rows and columns (i32) of the places at these linear indexes of a matrix."""
     n = len(linear)
     held, base = zeros("i32", rows + 1 + 2 * n), rows + 1
@@ -102,7 +101,7 @@ def split(rows: int, columns: int, linear: array) -> Tuple[array, array]:
     return held[base : base + n], held[base + n :]
 
 
-def sparse_constant(shape: Any, places: List[Any], values: array) -> Constant:
+def sparse_constant(shape: Any, places: List[Any], values: Array) -> Constant:
     """From the subscripts of each dimension, in any order."""
     shape = tuple(checked_shape(shape))
     table = zeros("i32", len(shape) * len(values))

@@ -8,13 +8,14 @@ import itertools
 import math
 from array import array
 from numbers import Integral
+from typing import Any, Callable, Iterable, Tuple
 
 from ..closures import closure
+from .buffers import LARGEST, Array, Shape, Triplets, as_array, size, zeros
 from .shapes import checked_shape, within
-from .buffers import LARGEST, as_array, size, zeros
 
 
-def nonzeros(subi_, subj_, val_):
+def nonzeros(subi_: Array, subj_: Array, val_: Array) -> Triplets:
     """The triplets whose value isn't 0.0, in their order: rows, columns (i32) and values (f64)."""
     count = closure(635, 0, val_)
     subi, subj, val = zeros("i32", count), zeros("i32", count), zeros("f64", count)
@@ -22,7 +23,7 @@ def nonzeros(subi_, subj_, val_):
     return subi, subj, val
 
 
-def checked_triplets(rows, columns, subi, subj, val):
+def checked_triplets(rows: int, columns: int, subi: Any, subj: Any, val: Any) -> Triplets:
     """The triplets as arrays, none outside of a `rows` x `columns` matrix. Raises ValueError if
     there are not as many of each, or with the first entry outside."""
     shape, val = checked_shape((rows, columns)), as_array("f64", val)
@@ -35,18 +36,18 @@ def checked_triplets(rows, columns, subi, subj, val):
     return subi, subj, val
 
 
-def linear_indexes(shape, subscripts, count):
+def linear_indexes(shape: Shape, subscripts: Any, count: int) -> Array:
     """The linear indexes (i64) of `count` entries from their subscripts, as subscript_table takes
     them. Raises ValueError if there are not so many, or with the first entry outside."""
     shape, inst = checked_shape(shape), zeros("i64", count)
     table = subscript_table(shape, subscripts, count)
     if closure(612, shape, False, table):
-        raise outside(shape, table.tolist())
+        raise outside(shape, () if table is None else table.tolist())
     closure(613, shape, inst, table)
     return inst
 
 
-def subscript_table(shape, subscripts, count):
+def subscript_table(shape: Shape, subscripts: Any, count: int) -> Any:
     """The subscripts of `count` entries as a rank-2 array (i32), or None if it has no entries: from
     a row for each entry, or all in one list. Raises ValueError if there are not so many, or with
     the first entry that isn't one of 32-bit integers."""
@@ -62,7 +63,7 @@ def subscript_table(shape, subscripts, count):
     return rank2(converted("i32", subscripts, shape, rows), count, nd)
 
 
-def merged(shape, inst_, cof_):
+def merged(shape: Shape, inst_: Array, cof_: Array) -> Tuple[Array, Array]:
     """Linear indexes (i64), in any order, and their coefficients (f64): in ascending order, each
     index once, the coefficients of repeats added up in the order of the list. A sum of 0.0 stays.
     Raises ValueError with the first entry outside of the shape."""
@@ -83,7 +84,7 @@ def merged(shape, inst_, cof_):
     return inst, cof
 
 
-def sorting_permutation(linear, total):
+def sorting_permutation(linear: Array, total: int) -> Array:
     """The stable permutation (i64) that sorts linear indexes below `total`: as numbers of two
     digits, by the lower and then by the upper one, unless these have too many values."""
     n, base = len(linear), math.isqrt(total) + 1
@@ -95,14 +96,14 @@ def sorting_permutation(linear, total):
     return perm
 
 
-def rank2(values, rows, columns):
+def rank2(values: Any, rows: int, columns: int) -> Any:
     """An array as a rank-2 one; None if it has no entries, as there are no such views."""
     if rows * columns == 0:
         return None
     return memoryview(values).cast("B").cast(values.typecode, [rows, columns])
 
 
-def converted(kind, values, shape, entries):
+def converted(kind: str, values: Any, shape: Shape, entries: Callable[[], Iterable[Any]]) -> Array:
     """The values as an array; if it can't hold one, the error that names the first of the entries,
     made by a call of `entries`, that is outside."""
     try:
@@ -111,7 +112,7 @@ def converted(kind, values, shape, entries):
         raise outside(shape, entries()) from None
 
 
-def outside(shape, entries):
+def outside(shape: Shape, entries: Iterable[Any]) -> ValueError:
     """The error that names the first of the entries, rows of subscripts, that is outside."""
     for t, subscripts in enumerate(entries):
         if not all(isinstance(i, Integral) for i in subscripts):

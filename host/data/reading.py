@@ -6,13 +6,13 @@ from itertools import count
 from numbers import Number
 from typing import Any, Iterable, List, Tuple
 
-from .buffers import items
+from .buffers import Array, items
 
-Shape = Path = Tuple[int, ...]
+Path = Tuple[int, ...]
 NUMBERLESS = (str, bytes, Mapping, Set)  # what can be gone through and is no list of numbers
 
 
-def read(data: Any, what: str, path: Path = ()) -> Tuple[Shape, array]:
+def read(data: Any, what: str, path: Path = ()) -> Tuple[Path, Array]:
     """Shape and numbers of what stands at `path` in `what`."""
     if isinstance(data, Number):
         return (), numbers([data], what, [path])
@@ -22,7 +22,7 @@ def read(data: Any, what: str, path: Path = ()) -> Tuple[Shape, array]:
         data = data.tolist()
     try:
         with memoryview(data) as view:
-            shape, held = view.shape, items(view)
+            shape, held = tuple(view.shape or ()), items(view)
         if held is not view:
             return shape, held if held.typecode == "d" else array("d", held)
     except (TypeError, ValueError, BufferError):
@@ -35,7 +35,7 @@ def read(data: Any, what: str, path: Path = ()) -> Tuple[Shape, array]:
     return level(list(data), what, path)
 
 
-def level(rows: List[Any], what: str, path: Path) -> Tuple[Shape, array]:
+def level(rows: List[Any], what: str, path: Path) -> Tuple[Path, Array]:
     """Shape and numbers of a list of numbers, or of arrays of one shape."""
     if not rows or not hasattr(rows[0], "__len__"):
         return (len(rows),), numbers(rows, what, (path + (k,) for k in count()))
@@ -50,7 +50,7 @@ def level(rows: List[Any], what: str, path: Path) -> Tuple[Shape, array]:
     return (len(rows), *inner), result
 
 
-def numbers(values: List[Any], what: str, paths: Iterable[Path]) -> array:
+def numbers(values: List[Any], what: str, paths: Iterable[Path]) -> Array:
     """The values (f64), which stand at these paths. The first that is no number is named."""
     try:
         return array("d", values)

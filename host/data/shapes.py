@@ -1,19 +1,20 @@
 """Shapes, their subscripts and linear indexes, and the errors where these don't fit."""
 
 from numbers import Integral
+from typing import Any, Iterable, Optional, Tuple
 
 from ..closures import closure
-from .buffers import LARGEST, as_array, size, zeros
+from .buffers import LARGEST, Array, Shape, as_array, size, zeros
 
 LARGEST_SIZE = 2 ** 63 - 1  # linear indexes are 64-bit
 
 
-def within(value, first, last):
+def within(value: Any, first: int, last: int) -> bool:
     """Whether the value is an integer from `first` to `last`."""
-    return isinstance(value, Integral) and first <= value <= last
+    return isinstance(value, Integral) and first <= int(value) <= last
 
 
-def checked_shape(shape):
+def checked_shape(shape: Iterable[int]) -> Array:
     """The shape (i32), if it is one that linear indexes can number; else ValueError."""
     shape = list(shape)
     if not all(within(extent, 0, LARGEST) for extent in shape) or size(shape) > LARGEST_SIZE:
@@ -22,12 +23,12 @@ def checked_shape(shape):
     return as_array("i32", shape)
 
 
-def require_dimension(shape, dim, first, last):
+def require_dimension(shape: Shape, dim: int, first: int, last: int) -> None:
     if not within(dim, first, last):
         raise ValueError("the shape %s has no dimension %s" % (list(shape), dim))
 
 
-def axis_pair(shape, first, second):
+def axis_pair(shape: Shape, first: int, second: Any) -> Tuple[int, int, int, int]:
     """What the axes first < second, of equal extent, make of a shape: the positions before, the
     extent, the positions between and behind. Else ValueError."""
     if not (within(second, 0, len(shape) - 1) and within(first, 0, second - 1)
@@ -38,7 +39,7 @@ def axis_pair(shape, first, second):
     return size(before), shape[first], size(between), size(behind)
 
 
-def box(shape, first, last):
+def box(shape: Shape, first: Iterable[int], last: Iterable[int]) -> Tuple[Array, Array, Array]:
     """The corners of a box and its extents (i32), if it lies in the shape; else ValueError. It goes
     in each dimension from `first` up to but not including `last`."""
     first, last = list(first), list(last)
@@ -50,7 +51,7 @@ def box(shape, first, last):
     return as_array("i32", first), as_array("i32", last), as_array("i32", extents)
 
 
-def stored_places(shape, count, sparsity):
+def stored_places(shape: Shape, count: int, sparsity: Any) -> Optional[Array]:
     """`sparsity` as i64, or None; ValueError if it doesn't list `count` places of the shape in
     strict order, or if without one the shape doesn't have `count` places."""
     total = size(checked_shape(shape))
@@ -65,21 +66,21 @@ def stored_places(shape, count, sparsity):
     return sparsity
 
 
-def strides(shape):
+def strides(shape: Shape) -> Array:
     """The row-major strides (i64) of a shape (i32)."""
     result = unit_strides(len(shape))
     closure(240, len(shape), shape, result)
     return result
 
 
-def unit_strides(nd):
+def unit_strides(nd: int) -> Array:
     """Room for strides (i64), of which the last is 1 already."""
     result = zeros("i64", nd)
     result[-1:] = as_array("i64", [1] * min(nd, 1))
     return result
 
 
-def position(shape, linear):
+def position(shape: Shape, linear: int) -> Tuple[int, ...]:
     """The subscripts at a linear index of the shape."""
     subscripts = zeros("i32", len(shape))
     if len(shape) > 0:
@@ -87,7 +88,7 @@ def position(shape, linear):
     return tuple(subscripts)
 
 
-def ascending(n):
+def ascending(n: int) -> Array:
     """0, 1, ..., n - 1 as i64."""
     narrow, wide = zeros("i32", n), zeros("i64", n)
     closure(525, 0, n, narrow)

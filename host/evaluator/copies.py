@@ -5,7 +5,7 @@ the entry. The sums are exact wherever a bound that is quick to tell doesn't fit
 """
 
 from collections import Counter
-from typing import Any, Callable, Iterable, Iterator, Sequence, Tuple
+from typing import Any, Iterable, Iterator, Sequence, Tuple
 
 from ..closures import closure
 from ..data.buffers import LARGEST, require_room, size
@@ -13,11 +13,12 @@ from ..data.buffers import LARGEST, require_room, size
 Sizes = Tuple[int, ...]
 
 
-def require_copies(w: Any, e: Any, count: int, keys: Callable[[], Iterable[int]], left: bool,
-                   added: int, shape: Sequence[int]) -> None:
+def require_copies(w: Any, e: Any, count: int, keys: Iterable[int], left: bool, added: int,
+                   shape: Sequence[int]) -> None:
     """Raises ValueError if a product of this shape has more elements, terms or atoms than a stack
-    holds. A call gives the `count` keys: rows of the expression `e` on the stack `w` or, if not
-    `left`, columns. The copy of a term has `added` atoms more."""
+    holds. The `count` keys are rows of the expression `e` on the stack `w` or, if not `left`,
+    columns; nobody goes through them where a bound tells enough. The copy of a term has `added`
+    atoms more."""
     if count * max(e.nelem, e.nnz, max(e.ncodeatom, 0) + added * e.nnz) <= LARGEST:
         return
     meets = inner_extent(e.shape, True) if left else size(e.shape[:-1])
@@ -25,7 +26,7 @@ def require_copies(w: Any, e: Any, count: int, keys: Callable[[], Iterable[int]]
     program = closure(390, 0, e.nnz, e.codeptr_base, w.i32) if e.ncodeatom > 0 else 0
     if count * meets * max(longest, 1) * max(program + added, 1) <= LARGEST:
         return
-    elements, nnz, ncodeatom = copied(element_sizes(w, e, added), e.shape, left, keys())
+    elements, nnz, ncodeatom = copied(element_sizes(w, e, added), e.shape, left, keys)
     require_room(min(elements, size(shape)), nnz, ncodeatom)
 
 

@@ -7,19 +7,23 @@ a dense matrix meets a dense expression. An array that is dense goes by the list
 """
 
 from dataclasses import replace
+from typing import Any, Tuple
 
 from ..closures import closure
-from ..data.buffers import LARGEST, require_room, size
+from ..data.buffers import Shape, as_array, require_room, size
+from ..index_maps.arrays import IndexArray
 from .copies import require_copies
+from .stacks import Expression
+from .workspace import Workspace
 
 
-class ParameterProducts:
+class ParameterProducts(Workspace):
     """The products of an Evaluator with parameters. All raise ValueError if the shapes don't fit or
     an index is no parameter's."""
 
     # The full product.
 
-    def mul_param_left(self, p, e):
+    def mul_param_left(self, p: IndexArray, e: Expression) -> Expression:
         """p * e, for an `e` of shape (columns of p,) or (columns of p, d1). A dense `e` gives the
         elements in each row of `p` that stores some element, a sparse one the elements where a
         stored element of `p` meets one of `e`."""
@@ -28,7 +32,7 @@ class ParameterProducts:
         d1, pnnz, pdim1 = size(e.shape[1:]), len(p.indexes), p.shape[1]
         shape = (p.shape[0],) + e.shape[1:]
         places = range(pnnz) if p.sparsity is None else p.sparsity
-        require_copies(self.w, e, pnnz, lambda: [k % pdim1 for k in places], True, added(e), shape)
+        require_copies(self.w, e, pnnz, (k % pdim1 for k in places), True, added(e), shape)
         with x.scratch():
             psp, pidx = self._put_parameters(p)
             if e.hassp:
@@ -56,7 +60,7 @@ class ParameterProducts:
                         *body, *tail, psp)
         return as_dense_as(p, e, h)
 
-    def mul_param_right(self, e, p):
+    def mul_param_right(self, e: Expression, p: IndexArray) -> Expression:
         """e * p, for an `e` of shape (rows of p,) or (d0, rows of p); as mul_param_left, by the
         columns of `p`."""
         w, x = self.w, self.x
@@ -64,7 +68,7 @@ class ParameterProducts:
         d0, (d1, pdim1), pnnz = size(e.shape[:-1]), p.shape, len(p.indexes)
         shape = e.shape[:-1] + (pdim1,)
         places = range(pnnz) if p.sparsity is None else p.sparsity
-        require_copies(self.w, e, pnnz, lambda: [k // pdim1 for k in places], False, added(e),
+        require_copies(self.w, e, pnnz, (k // pdim1 for k in places), False, added(e),
                        shape)
         with x.scratch():
             psp, pidx = self._put_parameters(p)
@@ -83,7 +87,7 @@ class ParameterProducts:
 
     # The diagonal of a product.
 
-    def diag_param_left(self, p, e):
+    def diag_param_left(self, p: IndexArray, e: Expression) -> Expression:
         """The diagonal of p * e, for an `e` of shape (columns of p, rows of p): sparse, for a dense
         `e` with an element for each row of `p` that stores some, and for a sparse one where a
         stored element of `p` meets one of `e`."""
@@ -118,7 +122,7 @@ class ParameterProducts:
                         h.ptr_base, h.shape_base, h.sp_base, *tail)
         return h
 
-    def diag_param_right(self, e, p):
+    def diag_param_right(self, e: Expression, p: IndexArray) -> Expression:
         """The diagonal of e * p, for an `e` of shape (columns of p, rows of p); as diag_param_left,
         by the columns of `p`."""
         w, x = self.w, self.x
@@ -148,7 +152,7 @@ class ParameterProducts:
 
     # Products without a contraction.
 
-    def mul_param_elem(self, p, e):
+    def mul_param_elem(self, p: IndexArray, e: Expression) -> Expression:
         """The elementwise product with an array of e's shape: sparse, with an element for each one
         that `p` stores, if `e` is sparse only where it meets one of `e`."""
         r, w, x = self.r, self.w, self.x
@@ -172,7 +176,7 @@ class ParameterProducts:
                         *self._sections(h), *tail)
         return h
 
-    def dot_param(self, p, e):
+    def dot_param(self, p: IndexArray, e: Expression) -> Expression:
         """The sum of the elementwise product, as an expression of shape (1,)."""
         r, w, x = self.r, self.w, self.x
         self._require(p, e, e.shape == tuple(p.shape))
@@ -196,23 +200,33 @@ class ParameterProducts:
             r.i32[h.ptr_base + 1] = nnz
         return h
 
+    def mul_param_scalar(self, param: int, e: Expression) -> Expression:
+        """parameter * e; `param` is the parameter's index in the model's table of values. Raises
+        ValueError if it is no parameter's."""
+        r, w = self.r, self.w
+        self.w.operand(e)
+        self._require_parameters(as_array("i32", [param]))
+        # A term becomes the program of (coefficient + its program) * parameter.
+        ncodeatom = e.ncodeatom + 4 * e.nnz if e.ncodeatom > 0 else 3 * e.nnz
+        require_room(ncodeatom)
+        h = r.reserve_expression(e.shape, e.nelem, e.nnz, ncodeatom, e.hassp)
+        closure(337, e.cconst_base, e.code_base, e.cof_base, e.ncodeatom, e.nidxs_base, e.nnz,
+                param, e.ptr_base, e.codeptr_base, h.cconst_base, h.code_base, h.codeptr_base,
+                h.cof_base, r.f64, h.hassp, r.i32, r.i64, h.ncodeatom, h.nd, h.nelem, h.nidxs_base,
+                h.nnz, h.ptr_base, h.shape_base, h.sp_base, e.shape_base, e.sp_base, w.f64, w.i32,
+                w.i64)
+        return h
+
     # What these have in common.
 
-    def _require(self, p, e, fits):
+    def _require(self, p: IndexArray, e: Expression, fits: bool) -> None:
         self.w.operand(e)
         if not fits:
             raise ValueError("parameters of shape %s don't fit the shape %s"
                              % (list(p.shape), list(e.shape)))
         self._require_parameters(p.indexes)
 
-    def _require_parameters(self, indexes):
-        """ValueError if one of the indexes (i32) is no parameter's."""
-        count = LARGEST if self._param_value is None else len(self._param_value)
-        if closure(474, False, count, count, len(indexes), indexes, indexes):
-            raise ValueError("there is no parameter %d"
-                             % next(k for k in indexes if not 0 <= k < count))
-
-    def _put_parameters(self, p):
+    def _put_parameters(self, p: IndexArray) -> Tuple[int, int]:
         """Positions on the x stack of the stored places and of the indexes."""
         x, n = self.x, len(p.indexes)
         psp, pidx = x.reserve("i64", n), x.reserve("i32", n)
@@ -220,7 +234,7 @@ class ParameterProducts:
         closure(325, x.i32, p.indexes, pidx)
         return psp, pidx
 
-    def _group_parameters(self, p, psp, first):
+    def _group_parameters(self, p: IndexArray, psp: int, first: int) -> int:
         """The position on the x stack of the parameters by column, by the four closures from number
         `first` on."""
         x, n, columns = self.x, len(p.indexes), p.shape[1]
@@ -231,7 +245,7 @@ class ParameterProducts:
         closure(first + 3, columns, n, pperm, pptr, psp, x.i32, x.i64)
         return pperm
 
-    def _group_elements(self, e, d1):
+    def _group_elements(self, e: Expression, d1: int) -> int:
         """The position on the x stack of the elements of `e` by column."""
         w, x = self.w, self.x
         eptr, eperm = x.reserve("i32", d1 + 1), x.reserve("i32", e.nelem)
@@ -241,25 +255,25 @@ class ParameterProducts:
             closure(374, e.nelem, shape, e.sp_base, w.i32, w.i64, x.i32, eperm, eptr)
         return eperm
 
-    def _reserve_product(self, shape, ncodeatom, nelem, nnz):
+    def _reserve_product(self, shape: Shape, ncodeatom: int, nelem: int, nnz: int) -> Expression:
         """Room for a sparse result of the sizes that a closure told."""
         return self._reserve(shape, nelem, nnz, ncodeatom, hassp=True)
 
-    def _sections(self, h):
+    def _sections(self, h: Expression) -> Tuple[Any, ...]:
         r = self.r
         return (h.cconst_base, h.code_base, h.codeptr_base, h.cof_base, r.f64, r.i32, r.i64,
                 h.nidxs_base, h.ptr_base, h.sp_base)
 
 
-def added(e):
+def added(e: Expression) -> int:
     """The atoms that a term of `e` times a parameter has more."""
     return 4 if e.ncodeatom > 0 else 3
 
 
-def matrix(p):
+def matrix(p: IndexArray) -> bool:
     return len(p.shape) == 2
 
 
-def as_dense_as(p, e, h):
+def as_dense_as(p: IndexArray, e: Expression, h: Expression) -> Expression:
     """`h`, dense if `p` and `e` are: with all elements listed, `sp` tells nothing more."""
     return replace(h, hassp=p.sparsity is not None or e.hassp or h.nelem != size(h.shape))

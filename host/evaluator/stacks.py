@@ -5,9 +5,12 @@ import itertools
 import mmap
 from array import array
 from dataclasses import dataclass, replace
-from typing import Tuple
+from typing import Dict, Iterator, List, Optional, Sequence, Tuple
 
-from ..data.buffers import LARGEST, TYPECODES, as_array
+from ..data.buffers import LARGEST, TYPECODES, Array, Shape, as_array
+
+
+Mark = Dict[str, int]
 
 
 class Hold:
@@ -46,19 +49,21 @@ class Expression:
     hold: Hold
 
     @property
-    def nd(self):
+    def nd(self) -> int:
         return len(self.shape)
 
 
 class OperandList:
-    """The headers of several operands, one i32 array for each field."""
+    """The headers of several operands, as an i32 array for each field: made when it is asked for.
+    """
 
-    def __init__(self, operands):
-        self.n = len(operands)
-        for name in ("nd", "nelem", "nnz", "ncodeatom", "hassp", "shape_base", "ptr_base",
-                     "sp_base", "nidxs_base", "cof_base", "codeptr_base", "code_base",
-                     "cconst_base"):
-            setattr(self, name, as_array("i32", [getattr(e, name) for e in operands]))
+    def __init__(self, operands: Sequence[Expression]) -> None:
+        self.n, self._operands = len(operands), operands
+
+    def __getattr__(self, field: str) -> Array:
+        values = as_array("i32", [getattr(e, field) for e in self._operands])
+        setattr(self, field, values)
+        return values
 
 
 class Stack:
@@ -72,14 +77,14 @@ class Stack:
 
     _numbers = itertools.count(1)
 
-    def __init__(self, capacity=1024, name=None):
+    def __init__(self, capacity: int = 1024, name: Optional[str] = None) -> None:
         self.name = name or "stack %d" % next(self._numbers)
-        self._holds = []  # of the expressions that stand here
+        self._holds: List[Hold] = []  # of the expressions that stand here
         self._memory = {kind: anonymous(kind, capacity) for kind in TYPECODES}
         self.i32, self.i64, self.f64 = map(self._view, TYPECODES)
         self._top = dict.fromkeys(TYPECODES, 0)
 
-    def reserve(self, kind, count):
+    def reserve(self, kind: str, count: int) -> int:
         """The position of `count` entries that were free, in the array of that kind.
 
         Raises MemoryError if a position would not fit 32 bits.
@@ -93,10 +98,10 @@ class Stack:
         self._top[kind] = top
         return base
 
-    def _view(self, kind):
+    def _view(self, kind: str) -> memoryview:
         return memoryview(self._memory[kind]).cast(TYPECODES[kind])
 
-    def _grow(self, kind, top):
+    def _grow(self, kind: str, top: int) -> None:
         view, memory = getattr(self, kind), self._memory[kind]
         capacity, itemsize = max(2 * len(view), top), view.itemsize
         view.release()
@@ -107,7 +112,8 @@ class Stack:
         finally:
             setattr(self, kind, self._view(kind))
 
-    def reserve_expression(self, shape, nelem, nnz, ncodeatom=0, hassp=False, finished=False):
+    def reserve_expression(self, shape: Shape, nelem: int, nnz: int, ncodeatom: int = 0,
+                           hassp: bool = False, finished: bool = False) -> Expression:
         """Room for an expression of these sizes. Entry 0 of `ptr` and of `codeptr` is set to 0, as
         the closures leave that to the host; nothing else is written. Without room for all of it
         none is reserved, and there is a MemoryError."""
@@ -137,7 +143,7 @@ class Stack:
             self.i32[header.codeptr_base] = 0
         return header
 
-    def share(self, e, shape, hassp):
+    def share(self, e: Expression, shape: Shape, hassp: bool) -> Expression:
         """Room for another shape of the elements of `e`, which stands here; all else is shared, but
         with `hassp` the places, for which there is room if `e` has none."""
         with self.undone_on_error():
@@ -148,22 +154,22 @@ class Stack:
         return replace(e, shape=tuple(shape), shape_base=shape_base, hassp=hassp, sp_base=sp_base,
                        hold=hold)
 
-    def section(self, kind, base, count):
+    def section(self, kind: str, base: int, count: int) -> memoryview:
         """A memoryview of `count` entries from `base` on, for use in a `with` statement."""
         return memoryview(getattr(self, kind))[base : base + count]
 
-    def mark(self):
+    def mark(self) -> Mark:
         """What `release` needs to free all that is reserved from now on."""
         return dict(self._top)
 
-    def release(self, mark):
+    def release(self, mark: Mark) -> None:
         """Frees all that was reserved after the mark. An expression among that can't be used any
         more, also when others stand in its place."""
         self._top = dict(mark)
         while self._holds and self._holds[-1].base >= mark["i32"]:
             self._holds.pop().released = True
 
-    def held(self, e):
+    def held(self, e: Expression) -> Expression:
         """`e`, if it stands here; else ValueError."""
         if e.hold.stack is not self:
             raise ValueError("an expression of shape %s stands on %s, not on %s where it is to be "
@@ -173,14 +179,14 @@ class Stack:
                              "in which it was made has ended" % (list(e.shape), self.name))
         return e
 
-    def operand(self, e):
+    def operand(self, e: Expression) -> Expression:
         """`e`, if it stands here and can be an operand; else ValueError."""
         if self.held(e).finished:
             raise ValueError("an expression that is ready for a model can't be an operand any more")
         return e
 
     @contextlib.contextmanager
-    def scratch(self):
+    def scratch(self) -> Iterator[None]:
         """Frees at the end of the `with` block, on every path, what was reserved inside."""
         mark = self.mark()
         try:
@@ -189,7 +195,7 @@ class Stack:
             self.release(mark)
 
     @contextlib.contextmanager
-    def undone_on_error(self):
+    def undone_on_error(self) -> Iterator[None]:
         """Frees what was reserved inside the `with` block if that raises."""
         mark = self.mark()
         try:
@@ -199,7 +205,7 @@ class Stack:
             raise
 
 
-def anonymous(kind, count):
+def anonymous(kind: str, count: int) -> mmap.mmap:
     """Private memory for `count` entries of that kind, all 0."""
     length = max(count, 1) * array(TYPECODES[kind]).itemsize
     return mmap.mmap(-1, length, flags=mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS)

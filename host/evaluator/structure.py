@@ -6,19 +6,21 @@ own, and the positions behind it.
 """
 
 from array import array
+from typing import Any, Iterable, Sequence, Tuple
 
 from ..closures import closure
+from ..data.buffers import LARGEST, Array, Shape, as_array, require_room, size, zeros
 from ..data.entries import converted, outside, subscript_table
 from ..data.shapes import box, checked_shape, unit_strides, within
-from ..data.buffers import LARGEST, as_array, require_room, size, zeros
-from .stacks import OperandList
+from .stacks import Expression, OperandList
+from .sums import Sums
 
 
-class Structure:
+class Structure(Sums):
     """The structural operations of an Evaluator. A sparse operand gives a sparse result, but for
     picks, which are dense."""
 
-    def stack(self, operands, dim):
+    def stack(self, operands: Iterable[Expression], dim: int) -> Expression:
         """The operands one behind the other along dimension `dim`; the dimension behind their last
         one is a new one, in which each has one position. Dense if all operands are.
 
@@ -53,7 +55,8 @@ class Structure:
             return self._stack_first(first, h, shape, sizes)
         return self._stack_sorted(first, h, dim, as_array("i32", d1s), shape, outcode, sizes)
 
-    def _stack_dense(self, first, h, dim, d1s, shape, outcode, sizes):
+    def _stack_dense(self, first: Expression, h: OperandList, dim: int, d1s: Array, shape: Shape,
+                     outcode: bool, sizes: Sequence[int]) -> Expression:
         r, w = self.r, self.w
         d0 = closure(430, 1, dim, first.shape_base, w.i32)
         d2 = closure(433, 1, dim, first.nd, first.shape_base, w.i32)
@@ -64,7 +67,8 @@ class Structure:
                 w.i32, w.i64)
         return s
 
-    def _stack_first(self, first, h, shape, sizes):
+    def _stack_first(self, first: Expression, h: OperandList, shape: Shape,
+                     sizes: Sequence[int]) -> Expression:
         """Along the first dimension the elements are in order."""
         r, w = self.r, self.w
         s = self._reserve_stack(shape, sizes, True)
@@ -74,7 +78,8 @@ class Structure:
                 s.nidxs_base, s.ptr_base, s.sp_base, h.shape_base, h.sp_base, w.f64, w.i32, w.i64)
         return s
 
-    def _stack_sorted(self, first, h, dim, d1s, shape, outcode, sizes):
+    def _stack_sorted(self, first: Expression, h: OperandList, dim: int, d1s: Array, shape: Shape,
+                      outcode: bool, sizes: Sequence[int]) -> Expression:
         """Along a later dimension they are sorted by their new linear indexes."""
         r, w, x, (_, nelem, _) = self.r, self.w, self.x, sizes
         with x.scratch():
@@ -94,13 +99,13 @@ class Structure:
                     s.sp_base, top, pos, val, w.f64, w.i32, w.i64, x.i32, x.i64)
         return s
 
-    def _reserve_stack(self, shape, sizes, hassp):
+    def _reserve_stack(self, shape: Shape, sizes: Sequence[int], hassp: bool) -> Expression:
         ncodeatom, nelem, nnz = sizes
         s = self.r.reserve_expression(shape, nelem, nnz, ncodeatom, hassp)
         self._write_shape(s)
         return s
 
-    def _sort(self, shape, count, i64, base):
+    def _sort(self, shape: Shape, count: int, i64: Array, base: int) -> int:
         """The position, on the x stack, of the permutation that sorts the `count` linear indexes
         that stand in `i64` from `base` on."""
         x, shape = self.x, as_array("i32", shape or (1,))
@@ -109,17 +114,18 @@ class Structure:
         perm, _ = closure(441, perm, shape, len(shape), count, 0, other, base, x.i32, i64, counters)
         return perm
 
-    def repeat(self, e, copies, dim):
+    def repeat(self, e: Expression, copies: int, dim: int) -> Expression:
         """So many copies of `e` one behind the other along dimension `dim`. Raises ValueError if
         there is no such dimension."""
         r, w = self.r, self.w
         if not (within(dim, 0, self.w.operand(e).nd - 1) and within(copies, 0, LARGEST)):
             raise ValueError("the shape %s can't be repeated %s times along dimension %s"
                              % (list(e.shape), copies, dim))
-        counts = [copies * count for count in (e.nelem, e.nnz, max(e.ncodeatom, 0))]
-        require_room(*counts)
+        nelem, nnz, ncodeatom = (copies * n for n in (e.nelem, e.nnz, max(e.ncodeatom, 0)))
+        require_room(nelem, nnz, ncodeatom)
         d1 = e.shape[dim]
-        h = r.reserve_expression(along(e.shape, dim, copies * d1, not e.hassp), *counts, e.hassp)
+        h = r.reserve_expression(along(e.shape, dim, copies * d1, not e.hassp), nelem, nnz,
+                                 ncodeatom, e.hassp)
         d0 = closure(423, 1, dim, e.shape_base, w.i32)
         d2 = closure(424, 1, dim, e.nd, e.shape_base, w.i32)
         closure(425, e.cconst_base, e.code_base, e.codeptr_base, e.cof_base, d0, d1, d2, dim,
@@ -131,7 +137,7 @@ class Structure:
 
     # The order of dimensions.
 
-    def transpose(self, e):
+    def transpose(self, e: Expression) -> Expression:
         """A matrix with rows and columns exchanged. Raises ValueError if `e` is none."""
         r, w, x = self.r, self.w, self.x
         if self.w.operand(e).nd != 2:
@@ -153,7 +159,7 @@ class Structure:
                 closure(422, *positions, e.ncodeatom, *result, w.f64, w.i32, w.i64)
         return h
 
-    def permute_dims(self, e, perm):
+    def permute_dims(self, e: Expression, perm: Any) -> Expression:
         """`e` with its dimensions in another order: dimension k of the result is dimension perm[k]
         of `e`. Raises ValueError if `perm` isn't a permutation of all dimensions."""
         perm = as_array("i32", perm)
@@ -172,7 +178,8 @@ class Structure:
             return self._permute_sparse(e, perm, back, shape, strides, rstrides)
         return self._permute_dense(e, perm, back, shape, strides, rstrides)
 
-    def _permute_dense(self, e, perm, back, shape, strides, rstrides):
+    def _permute_dense(self, e: Expression, perm: Array, back: Sequence[int], shape: Shape,
+                       strides: Array, rstrides: Array) -> Expression:
         r, w, dperm = self.r, self.w, as_array("i32", perm)
         dstride = as_array("i32", [strides[k] for k in perm])
         h = r.reserve_expression(shape, e.nelem, e.nnz, e.ncodeatom)
@@ -183,7 +190,8 @@ class Structure:
                 e.shape_base, as_array("i64", [rstrides[k] for k in back]), w.f64, w.i32, w.i64)
         return h
 
-    def _permute_sparse(self, e, perm, back, shape, strides, rstrides):
+    def _permute_sparse(self, e: Expression, perm: Array, back: Sequence[int], shape: Shape,
+                        strides: Array, rstrides: Array) -> Expression:
         r, w, x = self.r, self.w, self.x
         sp, order = zeros("i64", e.nelem), zeros("i64", e.nelem)
         closure(418, as_array("i32", back), as_array("i32", rstrides), e.sp_base, e.nd, e.nelem,
@@ -202,7 +210,7 @@ class Structure:
 
     # Other shapes.
 
-    def reshape(self, e, shape):
+    def reshape(self, e: Expression, shape: Shape) -> Expression:
         """The same elements, in row-major order, in a shape of as many positions; nothing is
         copied. Raises ValueError if the shape has more or fewer."""
         shape = checked_shape(shape)
@@ -212,7 +220,7 @@ class Structure:
         self._write_shape(h)
         return h
 
-    def spread(self, e, shape):
+    def spread(self, e: Expression, shape: Shape) -> Expression:
         """The only element of `e` in each position of the shape. Raises ValueError if it has not
         one."""
         shape = checked_shape(shape)
@@ -222,7 +230,7 @@ class Structure:
         with self.r.undone_on_error():
             return self.reshape(self.repeat(self.reshape(e, [1]), size(shape), 0), shape)
 
-    def diagonal_matrix(self, e):
+    def diagonal_matrix(self, e: Expression) -> Expression:
         """The square matrix with the vector `e` on its diagonal: sparse, with these elements.
         Raises ValueError if `e` is no vector."""
         if self.w.operand(e).nd != 1:
@@ -238,7 +246,7 @@ class Structure:
 
     # Parts of an expression.
 
-    def slice(self, e, first, last):
+    def slice(self, e: Expression, first: Sequence[int], last: Sequence[int]) -> Expression:
         """The elements whose subscript in dimension k is first[k] or more and below last[k], for
         all k. Raises ValueError if that is no box within the shape."""
         r, w, (first, last, shape) = self.r, self.w, box(self.w.operand(e).shape, first, last)
@@ -256,7 +264,7 @@ class Structure:
                 h.ptr_base, h.sp_base, rst, e.shape_base, e.sp_base, st, w.f64, w.i32, w.i64)
         return h
 
-    def pick(self, e, idxs):
+    def pick(self, e: Expression, idxs: Any) -> Expression:
         """The elements at the linear indexes `idxs` (i64), in their order and as often as they
         stand there, as a dense vector. Raises ValueError if an index lies outside of the shape."""
         r, w, x = self.r, self.w, self.x
@@ -278,7 +286,7 @@ class Structure:
                 closure(409, *arguments, w.f64, w.i32, w.i64)
         return h
 
-    def _size_pick(self, e, idxs, spos):
+    def _size_pick(self, e: Expression, idxs: Array, spos: int) -> Tuple[int, int]:
         """(ncodeatom, nnz) of a pick, counted in portions whose sizes can't exceed 32 bits."""
         w, x, ncodeatom, nnz = self.w, self.x, 0, 0
         portion = max(LARGEST // max(e.nnz, e.ncodeatom, 1), 1)
@@ -293,7 +301,7 @@ class Structure:
         require_room(len(idxs), ncodeatom, nnz)
         return ncodeatom, nnz
 
-    def pick_subscripts(self, e, rows):
+    def pick_subscripts(self, e: Expression, rows: Iterable[Sequence[int]]) -> Expression:
         """As `pick`, by rows of subscripts, one for each dimension of `e`. Raises ValueError if a
         row has another length or a subscript lies outside of the shape."""
         rows, nd, shape = list(rows), self.w.operand(e).nd, as_array("i32", e.shape)
@@ -305,7 +313,7 @@ class Structure:
         return self.pick(e, idxs)
 
 
-def along(shape, dim, extent, dense):
+def along(shape: Shape, dim: int, extent: int, dense: bool) -> Tuple[int, ...]:
     """The shape with this extent in dimension `dim`. Raises ValueError where the closures take 32
     bits and that doesn't suffice, and where linear indexes would need more than 64."""
     result = tuple(shape[:dim]) + (extent,) + tuple(shape[dim + 1:])

@@ -6,17 +6,86 @@ extents before, between and behind them are folded into one each. The diagonal o
 both subscripts are equal.
 """
 
+from typing import Any, Iterable, Sequence, Tuple
+
 from ..closures import closure
+from ..data.buffers import Array, Shape, as_array, require_room, size
 from ..data.shapes import axis_pair, within
-from ..data.buffers import as_array, require_room, size
+from .stacks import Expression, OperandList
+from .workspace import Workspace
 
 
-class Sums:
+class Sums(Workspace):
     """The sums of an Evaluator. All terms are kept, as numbers of 0.0 too, and none are merged."""
+
+    def weighted_sum(self, operands: Iterable[Expression], weights: Any) -> Expression:
+        """The sum of weights[k] * operands[k], for one operand or more of one shape.
+
+        Sparse if all operands are (the merge path), else dense (the scatter path). Raises
+        ValueError if the shapes differ or there are not as many weights as operands.
+        """
+        operands, weights = [self.w.operand(e) for e in operands], as_array("f64", weights)
+        if not operands or len(operands) != len(weights):
+            raise ValueError("a sum needs an operand, and a weight for each: %d, %d"
+                             % (len(operands), len(weights)))
+        sum_sizes(operands)
+        h = OperandList(operands)
+        if not closure(509, h.n, h.nd, True, h.shape_base, self.w.i32):
+            raise ValueError("a sum needs equal shapes: %s"
+                             % ", ".join(str(list(e.shape)) for e in operands))
+        anycode = closure(510, False, h.n, h.ncodeatom)
+        add = self._merge if all(e.hassp for e in operands) else self._scatter
+        return add(operands, h, weights, anycode)
+
+    def _merge(self, operands: Sequence[Expression], h: OperandList, weights: Any,
+               anycode: bool) -> Expression:
+        r, w = self.r, self.w
+        rncodeatom, rnelem, rnnz = closure(512, anycode, h.n, h.ncodeatom, h.nelem, h.nnz, 0, 0, 0,
+                                           h.sp_base, w.i64)
+        s = r.reserve_expression(operands[0].shape, rnelem, rnnz, rncodeatom, hassp=True)
+        closure(513, h.nd, r.i32, s.shape_base, h.shape_base, w.i32)
+        closure(523, anycode, h.cconst_base, h.code_base, h.codeptr_base, h.cof_base, h.n,
+                h.ncodeatom, h.nelem, h.nidxs_base, h.ptr_base, s.cconst_base, s.code_base,
+                s.codeptr_base, s.cof_base, r.f64, r.i32, r.i64, s.nidxs_base, s.ptr_base,
+                s.sp_base, h.sp_base, weights, w.f64, w.i32, w.i64)
+        return s
+
+    def _scatter(self, operands: Sequence[Expression], h: OperandList, weights: Any,
+                 anycode: bool) -> Expression:
+        r, w, x = self.r, self.w, self.x
+        rnelem = size(operands[0].shape)
+        rncodeatom, rnnz = closure(511, anycode, h.n, h.ncodeatom, h.nnz, 0, 0)
+        s = r.reserve_expression(operands[0].shape, rnelem, rnnz, rncodeatom)
+        closure(513, h.nd, r.i32, s.shape_base, h.shape_base, w.i32)
+        with x.scratch():
+            xcode = x.reserve("i32", rnelem + 1)
+            closure(514, r.i32, rnelem, s.ptr_base)
+            closure(515, rncodeatom, rnelem, xcode, x.i32)
+            for k, e in enumerate(operands):
+                if e.hassp:
+                    closure(516, anycode, h.codeptr_base, k, h.ncodeatom, h.nelem, h.ptr_base,
+                            r.i32, s.ptr_base, h.sp_base, w.i32, w.i64, xcode, x.i32)
+                else:
+                    closure(517, anycode, h.codeptr_base, k, h.ncodeatom, h.nelem, h.ptr_base,
+                            r.i32, s.ptr_base, w.i32, xcode, x.i32)
+            closure(518, r.i32, rnelem, s.ptr_base)
+            closure(519, rncodeatom, rnelem, xcode, x.i32)
+            for k, e in enumerate(operands):
+                head = (anycode, h.cconst_base, h.code_base, h.codeptr_base, h.cof_base, k,
+                        h.ncodeatom, h.nelem, h.nidxs_base, h.ptr_base, s.cconst_base, s.code_base,
+                        s.codeptr_base, s.cof_base, r.f64, r.i32, r.i64, s.nidxs_base, s.ptr_base)
+                tail = (weights, w.f64, w.i32, w.i64, xcode, x.i32)
+                if e.hassp:
+                    closure(520, *head, h.sp_base, *tail)
+                else:
+                    closure(521, *head, *tail)
+        closure(522, r.i32, rnelem, s.ptr_base)
+        r.i32[s.ptr_base] = 0
+        return s
 
     # Two expressions.
 
-    def weighted_add(self, mul1, e1, mul2, e2):
+    def weighted_add(self, mul1: float, e1: Expression, mul2: float, e2: Expression) -> Expression:
         """mul1 * e1 + mul2 * e2, sparse if both are, else dense. Raises ValueError if the shapes
         differ."""
         w, mul1, mul2 = self.w, float(mul1), float(mul2)
@@ -34,7 +103,8 @@ class Sums:
         self._write_add(mul1, e1, mul2, e2, s)
         return s
 
-    def _write_add(self, mul1, e1, mul2, e2, s):
+    def _write_add(self, mul1: float, e1: Expression, mul2: float, e2: Expression,
+                   s: Expression) -> None:
         r, w = self.r, self.w
         code = (e1.cconst_base, e2.cconst_base, e1.code_base, e2.code_base)
         terms = (e1.codeptr_base, e2.codeptr_base, e1.cof_base, e2.cof_base)
@@ -55,7 +125,7 @@ class Sums:
 
     # The elements along an axis.
 
-    def sum_axis(self, e, dim):
+    def sum_axis(self, e: Expression, dim: int) -> Expression:
         """The sum over axis `dim`, which the result doesn't have. A sparse `e` gives a sparse
         result: the elements that one of its elements goes to. Raises ValueError if there is no such
         axis."""
@@ -67,7 +137,7 @@ class Sums:
                      0 if e.hassp else size(shape))
         return (self._sum_sparse if e.hassp else self._sum_dense)(e, dim, shape)
 
-    def _sum_sparse(self, e, dim, shape):
+    def _sum_sparse(self, e: Expression, dim: int, shape: Shape) -> Expression:
         r, w, x = self.r, self.w, self.x
         with x.scratch():
             largest = closure(524, 0, e.nd, e.shape_base, w.i32)
@@ -90,7 +160,7 @@ class Sums:
                     s.ptr_base, s.sp_base, slab, e.sp_base, w.f64, w.i32, w.i64, x.i32)
         return s
 
-    def _sum_dense(self, e, dim, shape):
+    def _sum_dense(self, e: Expression, dim: int, shape: Shape) -> Expression:
         r, w, d1 = self.r, self.w, e.shape[dim]
         d0 = closure(533, 1, dim, e.shape_base, w.i32)
         d2 = closure(534, 1, dim, e.nd, e.shape_base, w.i32)
@@ -105,7 +175,7 @@ class Sums:
 
     # A pair of axes.
 
-    def symmetrize(self, e, dim1, dim2):
+    def symmetrize(self, e: Expression, dim1: int, dim2: int) -> Expression:
         """(e + its transpose) / 2, the transpose exchanging the axes dim1 < dim2; sparse as `e` is.
         Elements of the diagonal stay as they are. Raises ValueError if that is no pair of axes of
         equal extent."""
@@ -122,7 +192,7 @@ class Sums:
             return self._symmetrize_sparse(e, dim, stride)
         return self._symmetrize_dense(e, dim, stride, ncodeatom)
 
-    def _symmetrize_sparse(self, e, dim, stride):
+    def _symmetrize_sparse(self, e: Expression, dim: Array, stride: Array) -> Expression:
         r, w, x = self.r, self.w, self.x
         # Least significant axis of the mirrored index first; axis 4 is in order already.
         sortidx = as_array("i32", [1, 2, 3, 0])
@@ -145,7 +215,8 @@ class Sums:
                     s.ptr_base, s.sp_base, e.sp_base, w.f64, w.i32, w.i64, x.i32, x.i64, mirrored)
         return s
 
-    def _symmetrize_dense(self, e, dim, stride, ncodeatom):
+    def _symmetrize_dense(self, e: Expression, dim: Array, stride: Array,
+                          ncodeatom: int) -> Expression:
         r, w = self.r, self.w
         ncodeatom, nnz = closure(567, e.codeptr_base, dim, e.ncodeatom, e.ptr_base, ncodeatom,
                                  2 * e.nnz, stride, w.i32)
@@ -157,7 +228,7 @@ class Sums:
                 w.i64)
         return s
 
-    def triangle(self, e, xdim, ydim, lower=False):
+    def triangle(self, e: Expression, xdim: int, ydim: int, lower: bool = False) -> Expression:
         """The elements whose subscript on axis xdim is at most the one on axis ydim, xdim < ydim;
         with `lower` the elements where it is at least that. Sparse, with every position of the
         triangle listed. Raises ValueError if that is no pair of axes of equal extent, or if the
@@ -182,7 +253,7 @@ class Sums:
                 e.sp_base, w.f64, w.i32, w.i64)
         return t
 
-    def scale_offdiag(self, e, xdim, ydim, scale):
+    def scale_offdiag(self, e: Expression, xdim: int, ydim: int, scale: float) -> Expression:
         """`e` with the elements off the diagonal of the axes xdim < ydim times `scale`. Raises
         ValueError if that is no pair of axes of equal extent."""
         r, w, scale = self.r, self.w, float(scale)
@@ -207,7 +278,7 @@ class Sums:
 
     # The dense form.
 
-    def densify(self, e):
+    def densify(self, e: Expression) -> Expression:
         """`e` with every element stored. Raises ValueError if these are more than 2^31 - 1."""
         r, w = self.r, self.w
         self.w.operand(e)
@@ -221,12 +292,12 @@ class Sums:
         return h
 
 
-def scaled_atoms(e):
+def scaled_atoms(e: Expression) -> int:
     """The number of atoms of `e` times a number: two are added to the program of each term."""
     return e.ncodeatom + 2 * e.nnz if e.ncodeatom > 0 else 0
 
 
-def sum_sizes(operands):
+def sum_sizes(operands: Sequence[Expression]) -> Tuple[int, int]:
     """(nnz, ncodeatom) of a weighted sum. Raises ValueError if they may not fit 32 bits."""
     nnz, coded = sum(e.nnz for e in operands), any(e.ncodeatom > 0 for e in operands)
     # Where others have code, a term without gets an atom.

@@ -17,7 +17,10 @@ LEFT, RIGHT, ELEMENTS, DOT = "left", "right", "elements", "dot"
 
 def finite(value: Any) -> float:
     """A number as a float. Raises ValueError if it is not finite."""
-    result = float(value)
+    try:
+        result = float(value)
+    except OverflowError:
+        result = math.inf
     if not -math.inf < result < math.inf:
         raise ValueError("a number in a formula has to be finite, not %r" % result)
     return result

@@ -60,10 +60,10 @@ def along(shape: Shape, axis: int, item: Any, what: Any) -> Any:
     """What an index selects along an axis, none of it negative."""
     if isinstance(item, slice):
         return range(shape[axis])[item]
-    if hasattr(item, "__index__") and not isinstance(item, bool):
-        return within(shape, axis, operator.index(item), what)
     if hasattr(item, "tolist"):
         item = item.tolist()
+    if hasattr(item, "__index__") and not isinstance(item, bool):
+        return within(shape, axis, operator.index(item), what)
     if isinstance(item, (list, range)) and not any(isinstance(k, bool) for k in item):
         if all(hasattr(k, "__index__") for k in item):
             return [within(shape, axis, operator.index(k), what) for k in item]

@@ -99,13 +99,13 @@ class Formula:
     # Comparisons. What they give is no truth value, but what a model can be held to.
 
     def __le__(self, other: Any) -> "Comparison":
-        return Comparison(self, "<=", other)
+        return Comparison(self, "<=", side(self, other))
 
     def __ge__(self, other: Any) -> "Comparison":
-        return Comparison(self, ">=", other)
+        return Comparison(self, ">=", side(self, other))
 
     def __eq__(self, other: Any) -> "Comparison":  # type: ignore[override]
-        return Comparison(self, "==", other)
+        return Comparison(self, "==", side(self, other))
 
     def __ne__(self, other: Any) -> bool:
         raise TypeError("a model can't be held to !=")
@@ -186,7 +186,8 @@ class Formula:
 
 
 class Comparison:
-    """`left` compared with `right`, for Model.constrain."""
+    """`left` compared with `right`, for Model.constrain; `right` is a formula, a number or a
+    Constant."""
 
     __slots__ = ("left", "sense", "right")
     __array_ufunc__ = None
@@ -224,6 +225,20 @@ class Between:
 
     def __repr__(self) -> str:
         return printing.between(self)
+
+
+def side(f: Formula, other: Any) -> Any:
+    """What `f` is compared with. Raises ValueError if that is NaN or the shapes don't fit."""
+    if type(other) in (float, int):
+        if other != other:
+            raise ValueError("%s can't be compared with NaN" % f)
+        return other
+    if not isinstance(other, Formula):
+        other = constant(other, "what %s is compared with" % f)
+    if f.shape != other.shape and f.shape != () != other.shape:
+        raise ValueError("the shapes %s of %s and %s of what it is compared with don't fit"
+                         % (list(f.shape), f, list(other.shape)))
+    return other.number if not isinstance(other, Formula) and other.shape == () else other
 
 
 def number(value: Any) -> bool:

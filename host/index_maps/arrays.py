@@ -2,12 +2,13 @@
 elements, boxes and ranges; and the bounds of a matrix, which come in several forms, in one."""
 
 from math import inf
+from typing import Any, List, Sequence, Tuple
 
 from ..closures import closure
+from ..data.buffers import Shape, as_array, size, zeros
 from ..data.entries import linear_indexes, rank2
 from ..data.matrices import DenseMatrix, SparseMatrix
 from ..data.shapes import box, checked_shape, position, stored_places, strides
-from ..data.buffers import as_array, size, zeros
 from .variables import Variable
 
 
@@ -16,27 +17,27 @@ class IndexArray:
     All elements are stored, or those at the linear indexes `sparsity` (i64, strictly ascending).
     Raises ValueError if these lists don't fit the shape."""
 
-    def __init__(self, shape, indexes, sparsity=None):
+    def __init__(self, shape: Shape, indexes: Any, sparsity: Any = None) -> None:
         self.shape, self.indexes = checked_shape(shape), as_array("i32", indexes)
         self.sparsity = stored_places(self.shape, len(self.indexes), sparsity)
 
-    def at(self, *subscripts):
+    def at(self, *subscripts: int) -> int:
         """The index at these subscripts. Raises ValueError if no element is stored there."""
         (linear,) = linear_indexes(self.shape, subscripts, 1)
         if self.sparsity is None:
-            return self.indexes[linear]
+            return int(self.indexes[linear])
         place = closure(313, linear, 0, self.sparsity)
         if place == len(self.sparsity) or self.sparsity[place] != linear:
             raise ValueError("no element is stored at %s" % list(subscripts))
-        return self.indexes[place]
+        return int(self.indexes[place])
 
-    def subscripts(self):
+    def subscripts(self) -> List[Tuple[int, ...]]:
         """The subscripts of each stored element."""
         linear = zeros("i64", len(self.indexes))
         closure(316, linear, self.indexes, 0, self.sparsity)
         return [position(self.shape, index) for index in linear]
 
-    def box(self, start, stop):
+    def box(self, start: Sequence[int], stop: Sequence[int]) -> "IndexArray":
         """The elements at the subscripts from `start` up to but not including `stop`, an entry of
         each for each dimension. Raises ValueError if the box doesn't lie in the shape."""
         start, stop, shape = box(self.shape, start, stop)
@@ -53,7 +54,7 @@ class IndexArray:
                 strides(shape), self.shape, self.sparsity, stride)
         return IndexArray(shape, indexes, sparsity)
 
-    def range(self, start, stop):
+    def range(self, start: int, stop: int) -> "IndexArray":
         """The elements of an array of one dimension from `start` up to but not including `stop`.
         Raises ValueError if there are no such."""
         box(self.shape, [start], [stop])
@@ -70,11 +71,11 @@ class Bounds:
     for each stored element. All elements are stored, or those at the linear indexes `sparsity`
     (i64); the others are 0."""
 
-    def __init__(self, shape, lower, upper, sparsity=None):
+    def __init__(self, shape: Shape, lower: Any, upper: Any, sparsity: Any = None) -> None:
         self.shape, self.lower, self.upper, self.sparsity = shape, lower, upper, sparsity
 
     @classmethod
-    def dense(cls, lower, upper):
+    def dense(cls, lower: DenseMatrix, upper: DenseMatrix) -> "Bounds":
         """Those in two dense matrices. Raises ValueError if the shapes differ."""
         rows, columns = common_shape(DenseMatrix, lower, upper)
         lval, uval = zeros("f64", rows * columns), zeros("f64", rows * columns)
@@ -83,7 +84,7 @@ class Bounds:
         return cls((rows, columns), lval, uval)
 
     @classmethod
-    def listed(cls, lower, upper):
+    def listed(cls, lower: SparseMatrix, upper: SparseMatrix) -> "Bounds":
         """Those in two sparse matrices, for all elements: a side that isn't listed is free. Raises
         ValueError if the shapes differ or a matrix is out of order."""
         rows, columns = common_shape(SparseMatrix, lower, upper)
@@ -93,7 +94,7 @@ class Bounds:
         return cls((rows, columns), lval, uval)
 
     @classmethod
-    def sparse(cls, lower, upper):
+    def sparse(cls, lower: SparseMatrix, upper: SparseMatrix) -> "Bounds":
         """The same for the elements that one of the two lists, and for these alone: the other side
         is 0.0 if it isn't listed, as in any sparse matrix."""
         shape, lists = common_shape(SparseMatrix, lower, upper), (lower.msubi, lower.msubj)
@@ -103,13 +104,13 @@ class Bounds:
                 upper.mval)
         return cls(shape, lbv, ubv, linear_indexes(shape, inst, count))
 
-    def variable(self, model):
+    def variable(self, model: Any) -> Any:
         """A new variable of the model between these bounds, sparse as they are."""
         columns = model.variable([len(self.lower)], self.lower, self.upper)
         return Variable(self.shape, columns.nativeidxs, self.sparsity).among([columns])
 
 
-def common_shape(form, lower, upper):
+def common_shape(form: type, lower: Any, upper: Any) -> Tuple[int, int]:
     """The shape of two matrices of this class. Raises ValueError if they aren't such, differ in
     their shape or a sparse one is out of order."""
     if not all(isinstance(m, form) for m in (lower, upper)):

@@ -1,7 +1,9 @@
 """Views of constraints: other lists of the same rows."""
 
+from typing import Any, Iterable, Sequence
+
 from ..closures import closure
-from ..data.buffers import as_array, zeros
+from ..data.buffers import Array, Shape, as_array, zeros
 from ..data.entries import linear_indexes
 from ..data.shapes import box
 from .views import Views
@@ -11,7 +13,7 @@ class ConstraintViews(Views):
     """The views of a Constraint, which is always dense. Each raises ValueError if it isn't one of
     this shape."""
 
-    def slice(self, first, last):
+    def slice(self, first: Sequence[int], last: Sequence[int]) -> Any:
         """The box of positions from `first` up to but not including `last`, one entry of each list
         per dimension."""
         first, last, shape = box(self.shape, first, last)
@@ -23,20 +25,20 @@ class ConstraintViews(Views):
         closure(260, self.nativeidxs, first, last, nd, own, codes, n)
         return self._view(shape, codes)
 
-    def pick(self, rows):
+    def pick(self, rows: Sequence[Sequence[int]]) -> Any:
         """The rows of the elements at these rows of subscripts, as a vector in their order."""
         places = linear_indexes(self.shape, rows, len(rows))
         return self._view([len(rows)], as_array("i32", map(self.nativeidxs.__getitem__, places)))
 
-    def element(self, *subscripts):
+    def element(self, *subscripts: int) -> Any:
         """The row of one element, as a constraint without dimensions."""
         return self._view((), self.pick([subscripts]).nativeidxs)
 
-    def _view(self, shape, codes):
+    def _view(self, shape: Shape, codes: Array) -> Any:
         return type(self)(shape, codes).among([self])
 
     @classmethod
-    def stack(cls, constraints):
+    def stack(cls, constraints: Iterable[Any]) -> Any:
         """Constraints of one shape, side by side in a new last dimension."""
         constraints = list(constraints)
         n, shapes = len(constraints), {tuple(c.shape) for c in constraints}

@@ -2,13 +2,14 @@
 
 import math
 from array import array
+from typing import Any, Optional, Sequence, Tuple
 
 from ..closures import closure
 from ..data.bounds import sides
-from ..data.buffers import as_array, require_room, size, zeros
+from ..data.buffers import Array, Shape, as_array, require_room, size, zeros
 
 
-def table(shape, subscripts):
+def table(shape: Shape, subscripts: Sequence[Sequence[int]]) -> Any:
     """Subscripts, one tuple for each element, as a rank-2 i32 array, or None for none. Raises
     ValueError if they are no elements of the shape."""
     if any(len(row) != len(shape) for row in subscripts):
@@ -21,7 +22,7 @@ def table(shape, subscripts):
     return result
 
 
-def pattern(shape, subscripts):
+def pattern(shape: Shape, subscripts: Sequence[Sequence[int]]) -> Tuple[Array, Any]:
     """The linear indexes (i64) of the elements with these subscripts, in ascending order, and
     that order: for each of them the place of its subscripts in the list. Raises ValueError if they
     are no elements of the shape or one is listed twice."""
@@ -44,7 +45,8 @@ def pattern(shape, subscripts):
     return sparsity, perm
 
 
-def bounds(shape, lower, upper, subscripts=None):
+def bounds(shape: Shape, lower: Any, upper: Any,
+           subscripts: Optional[Sequence[Sequence[int]]] = None) -> Tuple[Array, Array]:
     """The lower and the upper bounds (f64) of all elements of a shape. Each side is a number for
     all, or a list with one for each; where elements are listed by `subscripts`, for these, and the
     others have no bounds. Raises ValueError if the lists don't fit or a bound is not one."""

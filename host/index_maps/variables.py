@@ -1,7 +1,9 @@
 """Variables as lists of native indexes."""
 
+from typing import Any
+
+from ..data.buffers import Shape, as_array
 from ..data.shapes import checked_shape, stored_places
-from ..data.buffers import as_array
 from .views import VariableViews
 
 
@@ -14,14 +16,10 @@ class Variable(VariableViews):
     fixed zeros. Raises ValueError if these lists don't fit the shape.
     """
 
-    def __init__(self, shape, nativeidxs, sparsity=None):
+    def __init__(self, shape: Shape, nativeidxs: Any, sparsity: Any = None) -> None:
         self.shape, self.nativeidxs = checked_shape(shape), as_array("i64", nativeidxs)
         self.sparsity = stored_places(self.shape, len(self.nativeidxs), sparsity)
 
-    def __len__(self):
-        """The number of stored elements."""
-        return len(self.nativeidxs)
-
     @staticmethod
-    def view(shape, nativeidxs, sparsity=None):
+    def view(shape: Shape, nativeidxs: Any, sparsity: Any = None) -> "Variable":
         return Variable(shape, nativeidxs, sparsity)

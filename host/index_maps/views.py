@@ -9,26 +9,31 @@ operation of its name makes of the variable as an expression.
 from array import array
 from itertools import compress, count
 from math import isqrt
+from typing import Any, Callable, Iterable, Optional, Sequence, Tuple
 
 from ..closures import closure
+from ..data.buffers import LARGEST, Array, Shape, as_array, size, zeros
 from ..data.entries import linear_indexes, outside
-from ..data.shapes import (axis_pair, box, checked_shape, require_dimension, strides,
-                           unit_strides, within)
-from ..data.buffers import LARGEST, as_array, size, zeros
+from ..data.shapes import (axis_pair, box, checked_shape, require_dimension, strides, unit_strides,
+                           within)
 
 
 class Views:
     """What a view and what it is one of have in common. `origins` are the variables or constraints
     that a view lists elements of; `removed` tells that a model has taken one out of itself."""
 
-    origins, removed = (), False
+    shape: Any
+    nativeidxs: Array
+    sparsity: Optional[Array] = None
+    origins: Tuple[Any, ...] = ()
+    removed = False
 
-    def require_kept(self):
+    def require_kept(self) -> None:
         """ValueError if a model has removed this, or what this is a view of."""
         if any(item.removed for item in (self, *self.origins)):
             raise ValueError("a variable or constraint is not in the model any more")
 
-    def among(self, items):
+    def among(self, items: Iterable[Any]) -> Any:
         """This view, as one of these."""
         self.origins = tuple({origin for item in items for origin in item.origins or (item,)})
         return self
@@ -38,7 +43,13 @@ class VariableViews(Views):
     """The views of a Variable, which `view` makes of a shape, native indexes and a pattern. Each
     raises ValueError if it isn't one of this shape."""
 
-    def slice(self, first, last):
+    view: Callable[..., Any]
+
+    def __len__(self) -> int:
+        """The number of stored elements."""
+        return len(self.nativeidxs)
+
+    def slice(self, first: Sequence[int], last: Sequence[int]) -> Any:
         """The box of positions from `first` up to but not including `last`, one entry of each list
         per dimension."""
         first, last, shape = box(self.shape, first, last)
@@ -58,11 +69,11 @@ class VariableViews(Views):
                 self.sparsity)
         return self._view(shape, idxs, sp)
 
-    def pick(self, rows):
+    def pick(self, rows: Sequence[Sequence[int]]) -> Any:
         """The elements at these rows of subscripts, as a vector in their order."""
         return self.take(linear_indexes(self.shape, rows, len(rows)))
 
-    def take(self, places):
+    def take(self, places: Any) -> Any:
         """The elements at these linear indexes (i64), as a vector in their order and as often as
         they stand there."""
         places, total = as_array("i64", places), size(self.shape)
@@ -78,13 +89,13 @@ class VariableViews(Views):
 
     # Other shapes and orders of dimensions.
 
-    def reshape(self, shape):
+    def reshape(self, shape: Shape) -> Any:
         """The same elements, in row-major order, in a shape of as many positions."""
         if size(checked_shape(shape)) != size(self.shape):
             raise ValueError("the shape %s can't become %s" % (list(self.shape), list(shape)))
         return self._view(shape, self.nativeidxs, self.sparsity)
 
-    def spread(self, shape):
+    def spread(self, shape: Shape) -> Any:
         """The only element in each position of the shape."""
         if size(self.shape) != 1:
             raise ValueError("one element is needed, not the shape %s" % list(self.shape))
@@ -94,7 +105,7 @@ class VariableViews(Views):
             return self._view(shape, [], [])
         return self._view(shape, self.nativeidxs * count)
 
-    def transpose(self):
+    def transpose(self) -> Any:
         """The transposed matrix."""
         if len(self.shape) != 2:
             raise ValueError("only a matrix can be transposed, not the shape %s" % list(self.shape))
@@ -102,7 +113,7 @@ class VariableViews(Views):
         closure(170, self.nativeidxs, idxs, self.shape, sp, self.sparsity)
         return self._view(self.shape[::-1], idxs, sp)
 
-    def permute_dims(self, perm):
+    def permute_dims(self, perm: Any) -> Any:
         """The array whose dimension k is dimension perm[k] of this one."""
         perm, nd, n = as_array("i32", perm), len(self.shape), len(self)
         if sorted(perm) != list(range(nd)):
@@ -125,7 +136,7 @@ class VariableViews(Views):
 
     # Pairs of dimensions that are symmetric.
 
-    def lower_triangle(self, dim1, dim2):
+    def lower_triangle(self, dim1: int, dim2: int) -> Any:
         """The elements whose subscript in dimension `dim2` is at most that in `dim1`, row by row in
         the place of dimension `dim1`: the entry (r, c) at r (r + 1) / 2 + c."""
         before, n, between, behind = axis_pair(self.shape, dim1, dim2)
@@ -149,7 +160,7 @@ class VariableViews(Views):
                 self.sparsity)
         return self._view(shape, *in_order(shape, idxs, sp))
 
-    def unpack_symmetric(self, dim):
+    def unpack_symmetric(self, dim: int) -> Any:
         """The full square of a symmetric variable that has its lower triangle, row by row, in
         dimension `dim`: two dimensions in the place of that one."""
         require_dimension(self.shape, dim, 0, len(self.shape) - 1)
@@ -175,7 +186,7 @@ class VariableViews(Views):
         return self._view(shape, array("q", filter(None, idxs)), sp)
 
     @classmethod
-    def semidefinite(cls, shape, dim1, dim2, elements):
+    def semidefinite(cls, shape: Shape, dim1: int, dim2: int, elements: Any) -> Any:
         """The full square, in the dimensions dim1 < dim2, of a semidefinite variable. `elements`
         lists the entries of the element table (i64): the columns of the lower triangle one after
         the other, for each position before dim1 and, within a column, between dim1 and dim2."""
@@ -195,7 +206,7 @@ class VariableViews(Views):
     # Several arrays in one.
 
     @classmethod
-    def stack(cls, variables, dim):
+    def stack(cls, variables: Iterable[Any], dim: int) -> Any:
         """The variables one behind the other along dimension `dim`; one with fewer dimensions has
         the extent 1 in the others, and all may be without `dim`. Sparse if one of them is."""
         variables = list(variables)
@@ -221,7 +232,7 @@ class VariableViews(Views):
             lists = stack_sparse(variables, shape, dim, extents, offset)
         return cls.view(shape, *lists).among(variables)
 
-    def repeat(self, copies, dim):
+    def repeat(self, copies: int, dim: int) -> Any:
         """`copies` of this array one behind the other along dimension `dim`: -1 is a new first
         dimension, and the number of dimensions a new last one."""
         nd, n = len(self.shape), len(self)
@@ -249,10 +260,10 @@ class VariableViews(Views):
             idxs, sp = in_order(shape, idxs, sp)
         return self._view(shape, idxs, sp)
 
-    def _view(self, *lists):
+    def _view(self, *lists: Any) -> Any:
         return self.view(*lists).among([self])
 
-    def _lists(self, n):
+    def _lists(self, n: int) -> Tuple[Array, Optional[Array]]:
         """Room for `n` native indexes, and for their pattern if this is sparse, else None."""
         return zeros("i64", n), None if self.sparsity is None else zeros("i64", n)
 
@@ -260,7 +271,8 @@ class VariableViews(Views):
 # The chains of a stack: the lists of its parts to that of the stack of this shape.
 
 
-def stack_dense(variables, shape, dim, extents, offset):
+def stack_dense(variables: Sequence[Any], shape: Shape, dim: int, extents: Array,
+                offset: Array) -> Array:
     outer, inner = size(shape[:dim]), size(shape[dim + 1:])
     require_fit(outer, inner, shape[dim] * inner)
     idxs = zeros("i64", size(shape))
@@ -270,7 +282,8 @@ def stack_dense(variables, shape, dim, extents, offset):
     return idxs
 
 
-def stack_sparse(variables, shape, dim, extents, offset):
+def stack_sparse(variables: Sequence[Any], shape: Shape, dim: int, extents: Array,
+                 offset: Array) -> Tuple[Array, Array]:
     n, inner = len(variables), size(shape[dim + 1:])
     numnz, pos = as_array("i32", map(len, variables)), 0
     total = closure(227, n, numnz, 0)
@@ -295,7 +308,7 @@ def stack_sparse(variables, shape, dim, extents, offset):
 # Shapes and patterns.
 
 
-def padded(shape, nd):
+def padded(shape: Shape, nd: int) -> Array:
     """The shape with as many extents of 1 at its end that it has `nd`."""
     result = zeros("i32", nd)
     closure(225, shape, result)
@@ -303,7 +316,7 @@ def padded(shape, nd):
     return result
 
 
-def in_order(shape, nativeidxs, sp):
+def in_order(shape: Shape, nativeidxs: Any, sp: Array) -> Tuple[Array, Array]:
     """The lists in ascending order of linear index: a radix sort, the last dimension first."""
     nd, n = len(shape), len(sp)
     if closure(245, True, n, sp):
@@ -324,7 +337,7 @@ def in_order(shape, nativeidxs, sp):
     return idxs, ordered
 
 
-def require_fit(*counts):
+def require_fit(*counts: int) -> None:
     """ValueError if a count or a stride doesn't fit 32 bits."""
     if max(counts) > LARGEST:
         raise ValueError("a view can't have an extent, a stride or a number of elements of %d: the "

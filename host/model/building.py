@@ -85,10 +85,12 @@ class Building:
             e = self._finished(f)
             forms = split(self.tables, w, e)
             require_room(len(self.rows) + n)
+            held = [(table, self.checked(table, side, f.shape, name)) for table, side in
+                    ((self.rows.lower, lower), (self.rows.upper, upper))]
             rows = self.rows.take(n)
             try:
-                self.set_side(self.rows.lower, rows, f.shape, lower, name)
-                self.set_side(self.rows.upper, rows, f.shape, upper, name)
+                for table, side in held:
+                    self.set_side(table, rows, side)
                 self.rows.write(w, e, forms, rows)
             except BaseException:
                 self.rows.free(rows)
@@ -117,30 +119,36 @@ class Building:
         self.native.sides.update(rows)
         self.native.note("rows added", len(rows))
 
-    def set_side(self, table: Numbers, rows: Any, shape: Shape, side: Any, name: str) -> None:
-        """Gives the rows of that shape a side, as `side` makes it."""
+    def checked(self, table: Numbers, side: Any, shape: Shape, name: str) -> Any:
+        """A side of rows of that shape as a formula of the shape, or a number (f64) for each."""
         if not isinstance(side, Formula):
-            lower = table is self.rows.lower
-            values = sides(side, None, shape, name)[0] if lower else (
-                sides(None, side, shape, name)[1])
-            table.clear(rows)
-            table.set(rows, values)
-            return
+            is_lower = table is self.rows.lower
+            both = (side, None) if is_lower else (None, side)
+            return sides(*both, shape, name)[0 if is_lower else 1]
         if side.shape == ():
             side = structure.spread(side, shape)
         if side.shape != shape:
             raise ValueError("a side of shape %s can't have the shape %s: %s"
                              % (list(side.shape), list(shape), side))
+        return side
+
+    def set_side(self, table: Numbers, rows: Any, side: Any) -> None:
+        """Gives rows a side, as `checked` makes it."""
+        table.clear(rows)
+        if not isinstance(side, Formula):
+            table.set(rows, side)
+            return
         w = self.evaluator.w
         with w.scratch():
             e = self._finished(side)
-            forms = split(self.tables, w, e)
-            table.clear(rows)
-            table.write(w, e, forms, rows)
+            table.write(w, e, split(self.tables, w, e), rows)
         self.native.values = True
 
     def _finished(self, f: Formula) -> Expression:
-        return self.evaluator.finish(evaluate(self.evaluator, f))
+        return self.evaluator.finish(self._evaluated(f))
+
+    def _evaluated(self, f: Formula) -> Expression:
+        return evaluate(self.evaluator, f, len(self.columns) + len(self.tables))
 
     # Cones.
 
@@ -148,7 +156,7 @@ class Building:
         f, ev, w = self.own(held.formula), self.evaluator, self.evaluator.w
         cones = Cones(held.kind, LAYOUTS[held.kind](f.shape, *held.axes))
         with w.scratch():
-            e = evaluate(ev, f)
+            e = self._evaluated(f)
             if held.kind == SEMIDEFINITE:
                 e = ev.triangle(ev.symmetrize(e, *held.axes), *held.axes, lower=True)
                 e = ev.scale_offdiag(e, *held.axes, OFF_DIAGONAL)

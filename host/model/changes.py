@@ -94,10 +94,11 @@ class Changes(Building):
     def update_constraint(self, c: Constraint, lower: Any, upper: Any) -> None:
         """Gives a constraint, or a view, the sides that aren't None."""
         rows = self._rows_of(c)
-        given = [self.side(side) for side in (lower, upper)]
-        for table, side in zip((self.rows.lower, self.rows.upper), given):
-            if side is not None:
-                self.set_side(table, rows, c.shape, side, c.name)
+        given = [(table, self.checked(table, self.side(side), c.shape, c.name))
+                 for table, side in ((self.rows.lower, lower), (self.rows.upper, upper))
+                 if side is not None]
+        for table, side in given:
+            self.set_side(table, rows, side)
         self.native.sides.update(rows)
         self.native.note("sides changed", len(rows))
         self.changed("%s has another side" % c.name)

@@ -8,7 +8,7 @@ from typing import Any, Optional, Union
 from ..formulas import structure
 from ..formulas.tree import Shape
 from .cones import Cones
-from .recorder import Batch
+from .recorder import Batch, name_of
 
 
 class Constraint:
@@ -39,7 +39,7 @@ class Constraint:
 
     @property
     def name(self) -> str:
-        return "c#%d" % self._name if isinstance(self._name, int) else self._name
+        return name_of(self._name)
 
     @property
     def is_whole(self) -> bool:

@@ -17,8 +17,10 @@ from ..index_maps.variables import Variable as IndexMap
 Term = Tuple[Formula, float]
 
 
-def evaluate(ev: Evaluator, root: Formula) -> Expression:
-    """The formula as an expression on the stack, a scalar with the shape (1,)."""
+def evaluate(ev: Evaluator, root: Formula, variables: int) -> Expression:
+    """The formula as an expression on the stack, a scalar with the shape (1,). `variables` is how
+    many an element can have: where it has more terms, some are of the same, and these are merged,
+    as they would double at each of many steps that build on each other."""
     uses = counted(root)
     done: Dict[int, Expression] = {}
     sums: Dict[int, List[Term]] = {}
@@ -37,9 +39,12 @@ def evaluate(ev: Evaluator, root: Formula) -> Expression:
             continue
         stack.pop()
         if f.op == "sum":
-            done[id(f)] = weighted_sum(ev, f.shape, sums[id(f)], done)
+            e = weighted_sum(ev, sums[id(f)], done)
         else:
-            done[id(f)] = OPERATIONS[f.op](ev, f, *(done[id(g)] for g in operands))
+            e = OPERATIONS[f.op](ev, f, *(done[id(g)] for g in operands))
+        if e.nnz > e.nelem * (variables + 1):
+            e = ev.merge_terms(e)
+        done[id(f)] = e
     return done[id(root)]
 
 
@@ -73,8 +78,7 @@ def atomic(f: Formula) -> bool:
     return f.shape == () and f.op in ("variable", "constant")
 
 
-def weighted_sum(ev: Evaluator, shape: Shape, terms: List[Term],
-                 done: Dict[int, Expression]) -> Expression:
+def weighted_sum(ev: Evaluator, terms: List[Term], done: Dict[int, Expression]) -> Expression:
     weights: Dict[int, float] = {}  # what stands there twice is taken once
     for g, weight in terms:
         if not atomic(g):

@@ -21,6 +21,7 @@ from ..index_maps.variables import Variable as IndexMap
 from .changes import Changes
 from .constraints import Constraint
 from .printing import Printing
+from .recorder import name_of
 from .solving import Solving
 
 FLIPPED = {"<=": ">=", ">=": "<=", "==": "=="}
@@ -214,13 +215,13 @@ class Model(Changes, Solving, Printing):
         for side in (lower, upper):
             if side is not None and f.shape == ():
                 f = structure.spread(f, side.shape)
-        rows = self.build_rows(f, lower, upper, str(name))
+        rows = self.build_rows(f, lower, upper, name_of(name))
         return Constraint(self, name, f.shape, Between(f, lower, upper) if said is None else said, rows)
 
 
 def extents(shape: Any) -> Shape:
     """A shape from one extent or several. Raises ValueError if that is none."""
-    return tuple(checked_shape([shape] if hasattr(shape, "__index__") else shape))
+    return tuple(checked_shape(shape if hasattr(shape, "__iter__") else [shape]))
 
 
 def finite(data: Constant, name: str) -> Constant:

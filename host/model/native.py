@@ -72,31 +72,35 @@ class Native:
 
     def bring(self, model: Any, chosen: Type[Adapter]) -> str:
         """Makes the solver of that class hold the model as it is, and tells what was built."""
-        reason = self._reason(chosen)
-        if reason is None:
-            account = self._change(model)
-        else:
+        reason, account = self._reason(chosen), self._account()
+        if reason is not None:
+            account = "all of it, because %s" % reason
             if type(self.adapter) is not chosen:
                 self.adapter = chosen()
-            self.adapter.load(model.problem())
-            self._costed = set()
-            account = "all of it, because %s" % reason
+        try:
+            if reason is None and chosen.in_place:
+                self._change(model)
+            else:
+                self.adapter.load(model.problem())
+                self._costed = model.rows.costed()
+        except BaseException:
+            self.reason = "the change before failed"
+            raise
         model.rows.handed = len(model.rows.terms.subi)
         self.forget()
         return account
 
     def _reason(self, chosen: Type[Adapter]) -> Optional[str]:
+        """Why that solver has to be loaded anew, or None."""
         if type(self.adapter) is not chosen:
             return "%s has not had it yet" % chosen.name
-        if not chosen.in_place:
-            return "%s takes each problem anew" % chosen.name
-        if not self.adapter.loaded:
+        if chosen.in_place and not self.adapter.loaded:
             return "%s has lost it" % chosen.name
-        if len(self.rows) > MOST * max(self.adapter.rows, 1):
+        if chosen.in_place and len(self.rows) > MOST * max(self.adapter.rows, 1):
             return "more rows are new than were there"
         return self.reason
 
-    def _change(self, model: Any) -> str:
+    def _change(self, model: Any) -> None:
         spans, triplets, moved = model.run_programs() if self.values else ((), ((), (), ()), ())
         self._columns(model.columns)
         self._rows(model.rows)
@@ -107,6 +111,8 @@ class Native:
             offset, lower, upper = (table.at(rows) for table in numbers)
             self.adapter.set_row_bounds(rows, lower, upper, offset)
         self._coefficients(model, spans, triplets)
+
+    def _account(self) -> str:
         parts = ["%s: %d" % change for change in self._changes.items()]
         if self.values:
             parts.append("numbers of parameters" if parts else "nothing but numbers")

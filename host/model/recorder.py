@@ -12,7 +12,6 @@ from ..evaluator.stacks import Expression
 from ..formulas.algebra import DOT, LEFT
 from ..formulas.tree import Formula
 
-
 MOST = 1000  # sums and products in a row that is recorded
 
 
@@ -41,7 +40,7 @@ class Batch:
             del subj[n:], cof[n:]
             if fixed is None:
                 return None
-            sides(lower, upper, (), str(name))
+            sides(lower, upper, (), name_of(name))
             raise ValueError("a coefficient is not finite: %s" % f)
         self.fixed.append(fixed)
         self.ends.append(len(subj))
@@ -106,3 +105,7 @@ def vector_product(f: Any) -> Any:
         return f.data[0].values if len(f.data[0].values) == count else None
     return None
 
+
+def name_of(key: Any) -> str:
+    """The name of a constraint by its key, which is a number for one without."""
+    return "c#%d" % key if isinstance(key, int) else str(key)

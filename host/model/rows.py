@@ -145,6 +145,12 @@ class Rows:
             self.slots.give_back(array("i", [row]))
         self.freed = set()
 
+    def costed(self) -> Set[int]:
+        """The columns in the objective, with numbers or programs."""
+        store = self.offset.store
+        return {*self.objective.subj,
+                *store.param_varidx[store.row_param_ptrb[0]:store.row_param_ptre[0]]} - {0}
+
     # For a solver.
 
     def forms(self, triplets: Any, tables: ElementTables) -> Forms:

@@ -4,14 +4,14 @@ from __future__ import annotations
 
 import sys
 from array import array
-from dataclasses import dataclass
-from typing import Any, Optional
+from dataclasses import dataclass, replace
+from typing import Any, Optional, Type
 
 from ..closures import closure
 from ..data.buffers import size, zeros
 from ..formulas.leaves import Variable, dense, nested
 from ..formulas.tree import Formula
-from ..solvers import Options, choose
+from ..solvers import Adapter, Options, Solution, SolverError, choose
 from ..solvers.problem import Forms
 from .affine_rows import evaluated, split, stored_rows, with_terms
 from .building import Building
@@ -68,7 +68,7 @@ class Solving(Building):
         self._reading, self.status = None, "failed"
         self.last_build = self.native.bring(self, chosen)
         try:
-            found = self.native.adapter.solve(options)
+            found = self._run(chosen, options)
         except KeyboardInterrupt:
             self.status = "interrupted"
             raise
@@ -76,6 +76,17 @@ class Solving(Building):
         self._reading = Reading(found, self.tables, self._held())
         return Result(found.status, found.objective, found.bound, found.seconds, found.has_levels,
                       found.has_duals, found.words, chosen.name, self.last_build)
+
+    def _run(self, chosen: Type[Adapter], options: Options) -> Solution:
+        adapter = self.native.adapter
+        try:
+            return adapter.solve(options)
+        except SolverError:
+            if options.start is None or adapter.loaded:
+                raise
+        # From some bases that changes have made singular a solver can't start, and loses all.
+        self.last_build = self.native.bring(self, chosen)
+        return adapter.solve(replace(options, start=None))
 
     def _held(self) -> Any:
         """For each entry of matrices its place in the solution, -1 for one that was removed; None
