@@ -23,7 +23,8 @@ from ..formulas.leaves import Parameter, Variable
 from ..model.constraints import Constraint
 from ..model.model import Model
 from ..solvers import Options, Problem
-from ..solvers.glpk import Glpk, read_mps
+from ..formats.mps import read_mps
+from ..solvers.glpk import Glpk
 from .comparison import Outcome, Roads, Tolerances, count
 
 FACTORS = 0.9, 1.1  # of the nonzeros of a matrix, at least and at most
