@@ -1,11 +1,5 @@
 """What the tests of the host share: an evaluator whose stacks tell what is written outside."""
 
-import os
-import re
-import subprocess
-import sys
-import tempfile
-import unittest
 from array import array
 
 from host.evaluator import expressions
@@ -70,36 +64,3 @@ def call_spread(closures, number, *arguments, call=Closures.__call__):
         a[:] = array(view.format, view)
         assert not set(gaps(view)) - {MARKER[view.format]}, number
     return result
-
-
-class DemoCase(unittest.TestCase):
-    """Runs the command `python -m host` on texts, each as the file `file_name`."""
-
-    def setUp(self):
-        directory = tempfile.TemporaryDirectory()
-        self.addCleanup(directory.cleanup)
-        self.path = os.path.join(directory.name, self.file_name)
-
-    def run_host(self, *arguments, change=None, **environment):
-        """Status, output and errors of the command, or of one where Python text changed things."""
-        command = ["-m", "host"] if change is None else [
-            "-c", change + "\nfrom host.__main__ import main\nsys.exit(main())"]
-        result = subprocess.run([sys.executable, *command, *arguments], universal_newlines=True,
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                env={**os.environ, **environment})
-        return result.returncode, result.stdout, result.stderr
-
-    def solve(self, text, *arguments, **how):
-        with open(self.path, "w") as file:
-            file.write(text)
-        return self.run_host(self.path, *arguments, **how)
-
-    def row(self, output, label):
-        (line,) = (line for line in output.splitlines() if line.startswith(label))
-        return line[len(label) :].split()
-
-    def assert_refused(self, expected, answer):
-        """Status 2 and one line on standard error, which says what is expected."""
-        status, output, errors = answer
-        self.assertEqual((status, output), (2, ""))
-        self.assertRegex(errors, r"\Ahost: .*%s.*\n\Z" % re.escape(expected))

@@ -1,4 +1,4 @@
-"""The host's constant data in any order, and models that lose rows and columns and gain others."""
+"""The host's constant data, from any holder of numbers and in any order."""
 
 import ctypes
 import itertools
@@ -12,14 +12,11 @@ from math import inf
 
 from host.data.bounds import each, sides
 from host.data.constants import constant
-from host.data.entries import sorting_permutation
-from host.solvers.old_glpk import Problem
+from host.data.entries import pattern, sorting_permutation
 from host.data.matrices import DenseMatrix, SparseMatrix
-from host.model.linear import Model
 from host.evaluator.products import SparseTensor
 from host.model.slots import Slots
 from support import product
-from test_host import needs_glpk
 
 try:
     import numpy
@@ -71,6 +68,9 @@ class Data(unittest.TestCase):
                       SparseTensor.from_subscripts(shape, sum(drawn, []), values),
                       SparseTensor.from_indexes(shape, linear, values)):
                 self.assertEqual(list(zip(t.msp, t.mcof)), list(sums(zip(linear, values)).items()))
+            if len(set(linear)) == len(linear):
+                sp, perm = pattern(shape, drawn)
+                self.assertEqual((list(sp), [linear[k] for k in perm]), (sorted(linear),) * 2)
             for total in (1000, 2**50):  # by digits, and too many of these
                 linear = array("q", rng.choices([0, 3, 31, 32, 999, total - 1], k=n))
                 self.assertEqual(list(sorting_permutation(linear, total)),
@@ -84,6 +84,7 @@ class Data(unittest.TestCase):
             (r"entry 1, at \[0, 4294967296\]", triplets, 2, 3, [0, 0], [1, 2**32], [1, 1]),
             (r"entry 1, at \[1, 3\], .*\[2, 3\]", subscripts, [2, 3], [0, 2, 1, 3], [1, 1]),
             (r"entry 0, at \[4294967296\]", subscripts, [2], [[2**32]], [1]),
+            ("listed twice", pattern, [2], [[1], [1]]), ("at .2.", pattern, [2], [[1], [2]]),
             ("has 2 subscripts", subscripts, [2, 3], [[1, 0], [1]], [1, 1]),
             ("can't have 3", subscripts, [2, 3], [1, 0, 1], [1, 1]),
             ("no shape", subscripts, [2**31 - 1] * 3, [], []),
@@ -182,84 +183,6 @@ class Data(unittest.TestCase):
                 self.assertEqual((slots.used, slots.top), (len(set(used)), peak))
                 self.assertEqual([k for k in range(-1, peak + 2)
                                   if slots.all_used(array(rng.choice("iq"), [k]))], used)
-
-
-@needs_glpk
-class GrowingModels(unittest.TestCase):
-    """max x0 + x1 + x2 where each piece (rows, upper) demands rows x + (1 + p) y <= upper + p, with
-    a y of its own."""
-
-    def build(self, pieces):
-        model = Model(Problem())
-        x, p, e = model.variable([3], 0.0, 9.0), model.parameter(1.0), model.evaluator
-        model.maximize(e.mul_left(DenseMatrix(1, 3, [1.0] * 3), e.push_variable(x)))
-        return model, x, p, [self.add(model, x, p, *piece) for piece in pieces]
-
-    def add(self, model, x, p, rows, upper):
-        y, e, n = model.variable([1], 0.0, 1.0), model.evaluator, len(rows)
-        with e.w.scratch():
-            ax = e.mul_left(DenseMatrix(n, 3, sum(rows, [])), e.push_variable(x))
-            ys = e.mul_left(DenseMatrix(n, 1, [1.0] * n), e.push_variable(y))
-            moving = e.mul_param_scalar(p.index, e.weighted_sum(
-                [ys, e.push_expression([n], [1.0] * n)], [1, -1]))
-            return y, model.constrain(e.weighted_sum([ax, ys, moving], [1, 1, 1]), -inf, upper)
-
-    def test_changes_in_a_loop(self):
-        for seed in range(3):
-            rng, pieces, peak = random.Random(seed), [], 0
-            model, x, p, parts = self.build([])
-            for step in range(40):
-                if len(pieces) == 4:
-                    k = rng.randrange(4)
-                    _, (y, constraint) = pieces.pop(k), parts.pop(k)
-                    model.remove(constraint)
-                    if step % 3:
-                        model.solve()
-                    model.remove(y)
-                pieces.append(([rng.choices([0.0, 1.0, 2.0], k=3) for _ in range(rng.randrange(4))],
-                               rng.randrange(1, 6)))
-                parts.append(self.add(model, x, p, *pieces[-1]))
-                peak = max(peak, model._constants.store.code_used)
-                fresh, _, q, _ = self.build(pieces)
-                for p.value, q.value in ((1.0, 1.0), (2.5, 2.5)):
-                    self.assertEqual((model.solve(), fresh.solve()), ("optimal",) * 2)
-                    self.assertAlmostEqual(model.objective(), fresh.objective())
-                    for (rows, upper), (y, constraint) in zip(pieces, parts):
-                        levels = model.levels(x) + model.levels(y)
-                        for row, found in zip(rows, model.row_levels(constraint)):
-                            held = map(float.__mul__, row + [1.0 + p.value], levels)
-                            self.assertAlmostEqual(found, sum(held))
-            self.assertEqual((model.native.columns, model.native.rows <= 12), (3 + 4, True))
-            self.assertLessEqual(len(model._constants.store.code), 4 * peak)
-
-    def test_refusals(self):
-        model, x, p, ((y, constraint),) = self.build([([[1.0, 0.0, 0.0]], 1.0)])
-        other, view, push = model.variable([2]), x.slice([0], [1]), model.evaluator.push_variable
-        for item in (y, x, view, Model(Problem()).variable([1]), p):
-            self.assertRaisesRegex(ValueError, "can", model.remove, item)
-        self.assertEqual((model.solve(), model.objective()), ("optimal", 20.0))
-        e, views = push(y), (y.repeat(2, 0).pick([[1]]), y.stack([x, y], 0))
-        model.remove(constraint)
-        row = constraint.slice([0], [1]).element(0)
-        model.remove(y)
-        for use, *items in ((model.row_levels, constraint, row), (model.row_duals, constraint),
-                            (model.levels, y, *views), (model.duals, y), (model.minimize, e),
-                            (lambda e: model.constrain(e, 0.0, 1.0), e), (push, y, *views),
-                            (model.remove, constraint, y)):
-            for item in items:
-                self.assertRaisesRegex(ValueError, "any more|removed before", use, item)
-        model.variable([1])  # takes the column of y
-        self.assertRaisesRegex(ValueError, "not in the model any more", push, views[0])
-        self.assertRaisesRegex(ValueError, "no solution", model.levels, x)
-        self.assertEqual((model.solve(), model.objective()), ("optimal", 27.0))
-
-    def test_values_of_many_parameters(self):
-        model, other = Model(Problem()), Model(Problem())
-        a, b, c = model.parameters([1.0, 2.0, 3.0])
-        model.set_values([c, a], [30.0, 10.0])
-        self.assertEqual(list(model.values([a, b, c, a])), [10.0, 2.0, 30.0, 10.0])
-        self.assertRaisesRegex(ValueError, "can't have", model.set_values, [a, b], [1.0])
-        self.assertRaisesRegex(ValueError, "other model", model.values, [other.parameter(1.0)])
 
 
 if __name__ == "__main__":

@@ -10,10 +10,8 @@ import unittest.mock
 from host.solvers.csdp import Csdp, Translation
 from host.formats.sdpa import FormatError, SdpaProblem
 from host.demo.semidefinite import build
-from host_support import DemoCase
 from support import f64
 
-needs_csdp = unittest.skipUnless(shutil.which("csdp"), "CSDP is missing")
 
 # The largest eigenvalue of [[2, 1], [1, 2]], with a diagonal block for what the trace leaves.
 EIGENVALUE = """\
@@ -43,42 +41,6 @@ def pentagon():
     trace = ["1 1 %d %d 1" % (i, i) for i in range(1, 6)]
     edges = ["%d 1 %d %d 1" % (k + 2, *sorted((k % 5 + 1, (k + 1) % 5 + 1))) for k in range(5)]
     return sdpa(6, [5], "1 0 0 0 0 0", *ones, *trace, *edges)
-
-
-@needs_csdp
-class Demo(DemoCase):
-    file_name = "model.dat-s"
-
-    def test_objectives(self):
-        for text, p, objectives in ((EIGENVALUE, "2", (3, 6)),
-                                    (pentagon(), "0.5", (math.sqrt(5), math.sqrt(5) / 2))):
-            with self.subTest(text=text):
-                status, output, errors = self.solve(text, "--parameter", p)
-                self.assertEqual((status, errors), (0, ""))
-                for road in ("objective by closures", "objective by CSDP alone"):
-                    for found, expected in zip(self.row(output, road), objectives):
-                        self.assertAlmostEqual(float(found), expected, places=6)
-                for kind in ("matrices", "duals"):
-                    for value in self.row(output, "largest difference of " + kind):
-                        self.assertLessEqual(float(value), 1e-7)
-
-    def test_roads_that_differ(self):
-        change = "import sys, host.sdpa as s\ns.SdpaProblem.objective = lambda self, X: 3.0001"
-        self.assertEqual(self.solve(EIGENVALUE, change=change)[0], 1)
-
-    def test_bad_input(self):
-        infeasible = sdpa(2, [2], "1 2", "1 1 1 1 1", "2 1 1 1 1")
-        for expected, answer in (
-            ("No such file", self.run_host(self.path)),
-            ("line 1: 'hello' stands where", self.solve("hello\n")),
-            ("line 5: the entry (1, 3) lies outside of block 1",
-             self.solve(sdpa(1, [2], "1", "1 1 1 3 1"))),
-            ("CSDP says: Success: SDP is primal infeasible", self.solve(infeasible)),
-            ("--maximize", self.solve(EIGENVALUE, "--maximize")),
-            ("no program csdp", self.solve(EIGENVALUE, PATH="/nowhere")),
-        ):
-            with self.subTest(expected=expected):
-                self.assert_refused(expected, answer)
 
 
 class Format(unittest.TestCase):

@@ -122,3 +122,16 @@ def outside(shape: Shape, entries: Iterable[Any]) -> ValueError:
             return ValueError("entry %d, at %s, lies outside of the shape %s"
                               % (t, list(subscripts), list(shape)))
     return ValueError("an entry lies outside of the shape %s" % list(shape))
+
+
+def pattern(shape: Shape, subscripts: Any) -> Tuple[Array, Array]:
+    """The linear indexes (i64) of the elements with these subscripts, in ascending order, and for
+    each of them the place of its subscripts in the list. Raises ValueError if they are no elements
+    of the shape or one is listed twice."""
+    n, shape = len(subscripts), checked_shape(shape)
+    linear, sp = linear_indexes(shape, subscripts, n), zeros("i64", n)
+    perm = sorting_permutation(linear, size(shape))
+    closure(165, n, sp, perm, linear)
+    if not closure(245, True, n, sp):
+        raise ValueError("an element is listed twice")
+    return sp, perm

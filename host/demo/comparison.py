@@ -1,9 +1,12 @@
 """Two roads to the solution of one problem, side by side: through the closures, and by the solver
 alone."""
 
+from __future__ import annotations
+
 import math
 import time
 from dataclasses import dataclass, field
+from typing import Any, List, Sequence, Tuple
 
 from ..closures import closure
 from .progress import progress
@@ -15,8 +18,8 @@ class Outcome:
 
     status: str
     objective: float = math.nan
-    levels: list = field(default_factory=list)
-    duals: list = field(default_factory=list)
+    levels: List[float] = field(default_factory=list)
+    duals: List[float] = field(default_factory=list)
 
 
 @dataclass
@@ -37,10 +40,10 @@ class Cost:
     total: float
 
     @property
-    def host(self):
+    def host(self) -> float:
         return self.total - self.closures - self.solver
 
-    def __sub__(self, other):
+    def __sub__(self, other: Cost) -> Cost:
         return Cost(self.calls - other.calls, self.closures - other.closures,
                     self.solver - other.solver, self.total - other.total)
 
@@ -48,27 +51,45 @@ class Cost:
 class Roads:
     """A problem that can be solved on both roads for any value of the parameter.
 
-    What a kind of problem brings: `solver`, the name of the native solver, with `native`, the one
-    of the first road; `kinds`, what the levels and duals are called; `tolerances`; `heading`, lines
-    that tell what the problem is; `build()`, which gives `built`, the model of the first road; and
-    the roads, `ours(p)` and `theirs(p)`, which return an Outcome.
+    What a kind of problem brings: `solver`, the name of the native solver; `kinds`, what the levels
+    and duals are called; `tolerances`; `heading`, lines that tell what the problem is; `build()`,
+    which gives `built`, the model of the first road; and the roads, `ours(p)` and `theirs(p)`,
+    which return an Outcome, with `seconds`, what the solver has taken on the first.
     """
 
-    built = None
+    solver: str
+    kinds: Tuple[str, str]
+    tolerances: Tolerances
+    heading: List[str]
+    built: Any = None
+    seconds = 0.0
 
-    def steps(self, parameter):
+    def build(self) -> Any:
+        raise NotImplementedError
+
+    def ours(self, p: Any) -> Outcome:
+        raise NotImplementedError
+
+    def theirs(self, p: Any) -> Outcome:
+        raise NotImplementedError
+
+    def why_unsolved(self, outcome: Outcome) -> str:
+        """Why there is nothing to compare."""
+        raise NotImplementedError
+
+    def steps(self, parameter: float) -> Sequence[Any]:
         """The values of the parameter to solve for, of which the first leaves the problem as it
         is."""
         return 1.0, parameter
 
-    def label(self, p):
+    def label(self, p: Any) -> str:
         """What a person reads for a value of the parameter."""
         return "p = %g" % p
 
-    def cost(self):
-        return Cost(closure.calls, closure.seconds, self.native.seconds, time.perf_counter())
+    def cost(self) -> Cost:
+        return Cost(closure.calls, closure.seconds, self.seconds, time.perf_counter())
 
-    def compare(self, p):
+    def compare(self, p: Any) -> Comparison:
         start = self.cost()
         if self.built is None:
             progress("building the model ...")
@@ -79,7 +100,7 @@ class Roads:
         progress("solving for %s again, by %s alone ..." % (self.label(p), self.solver))
         return Comparison(self.label(p), ours, self.theirs(p), cost, self.tolerances)
 
-    def table(self, comparisons):
+    def table(self, comparisons: Sequence[Comparison]) -> str:
         """The text that a person reads."""
         number = lambda outcome: outcome.status if math.isnan(outcome.objective) else (
             "%.9g" % outcome.objective)
@@ -107,7 +128,8 @@ class Comparison:
     """Both roads for one value of the parameter. They agree if they come to the same numbers, or if
     neither finds a solution, for the same reason."""
 
-    def __init__(self, label, ours, theirs, cost, tolerances):
+    def __init__(self, label: str, ours: Outcome, theirs: Outcome, cost: Cost,
+                 tolerances: Tolerances) -> None:
         self.label, self.ours, self.theirs, self.cost = label, ours, theirs, cost
         self.solved = ours.status == theirs.status == "optimal"
         self.level_difference = largest_difference(ours.levels, theirs.levels)
@@ -117,7 +139,7 @@ class Comparison:
             and max(self.level_difference, self.dual_difference) <= tolerances.others))
 
 
-def largest_difference(ours, theirs):
+def largest_difference(ours: Sequence[float], theirs: Sequence[float]) -> float:
     """The largest difference of two lists, relative where the numbers are above 1; infinite if one
     has more numbers than the other."""
     if len(ours) != len(theirs):
@@ -126,9 +148,9 @@ def largest_difference(ours, theirs):
     return max((math.inf if math.isnan(d) else d for d in differences), default=0.0)
 
 
-def milliseconds(seconds):
+def milliseconds(seconds: float) -> str:
     return "%.3f ms" % (1e3 * seconds)
 
 
-def count(n, what):
+def count(n: int, what: str) -> str:
     return "%d %s%s" % (n, what, "" if n == 1 else "s")

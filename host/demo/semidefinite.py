@@ -1,60 +1,63 @@
-"""The semidefinite problem of a file in SDPA's sparse format, built by closures with a parameter on
-its constant side, and solved by CSDP alone.
+"""The semidefinite problem of a file in SDPA's sparse format, as a model with a parameter on its
+constant side, and solved by CSDP alone.
 
 Both roads hand the solver the same problem in the same order, so that they take the same steps,
 also where several matrices are optimal: if the file lists the entries of a matrix in ascending
 order, as files do.
 """
 
+from __future__ import annotations
+
 from array import array
 from dataclasses import dataclass, replace
 from itertools import chain
-from typing import List
+from typing import Any, Iterable, Iterator, List, Sequence
 
-from .comparison import Outcome, Roads, Tolerances, count
-from ..model.conic import ConicModel
-from ..solvers.csdp import Csdp, solve_blocks, solve_file
 from ..data.matrices import SparseMatrix
-from ..model.linear import Constraint, Parameter
 from ..formats.sdpa import SdpaProblem
-from ..index_maps.variables import Variable
+from ..formulas.algebra import total
+from ..formulas.leaves import Parameter, Variable
+from ..formulas.tree import Formula
+from ..model.constraints import Constraint
+from ..model.model import Model
+from ..solvers import Options
+from ..solvers.csdp import solve_blocks, solve_file
+from ..solvers.forms import FIRST, SECOND
+from .comparison import Outcome, Roads, Tolerances, count
+
+WITHOUT = {SECOND: "infeasible", FIRST: "unbounded"}  # the one of a pair without a solution
 
 
 @dataclass
-class ScaledModel:
-    """An SdpaProblem with the constants of its constraints multiplied by the parameter `scale`. The
-    matrices of `x` are its blocks, a diagonal one a vector of its diagonal."""
+class BuiltModel:
+    """An SdpaProblem with the constants of its constraints multiplied by `parameter`. The matrices
+    of `x` are its blocks, a diagonal one a vector of its diagonal."""
 
-    model: ConicModel
+    model: Model
     x: List[Variable]
     rows: Constraint
-    scale: Parameter
+    parameter: Parameter
 
 
-def build(problem, native):
-    """The ScaledModel of an SdpaProblem, for the back end `native`: each constraint is an element
-    of the sum over the blocks of a constant matrix times the places of the block, less p c."""
-    model = ConicModel(native)
-    e, p = model.evaluator, model.parameter(1.0)
-    x = [model.semidefinite_variable(n) if n > 0 else model.variable([-n], 0.0)
-         for n in problem.blocks]
-    with e.w.scratch():
-        places = [e.push_variable(Variable([len(xk)], xk.nativeidxs)) for xk in x]
+def build(problem: SdpaProblem) -> BuiltModel:
+    """Each constraint is an element of the sum over the blocks of a constant matrix times the
+    places of the block."""
+    model = Model("demo")
+    p = model.parameter("p", 1.0)
+    x = [model.variable("X%d" % k, (n, n), semidefinite=True) if n > 0
+         else model.variable("X%d" % k, -n, lower=0.0) for k, n in enumerate(problem.blocks, 1)]
 
-        def products(first, last):
-            """The inner products of X and the matrices from F[first] on, up to F[last]."""
-            parts = [e.mul_left(matrix, xk) for matrix, xk in
-                     zip(block_matrices(problem, first, last), places)]
-            return e.weighted_sum(parts, [1.0] * len(parts))
+    def products(first: int, last: int) -> Formula:
+        """The inner products of X and the matrices from F[first] on, up to F[last]."""
+        return total(matrix @ xk.ravel()
+                     for matrix, xk in zip(block_matrices(problem, first, last), x))
 
-        count = len(problem.c)
-        model.maximize(products(0, 1))
-        pc = e.mul_param_scalar(p.index, e.push_expression([count], problem.c))
-        rows = model.constrain(e.weighted_sum([products(1, count + 1), pc], [1.0, -1.0]), 0.0, 0.0)
-    return ScaledModel(model, x, rows, p)
+    model.maximize(products(0, 1))
+    rows = model.constrain("rows", products(1, len(problem.c) + 1) == p * problem.c)
+    return BuiltModel(model, x, rows, p)
 
 
-def block_matrices(problem, first, last):
+def block_matrices(problem: SdpaProblem, first: int, last: int) -> Iterator[SparseMatrix]:
     """For each block the SparseMatrix with a row for each of the matrices from F[first] on, up to
     F[last], and a column for each place of the block, row by row, or of its diagonal."""
     triplets = [(array("i"), array("i"), array("d")) for _ in problem.blocks]
@@ -76,9 +79,8 @@ class SemidefiniteRoads(Roads):
 
     solver, kinds, tolerances = "CSDP", ("matrices", "duals"), Tolerances(1e-6, 1e-4)
 
-    def __init__(self, path):
-        self._path, self._problem = path, SdpaProblem.read(path)
-        self.native = Csdp()
+    def __init__(self, path: str) -> None:
+        self._path, self._problem, self._words = path, SdpaProblem.read(path), ""
         p = self._problem
         blocks = ", ".join("%d diagonal" % -n if n < 0 else "%d x %d" % (n, n) for n in p.blocks)
         self.heading = [
@@ -88,24 +90,26 @@ class SemidefiniteRoads(Roads):
             "blocks    " + (blocks if len(blocks) < 80 else blocks[:76] + " ..."),
         ]
 
-    def build(self):
-        return build(self._problem, self.native)
+    def build(self) -> BuiltModel:
+        return build(self._problem)
 
-    def ours(self, p):
-        built, model = self.built, self.built.model
-        built.scale.value = p
-        outcome = Outcome(model.solve())
+    def ours(self, p: Any) -> Outcome:
+        built = self.built
+        built.parameter.value = p
+        result = built.model.solve(solver="csdp", form="standard")
+        self.seconds, self._words = self.seconds + result.seconds, result.words
+        outcome = Outcome(result.status)
         if outcome.status == "optimal":
-            outcome.objective = model.objective()
-            outcome.levels = list(chain.from_iterable(map(model.levels, built.x)))
-            outcome.duals = [*model.row_duals(built.rows),
-                             *chain.from_iterable(map(model.duals, built.x))]
+            outcome.objective = result.objective
+            outcome.levels = [*flat(xk.level for xk in built.x)]
+            outcome.duals = [*built.rows.dual, *flat(xk.dual for xk in built.x)]
         return outcome
 
-    def theirs(self, p):
+    def theirs(self, p: Any) -> Outcome:
         problem = replace(self._problem, c=array("d", (p * value for value in self._problem.c)))
-        found = solve_file(self._path, problem.blocks) if p == 1.0 else solve_blocks(problem)
-        outcome = Outcome(found.status)
+        found = (solve_file(self._path, problem.blocks, Options()) if p == 1.0
+                 else solve_blocks(problem, Options()))
+        outcome = Outcome(WITHOUT.get(found.status, found.status))
         if outcome.status == "optimal":
             outcome.objective = problem.objective(found.X)
             outcome.levels = list(chain.from_iterable(found.X))
@@ -113,5 +117,12 @@ class SemidefiniteRoads(Roads):
             outcome.duals = [*found.y, *(-z for z in chain.from_iterable(found.Z))]
         return outcome
 
-    def why_unsolved(self, _):
-        return "CSDP says: %s" % self.native.verdict
+    def why_unsolved(self, outcome: Outcome) -> str:
+        return "CSDP says: %s" % self._words
+
+
+def flat(blocks: Iterable[Sequence[Any]]) -> Iterator[float]:
+    """The numbers of matrices, row by row, and of vectors."""
+    for block in blocks:
+        for row in block:
+            yield from row if isinstance(row, list) else (row,)

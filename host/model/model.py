@@ -11,12 +11,12 @@ from ..closures import closure
 from ..data.bounds import sides
 from ..data.buffers import require_room, size, zeros
 from ..data.constants import Constant, constant
+from ..data.entries import pattern
 from ..data.shapes import checked_shape
 from ..formulas import structure
 from ..formulas.leaves import Parameter, Root, Variable, dense, nested
 from ..formulas.tree import (VARIABLES, Between, Comparison, Formula, Membership, Shape, as_formula,
                              is_finite)
-from ..index_maps.domains import pattern
 from ..index_maps.variables import Variable as IndexMap
 from .changes import Changes
 from .constraints import Constraint
