@@ -22,7 +22,7 @@ from ..model.constraints import Constraint
 from ..model.model import Model
 from ..solvers import Options
 from ..solvers.csdp import solve_blocks, solve_file
-from ..solvers.forms import FIRST, SECOND
+from ..solvers.pair import FIRST, SECOND
 from .comparison import Outcome, Roads, Tolerances, count
 
 WITHOUT = {SECOND: "infeasible", FIRST: "unbounded"}  # the one of a pair without a solution

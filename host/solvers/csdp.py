@@ -29,7 +29,8 @@ from typing import IO, Dict, Iterator, List, Optional, Sequence, Tuple
 from ..data.buffers import zeros
 from ..formats.sdpa import SdpaProblem
 from .adapter import Adapter, Options, SolverError
-from .forms import FIRST, LINEAR, SECOND, Found, Pair, Standard, solve
+from .forms import Standard, solve
+from .pair import FIRST, LINEAR, SECOND, Found, Pair
 from .problem import (INACCURATE, LIMIT, OFF_DIAGONAL, OPTIMAL, QUADRATIC, Problem, Solution,
                       triangle)
 from .reduction import Reduced
@@ -90,13 +91,10 @@ class Csdp(Adapter):
 
 
 def solve_pair(pair: Pair, options: Options, end: float = math.inf) -> Found:
-    """The solution of a pair, unless the clock shows `end` before."""
-    whole, rows = pair.without_equations(), len(pair.h)
-    found = solve_blocks(as_blocks(whole), options, end)
-    z = list(rows_of(whole, found.X, dual=True))
-    slacks = list(rows_of(whole, found.Z, dual=False))
-    v = [plus - minus for plus, minus in zip(z[rows::2], z[rows + 1 :: 2])]
-    return Found(found.status, found.words, found.y, slacks[:rows], z[:rows], v)
+    """The solution of a pair without equations in u, unless the clock shows `end` before."""
+    found = solve_blocks(as_blocks(pair), options, end)
+    return Found(found.status, found.words, found.y, list(rows_of(pair, found.Z, dual=False)),
+                 list(rows_of(pair, found.X, dual=True)))
 
 
 def as_blocks(pair: Pair) -> SdpaProblem:

@@ -10,7 +10,8 @@ import time
 from typing import Any, Dict, List, Optional, Tuple
 
 from .adapter import Adapter, Options, SolverError
-from .forms import FIRST, LINEAR, SECOND, Found, Pair, solve
+from .forms import solve
+from .pair import FIRST, LINEAR, SECOND, Found, Pair
 from .problem import (INACCURATE, LIMIT, OFF_DIAGONAL, OPTIMAL, QUADRATIC, SEMIDEFINITE, Problem,
                       Solution, triangle)
 
@@ -60,7 +61,7 @@ class Cvxopt(Adapter):
 
 
 def solve_pair(pair: Pair, options: Options, end: float) -> Found:
-    """The solution of a pair. Raises TimeIsUp if the clock shows `end` before, and SolverError if
+    """The solution of a pair without equations. Raises TimeIsUp if the clock shows `end` before, and SolverError if
     the solver fails."""
     import cvxopt.misc
     import cvxopt.solvers
@@ -69,8 +70,7 @@ def solve_pair(pair: Pair, options: Options, end: float) -> Found:
     c = cvxopt.matrix(pair.c, (len(pair.c), 1), "d")
     G, h = sparse([({k: -v * scale for k, v in pair.F[row].items()}, pair.h[row] * scale)
                    for row, scale in order], len(pair.c))
-    A, b = sparse(list(zip(pair.A, pair.b)), len(pair.c))
-    factor = cvxopt.misc.kkt_chol(G, dims, A)
+    factor = cvxopt.misc.kkt_chol(G, dims, cvxopt.spmatrix([], [], [], (0, len(pair.c)), "d"))
 
     def in_time(W: Any) -> Any:
         if time.monotonic() > end:
@@ -81,13 +81,16 @@ def solve_pair(pair: Pair, options: Options, end: float) -> Found:
     output = Lines(options)
     try:
         with contextlib.redirect_stdout(output):
-            found = cvxopt.solvers.conelp(c, G, h, dims, A, b, kktsolver=in_time, options={
+            found = cvxopt.solvers.conelp(c, G, h, dims, kktsolver=in_time, options={
                 "show_progress": options.log is not None, **accuracy})
     except (ValueError, ArithmeticError) as error:
         raise SolverError("CVXOPT failed: %s" % error) from None
     words = "%s after %d iterations" % (found["status"], found["iterations"])
-    return Found(status_of(found), words, list(found["x"] or ()), *(
-        back(pair, order, found[name]) for name in "sz"), [-y for y in found["y"] or ()])
+    status = status_of(found)
+    if status in (FIRST, SECOND):
+        return Found(status, words)
+    return Found(status, words, list(found["x"]), *(
+        back(pair, order, found[name]) for name in "sz"))
 
 
 def status_of(found: Dict[str, Any]) -> str:
@@ -123,9 +126,9 @@ def ordered(pair: Pair) -> Tuple[List[Tuple[int, float]], Dict[str, Any]]:
 
 
 def back(pair: Pair, order: List[Tuple[int, float]], values: Any) -> List[float]:
-    """By row of K what the solver has in its order, or nothing."""
-    result = [0.0] * len(pair.h) if values is not None else []
-    for (row, scale), value in zip(order, values or ()):
+    """By row of K what the solver has in its order."""
+    result = [0.0] * len(pair.h)
+    for (row, scale), value in zip(order, values):
         result[row] = value / scale
     return result
 
