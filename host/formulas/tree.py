@@ -29,6 +29,7 @@ from numbers import Real
 from typing import Any, Iterable, Iterator, Optional, Sequence, Tuple, Union
 
 from ..data.constants import constant
+from ..index_maps.variables import Variable as IndexMap
 
 Shape = Tuple[int, ...]
 PARAMETERS, VARIABLES = 1, 2  # bits of `kinds`
@@ -170,6 +171,18 @@ class Formula:
     def trace(self) -> "Formula":
         """The sum of the diagonal of a square matrix."""
         return structure.trace(self)
+
+    # Of a leaf, a variable or parameter.
+
+    @property
+    def map(self) -> IndexMap:
+        """The places of the elements of a leaf; a scalar has the shape (1,) there."""
+        raise TypeError("%s is neither a variable nor a parameter" % self)
+
+    def view(self, map: IndexMap, shape: Optional[Shape] = None,
+             roots: Optional[Tuple[Any, ...]] = None) -> "Formula":
+        """A leaf with these places of the same or of other roots."""
+        raise TypeError("%s is neither a variable nor a parameter" % self)
 
     # To read.
 

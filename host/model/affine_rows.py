@@ -53,7 +53,8 @@ def split(tables: ElementTables, w: Stack, e: Expression) -> Forms:
                                zeros("f64", nlin))
     closure(76, offset, cof, e.cof_base, n, e.nidxs_base, e.ptr_base, ptrb, w.f64, w.i32, w.i64,
             subj)
-    forms = Forms(offset, owners(ptrb), subj, cof, *(array(kind) for kind in "iiiid"))
+    none: List[Any] = [array(kind) for kind in "iiiid"]
+    forms = Forms(offset, owners(ptrb), subj, cof, *none)
     if nmat > 0:
         ptr, matnnz = zeros("i32", n + 1), zeros("i64", nmat)
         barsubj, matdim = zeros("i32", nmat), zeros("i32", nmat)
@@ -76,7 +77,8 @@ def owners(ptr: Sequence[int]) -> Any:
 
 def repeated(values: Iterable[int], counts: Iterable[int]) -> Any:
     """Each value (i32) as often as its count says."""
-    return array("i", itertools.chain.from_iterable(map(itertools.repeat, values, counts)))
+    runs: Iterable[Iterable[int]] = map(itertools.repeat, values, counts)
+    return array("i", itertools.chain.from_iterable(runs))
 
 
 def all_finite(values: Any) -> bool:

@@ -20,14 +20,12 @@ from ..formulas.tree import (VARIABLES, Between, Comparison, Formula, Membership
 from ..index_maps.variables import Variable as IndexMap
 from .changes import Changes
 from .constraints import Constraint
-from .printing import Printing
 from .recorder import name_of
-from .solving import Solving
 
 FLIPPED = {"<=": ">=", ">=": "<=", "==": "=="}
 
 
-class Model(Changes, Solving, Printing):
+class Model(Changes):
     """Minimises or maximises a formula over variables under constraints, again and again as
     parameters, bounds, rows and variables change.
 
@@ -190,7 +188,7 @@ class Model(Changes, Solving, Printing):
                             % (what,))
         if what[0] in self.constraints:
             raise ValueError("the model has a constraint %s already" % what[0])
-        return what
+        return what[0], what[1]
 
     def _compared(self, name: Any, c: Comparison) -> Constraint:
         f, sense, side = c.left, c.sense, c.right
