@@ -24,7 +24,6 @@ from ..formulas.leaves import Parameter, Variable
 from ..model.constraints import Constraint
 from ..model.model import Model
 from ..solvers import Options, Problem
-from ..formats.mps import read_mps
 from ..solvers.glpk import Glpk
 from .comparison import Outcome, Roads, Tolerances, count
 
