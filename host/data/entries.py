@@ -96,6 +96,14 @@ def sorting_permutation(linear: Array, total: int) -> Array:
     return perm
 
 
+def gathered(values: Any, places: Any) -> Array:
+    """values[k] (i32) for each of the places (i32)."""
+    values, places = as_array("i32", values), as_array("i32", places)
+    result = zeros("i32", len(places))
+    closure(307, result, rank2(places, len(places), 1), 1, values, as_array("i64", [1]))
+    return result
+
+
 def rank2(values: Any, rows: int, columns: int) -> Any:
     """An array as a rank-2 one; None if it has no entries, as there are no such views."""
     if rows * columns == 0:

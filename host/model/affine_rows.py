@@ -4,11 +4,11 @@ depends on parameters in a row store."""
 from __future__ import annotations
 
 import itertools
-import operator
 from array import array
 from typing import Any, Iterable, List, Sequence
 
 from ..closures import closure
+from ..data.assembly import rows_of_entries
 from ..data.buffers import zeros
 from ..evaluator.stacks import Expression, Stack
 from ..index_maps.variables import Variable
@@ -72,7 +72,9 @@ def split(tables: ElementTables, w: Stack, e: Expression) -> Forms:
 
 def owners(ptr: Sequence[int]) -> Any:
     """For each entry the row (i32) that it stands in, from where each row begins."""
-    return repeated(range(len(ptr) - 1), map(operator.sub, ptr[1:], ptr))
+    wide = zeros("i64", len(ptr))
+    closure(197, ptr, wide)
+    return rows_of_entries(wide)
 
 
 def repeated(values: Iterable[int], counts: Iterable[int]) -> Any:
@@ -85,8 +87,7 @@ def all_finite(values: Any) -> bool:
     """Whether no number of the list (f64) is infinite or NaN."""
     differences = zeros("f64", len(values))
     closure(23, len(values), values, values, differences)
-    view = memoryview(differences)
-    return bool(view == view)  # each is 0.0, or NaN, which is not equal to itself
+    return bool(closure(400, differences, 0) == 0)  # each is 0.0, or else NaN
 
 
 def stored_rows(w: Stack, e: Expression, rows: Any) -> Any:
