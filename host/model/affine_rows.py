@@ -10,6 +10,7 @@ from typing import Any, Iterable, List, Sequence
 from ..closures import closure
 from ..data.assembly import rows_of_entries
 from ..data.buffers import zeros
+from ..data.entries import all_finite
 from ..evaluator.stacks import Expression, Stack
 from ..index_maps.variables import Variable
 from ..solvers.problem import Forms
@@ -81,13 +82,6 @@ def repeated(values: Iterable[int], counts: Iterable[int]) -> Any:
     """Each value (i32) as often as its count says."""
     runs: Iterable[Iterable[int]] = map(itertools.repeat, values, counts)
     return array("i", itertools.chain.from_iterable(runs))
-
-
-def all_finite(values: Any) -> bool:
-    """Whether no number of the list (f64) is infinite or NaN."""
-    differences = zeros("f64", len(values))
-    closure(23, len(values), values, values, differences)
-    return bool(closure(400, differences, 0) == 0)  # each is 0.0, or else NaN
 
 
 def stored_rows(w: Stack, e: Expression, rows: Any) -> Any:

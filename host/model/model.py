@@ -11,12 +11,11 @@ from ..closures import closure
 from ..data.bounds import sides
 from ..data.buffers import require_room, size, zeros
 from ..data.constants import Constant, constant
-from ..data.entries import pattern
+from ..data.entries import all_finite, pattern
 from ..data.shapes import checked_shape
 from ..formulas import structure
 from ..formulas.leaves import Parameter, Root, Variable, dense, nested
-from ..formulas.tree import (VARIABLES, Between, Comparison, Formula, Membership, Shape, as_formula,
-                             is_finite)
+from ..formulas.tree import (VARIABLES, Between, Comparison, Formula, Membership, Shape, as_formula)
 from ..index_maps.variables import Variable as IndexMap
 from .changes import Changes
 from .constraints import Constraint
@@ -223,7 +222,7 @@ def extents(shape: Any) -> Shape:
 
 
 def finite(data: Constant, name: str) -> Constant:
-    if not is_finite(data.values):
+    if not all_finite(data.values):
         raise ValueError("the value of %s is not finite" % name)
     return data
 
