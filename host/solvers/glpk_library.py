@@ -13,7 +13,7 @@ import ctypes
 import queue
 import threading
 import time
-from typing import Any, Callable, List, Optional, Tuple, TypeVar
+from typing import Any, Callable, Dict, List, Optional, Tuple, TypeVar
 
 from .adapter import SolverError
 
@@ -55,7 +55,7 @@ class IntegerParameters(ctypes.Structure):
     ]
 
 
-def _prototypes() -> "dict[str, Tuple[Any, ...]]":
+def _prototypes() -> Dict[str, Tuple[Any, ...]]:
     """Result and arguments of each routine. Those that are called for each row or column get their
     arguments in the library's own types, as to convert them takes longer than the rest of a call.
     """
@@ -149,8 +149,8 @@ class Thread:
         self.lib, self.lost = library, ""
         self.stopping = False  # what runs is to end soon
         self.messages: List[str] = []  # what the library printed in the last call
-        self._calls: "queue.SimpleQueue[Any]" = queue.SimpleQueue()
-        self._answers: "queue.SimpleQueue[Any]" = queue.SimpleQueue()
+        self._calls: queue.SimpleQueue[Any] = queue.SimpleQueue()
+        self._answers: queue.SimpleQueue[Any] = queue.SimpleQueue()
         self._on_print = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_void_p, ctypes.c_char_p)(
             self._keep_message)
         self._on_error = ctypes.CFUNCTYPE(None, ctypes.c_void_p)(self._stop_for_good)

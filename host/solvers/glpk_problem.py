@@ -15,7 +15,7 @@ from typing import Any, Callable, Iterable, List, Sequence, Tuple
 
 from ..data.assembly import rows_of_entries, sort_triplets
 from ..data.buffers import zeros
-from .glpk_library import Library
+from .glpk_library import Thread
 from .problem import Forms, Problem
 
 FREE, LOWER, UPPER, DOUBLE, FIXED = 1, 2, 3, 4, 5  # kinds of bounds
@@ -26,9 +26,9 @@ LARGEST = 1.7976931348623157e308  # stands for an infinite bound
 
 
 class NativeProblem:
-    def __init__(self, lib: Library) -> None:
-        self.lib = lib
-        self.handle = ctypes.c_void_p(lib.create_prob())
+    def __init__(self, thread: Thread) -> None:
+        self.thread, self.lib = thread, thread.lib
+        self.handle = ctypes.c_void_p(self.lib.create_prob())
 
     def delete(self) -> None:
         self.lib.delete_prob(self.handle)
@@ -208,7 +208,7 @@ def compact(forms: Forms, columns: int) -> Tuple[array[int], array[int], array[f
     return sort_triplets(len(forms), columns, forms.subi, forms.subj, forms.cof)
 
 
-def address(numbers: "array[Any]", place: int = 0) -> int:
+def address(numbers: array[Any], place: int = 0) -> int:
     """Where entry `place` of an array lies."""
     return numbers.buffer_info()[0] + place * numbers.itemsize
 

@@ -73,8 +73,9 @@ class Forms:
     @classmethod
     def zero(cls, count: int) -> Forms:
         """`count` forms without terms."""
-        lists = (array(kind) for kind in "iidiiiid")
-        return cls(zeros("f64", count), *lists)
+        i32, f64 = array("i"), array("d")
+        return cls(zeros("f64", count), i32[:], i32[:], f64[:], i32[:], i32[:], i32[:], i32[:],
+                   f64[:])
 
     def __len__(self) -> int:
         return len(self.offset)
