@@ -24,11 +24,11 @@ to; it stands on no stack. The model evaluates it when it builds.
     diagonal    a vector              -
 """
 
-from math import inf
 from numbers import Real
 from typing import Any, Iterable, Iterator, Optional, Sequence, Tuple, Union
 
 from ..data.constants import constant
+from ..data.entries import all_finite
 from ..index_maps.variables import Variable as IndexMap
 
 Shape = Tuple[int, ...]
@@ -265,14 +265,9 @@ def as_formula(value: Any) -> Formula:
     if isinstance(value, Formula):
         return value
     data = constant(value)
-    if not is_finite(data.values):
+    if not all_finite(data.values):
         raise ValueError("constant data in a formula has to be finite")
     return Formula("constant", data.shape, (), data, None, 0)
-
-
-def is_finite(values: Any) -> bool:
-    """Whether no number of a list (f64) is infinite."""
-    return bool(max(values, default=0.0) < inf and min(values, default=0.0) > -inf)
 
 
 def owner(formulas: Iterable[Formula]) -> Any:

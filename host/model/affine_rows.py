@@ -10,6 +10,7 @@ from typing import Any, Iterable, List, Sequence
 
 from ..closures import closure
 from ..data.buffers import zeros
+from ..data.entries import all_finite
 from ..evaluator.stacks import Expression, Stack
 from ..index_maps.variables import Variable
 from ..solvers.problem import Forms
@@ -79,14 +80,6 @@ def repeated(values: Iterable[int], counts: Iterable[int]) -> Any:
     """Each value (i32) as often as its count says."""
     runs: Iterable[Iterable[int]] = map(itertools.repeat, values, counts)
     return array("i", itertools.chain.from_iterable(runs))
-
-
-def all_finite(values: Any) -> bool:
-    """Whether no number of the list (f64) is infinite or NaN."""
-    differences = zeros("f64", len(values))
-    closure(23, len(values), values, values, differences)
-    view = memoryview(differences)
-    return bool(view == view)  # each is 0.0, or NaN, which is not equal to itself
 
 
 def stored_rows(w: Stack, e: Expression, rows: Any) -> Any:
