@@ -65,6 +65,9 @@ class Numbers:
         subi, subj, val = triplets
         moved: List[int] = []
         spans: List[Span] = []
+        if not any(subj):
+            closure(102, subi, self.moving, val)
+            return list(subi), spans, triplets
         for row, begin, end in self.store.spans() if len(val) > 0 else ():
             # Terms ascend: entries of matrices, the constant, and then the columns.
             at = next((k for k in range(begin, end) if subj[k] >= 0), end)
@@ -158,8 +161,9 @@ class Rows:
         self.compact()
         forms = self.terms
         if len(self.objective.subj) + len(self.objective.barsubj) + len(triplets[2]) > 0:
-            forms = forms.copy()
-            forms.add(self.objective, OBJECTIVE)
+            forms = Forms.zero(len(forms))
+            forms.add(self.objective, OBJECTIVE)  # first, so that rows in order stay so
+            forms.add_terms(self.terms)
             subi, subj, val = triplets
             forms = with_terms(forms, subi, subj, val, tables)
         forms.offset = self.offset.all()
