@@ -130,5 +130,6 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
 
 
 if __name__ == "__main__":
-    sys.stdout.reconfigure(errors="backslashreplace")  # for names of any bytes
+    # Names may have any bytes.
+    sys.stdout.reconfigure(errors="backslashreplace")  # type: ignore[attr-defined]
     sys.exit(main())

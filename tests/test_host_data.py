@@ -12,7 +12,7 @@ from math import inf
 
 from host.data.bounds import each, sides
 from host.data.constants import constant
-from host.data.entries import sorting_permutation
+from host.data.entries import pattern, sorting_permutation
 from host.data.matrices import DenseMatrix, SparseMatrix
 from host.evaluator.products import SparseTensor
 from host.model.slots import Slots
@@ -68,6 +68,9 @@ class Data(unittest.TestCase):
                       SparseTensor.from_subscripts(shape, sum(drawn, []), values),
                       SparseTensor.from_indexes(shape, linear, values)):
                 self.assertEqual(list(zip(t.msp, t.mcof)), list(sums(zip(linear, values)).items()))
+            if len(set(linear)) == len(linear):
+                sp, perm = pattern(shape, drawn)
+                self.assertEqual((list(sp), [linear[k] for k in perm]), (sorted(linear),) * 2)
             for total in (1000, 2**50):  # by digits, and too many of these
                 linear = array("q", rng.choices([0, 3, 31, 32, 999, total - 1], k=n))
                 self.assertEqual(list(sorting_permutation(linear, total)),
@@ -81,6 +84,7 @@ class Data(unittest.TestCase):
             (r"entry 1, at \[0, 4294967296\]", triplets, 2, 3, [0, 0], [1, 2**32], [1, 1]),
             (r"entry 1, at \[1, 3\], .*\[2, 3\]", subscripts, [2, 3], [0, 2, 1, 3], [1, 1]),
             (r"entry 0, at \[4294967296\]", subscripts, [2], [[2**32]], [1]),
+            ("listed twice", pattern, [2], [[1], [1]]), ("at .2.", pattern, [2], [[1], [2]]),
             ("has 2 subscripts", subscripts, [2, 3], [[1, 0], [1]], [1, 1]),
             ("can't have 3", subscripts, [2, 3], [1, 0, 1], [1, 1]),
             ("no shape", subscripts, [2**31 - 1] * 3, [], []),

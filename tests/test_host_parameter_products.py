@@ -86,6 +86,16 @@ class ParameterProducts(HostCase):
             self.assertEqual(ev.mul_param_left(p, e).nnz, n)
             self.assertEqual(ev.mul_param_right(e, p).nnz, n)
 
+    @cases(40)
+    def test_push_parameters(self, s, ev, sparse, single):
+        shape = s.shape(1 if single else 3)
+        stored, values = s.pattern(product(shape), 0.6 if sparse else 1.0), [0.0] * product(shape)
+        indexes = [s.rng.randrange(s.parameter_count) for _ in stored]
+        for k, index in zip(stored, indexes):
+            values[k] = s.parameters[index]
+        arguments = (shape, indexes) + (stored,) * sparse
+        self.check(s, ev, ev.push_parameters, *arguments, shape=shape, sparse=sparse, values=values)
+
 
 if __name__ == "__main__":
     unittest.main()

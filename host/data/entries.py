@@ -6,6 +6,7 @@ An entry is told by its subscripts, a row of them for each entry, or by its row-
 
 import itertools
 import math
+import sys
 from array import array
 from numbers import Integral
 from typing import Any, Callable, Iterable, Tuple
@@ -13,6 +14,24 @@ from typing import Any, Callable, Iterable, Tuple
 from ..closures import closure
 from .buffers import LARGEST, Array, Shape, Triplets, as_array, size, zeros
 from .shapes import checked_shape, within
+
+
+def all_finite(values: Array) -> bool:
+    """Whether no number (f64) is infinite or NaN."""
+    differences = zeros("f64", len(values))
+    closure(23, len(values), values, values, differences)
+    return bool(closure(635, 0, differences) == 0)  # each is 0.0, or NaN
+
+
+def all_of_size(values: Array, least: float, greatest: float) -> bool:
+    """Whether each number (f64) is 0.0 or, at least about, of a size between these: times one
+    factor what is larger becomes infinite, and times another what is less than half vanishes."""
+    n, scaled = len(values), zeros("f64", len(values))
+    closure(610, scaled, sys.float_info.max / greatest, n, values)
+    if not all_finite(scaled):
+        return False
+    closure(610, scaled, 5e-324 / least, n, values)
+    return bool(closure(635, 0, scaled) == closure(635, 0, values))
 
 
 def nonzeros(subi_: Array, subj_: Array, val_: Array) -> Triplets:
@@ -122,3 +141,16 @@ def outside(shape: Shape, entries: Iterable[Any]) -> ValueError:
             return ValueError("entry %d, at %s, lies outside of the shape %s"
                               % (t, list(subscripts), list(shape)))
     return ValueError("an entry lies outside of the shape %s" % list(shape))
+
+
+def pattern(shape: Shape, subscripts: Any) -> Tuple[Array, Array]:
+    """The linear indexes (i64) of the elements with these subscripts, in ascending order, and for
+    each of them the place of its subscripts in the list. Raises ValueError if they are no elements
+    of the shape or one is listed twice."""
+    n, shape = len(subscripts), checked_shape(shape)
+    linear, sp = linear_indexes(shape, subscripts, n), zeros("i64", n)
+    perm = sorting_permutation(linear, size(shape))
+    closure(165, n, sp, perm, linear)
+    if not closure(245, True, n, sp):
+        raise ValueError("an element is listed twice")
+    return sp, perm

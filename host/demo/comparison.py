@@ -6,7 +6,7 @@ from __future__ import annotations
 import math
 import time
 from dataclasses import dataclass, field
-from typing import Any, List, Sequence, Tuple
+from typing import Any, Callable, List, Sequence, Tuple
 
 from ..closures import closure
 from .progress import progress
@@ -20,6 +20,11 @@ class Outcome:
     objective: float = math.nan
     levels: List[float] = field(default_factory=list)
     duals: List[float] = field(default_factory=list)
+
+    @property
+    def number(self) -> str:
+        """The objective, or why there is none."""
+        return self.status if math.isnan(self.objective) else "%.9g" % self.objective
 
 
 @dataclass
@@ -102,17 +107,17 @@ class Roads:
 
     def table(self, comparisons: Sequence[Comparison]) -> str:
         """The text that a person reads."""
-        number = lambda outcome: outcome.status if math.isnan(outcome.objective) else (
-            "%.9g" % outcome.objective)
-        difference = lambda c, value: "%.1e" % value if c.solved else "-"
-        rows = [
+        def difference(c: Comparison, value: float) -> str:
+            return "%.1e" % value if c.solved else "-"
+
+        rows: List[Tuple[str, Callable[[Comparison], str]]] = [
             ("", lambda c: c.label),
             ("closures called", lambda c: str(c.cost.calls)),
             ("time in closures", lambda c: milliseconds(c.cost.closures)),
             ("time in the host", lambda c: milliseconds(c.cost.host)),
             ("time in the solver", lambda c: milliseconds(c.cost.solver)),
-            ("objective by closures", lambda c: number(c.ours)),
-            ("objective by %s alone" % self.solver, lambda c: number(c.theirs)),
+            ("objective by closures", lambda c: c.ours.number),
+            ("objective by %s alone" % self.solver, lambda c: c.theirs.number),
             ("largest difference of %s" % self.kinds[0],
              lambda c: difference(c, c.level_difference)),
             ("largest difference of %s" % self.kinds[1],

@@ -10,20 +10,20 @@ solved where columns are integer.
 from __future__ import annotations
 
 import bisect
-import itertools
 import math
 import operator
 import random
 from array import array
 from dataclasses import dataclass
+from itertools import chain, repeat
 from typing import Any, Sequence, Tuple
 
 from ..data.matrices import SparseMatrix
+from ..formats.mps import read_mps
 from ..formulas.leaves import Parameter, Variable
 from ..model.constraints import Constraint
 from ..model.model import Model
 from ..solvers import Options, Problem
-from ..formats.mps import read_mps
 from ..solvers.glpk import Glpk
 from .comparison import Outcome, Roads, Tolerances, count
 
@@ -50,7 +50,7 @@ class LinearProblem:
         costs = array("d", bytes(8 * columns))
         for j, cost in zip(forms.subj[:forms.subi.count(0)], forms.cof):  # these terms come first
             costs[j - 1] = cost
-        first, before = forms.subi.count(0), itertools.repeat(1)
+        first, before = forms.subi.count(0), repeat(1)
         subi, subj = (array("i", map(operator.sub, sub[first:], before))
                       for sub in (forms.subi, forms.subj))
         matrix = SparseMatrix.from_triplets(len(forms) - 1, columns, subi, subj, forms.cof[first:])
@@ -153,10 +153,11 @@ class LinearRoads(Roads):
         s = self._alone.solve(Options())
         outcome = Outcome(s.status)
         if outcome.status == "optimal":
-            combined = lambda lower, upper: [l - u for l, u in zip(lower[1:], upper[1:])]
             outcome.objective = s.objective
-            outcome.levels = [*s.xx[1:], *s.xc[1:]]
-            outcome.duals = combined(s.slx, s.sux) + combined(s.slc, s.suc)
+            outcome.levels = [*without_first(s.xx), *without_first(s.xc)]
+            outcome.duals = [lower - upper for lower, upper in
+                             chain(zip(without_first(s.slx), without_first(s.sux)),
+                                   zip(without_first(s.slc), without_first(s.suc)))]
         return outcome
 
     def change(self, p: Any) -> None:
@@ -199,8 +200,13 @@ class MatrixRoads(LinearRoads):
     def change(self, k: Any) -> None:
         m = self._problem.matrix
         ends = [bisect.bisect_right(m.msubi, i) for i in range(m.rows)]
-        subj = array("i", map(operator.add, m.msubj, itertools.repeat(1)))
+        subj = array("i", map(operator.add, m.msubj, repeat(1)))
         self._alone.change_rows(range(1, m.rows + 1), [0, *ends], ends, subj, self._values[k])
+
+
+def without_first(values: Any) -> Any:
+    """What a solver has for the rows or columns, which count from 1."""
+    return values[1:]
 
 
 def scaled(side: float, p: float) -> float:

@@ -90,8 +90,7 @@ class Construction(Workspace):
 
     def push_variable(self, variable: Variable) -> Expression:
         """A variable as an expression: one term of coefficient 1.0 in each stored element, sparse
-        as the variable is. Raises ValueError if a model has removed it."""
-        variable.require_kept()
+        as the variable is."""
         r, nnz, hassp = self.r, len(variable), variable.sparsity is not None
         e = self._reserve(variable.shape, nnz, nnz, hassp=hassp)
         closure(146, variable.nativeidxs, e.cof_base, hassp, e.nidxs_base, nnz, e.ptr_base, r.f64,

@@ -36,8 +36,8 @@ class Leaf(Formula):
 
     @property
     def map(self) -> IndexMap:
-        """The places of the elements; a scalar has the shape (1,) there."""
-        return IndexMap([1], [self.data]) if isinstance(self.data, int) else self.data
+        held: IndexMap = IndexMap([1], [self.data]) if isinstance(self.data, int) else self.data
+        return held
 
     @property
     def name(self) -> str:
@@ -49,7 +49,7 @@ class Leaf(Formula):
             root.require_kept()
 
     def view(self, map: IndexMap, shape: Optional[Shape] = None,
-             roots: Optional[Tuple[Root, ...]] = None) -> "Leaf":
+             roots: Optional[Tuple[Any, ...]] = None) -> "Leaf":
         return type(self)(self.model, tuple(map.shape) if shape is None else shape, map,
                           self.roots if roots is None else roots)
 
@@ -138,7 +138,7 @@ def dense(values: Any, map: IndexMap) -> Any:
     return result
 
 
-def nested(values: array, shape: Shape) -> Any:
+def nested(values: Any, shape: Shape) -> Any:
     """The values of a shape in nested lists; a float for the shape ()."""
     if shape == ():
         return values[0]

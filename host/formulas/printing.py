@@ -2,7 +2,8 @@
 
 from typing import Any, List, Tuple
 
-from . import algebra, structure, tree
+from ..data.constants import constant
+from . import structure, tree
 
 LENGTH, TERMS, DEPTH = 160, 8, 6  # characters, terms of a sum, and levels that are shown
 
@@ -26,7 +27,7 @@ def between(b: Any) -> str:
 
 
 def side(data: Any) -> str:
-    return short(data) if isinstance(data, tree.Formula) else numbers(tree.constant(data))
+    return short(data) if isinstance(data, tree.Formula) else numbers(constant(data))
 
 
 def culprit(f: Any) -> str:
@@ -60,7 +61,8 @@ def text(f: Any, depth: int) -> str:
         data, how = f.data
         return product(numbers(data), factor(f.operands[0], depth - 1), how)
     if f.op == "parameters":
-        return product(*(factor(g, depth - 1) for g in f.operands), f.data)
+        left, right = (factor(g, depth - 1) for g in f.operands)
+        return product(left, right, f.data)
     return "%s(%s)" % (called(f), ", ".join(text(g, depth - 1) for g in f.operands[:TERMS])
                        + (", ..." if len(f.operands) > TERMS else ""))
 
@@ -145,7 +147,7 @@ def element(roots: Any, place: int) -> str:
                     (k for k, held in enumerate(idxs) if held == place), None)
             if at is not None:
                 linear = at if root.map.sparsity is None else root.map.sparsity[at]
-                return root.name + subscripts(root.shape, linear)
+                return str(root.name) + subscripts(root.shape, linear)
     return "?"
 
 

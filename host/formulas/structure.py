@@ -4,6 +4,8 @@ A variable or an array of parameters gives a view of itself: another list of the
 else there is a formula that says what is to be done.
 """
 
+from __future__ import annotations
+
 import itertools
 import math
 import operator
@@ -79,7 +81,7 @@ def within(shape: Shape, axis: int, k: int, what: Any) -> int:
     return k % extent
 
 
-def linear(shape: Shape, axes: List[Any]) -> array:
+def linear(shape: Shape, axes: List[Any]) -> array[int]:
     """The linear indexes that these select; several lists go together."""
     strides = [size(shape[k + 1:]) for k in range(len(shape))]
     parts: List[Iterable[int]] = []
@@ -104,7 +106,7 @@ def sliced(f: Formula, first: Sequence[int], last: Sequence[int]) -> Formula:
     return tree.node("slice", shape, (f,), (list(first), list(last)))
 
 
-def picked(f: Formula, places: array) -> Formula:
+def picked(f: Formula, places: array[int]) -> Formula:
     """The elements at these linear indexes (i64) as a vector."""
     if is_leaf(f):
         return f.view(f.map.take(places))
@@ -124,7 +126,7 @@ def axis_of(f: Formula, axis: Any, extra: int = 0) -> int:
     if not -nd <= axis < nd:
         raise IndexError("the shape %s of %s has no axis %d" % (list(f.shape), printing.short(f),
                                                                 axis))
-    return axis % nd
+    return int(axis % nd)
 
 
 def reshape(f: Formula, *shape: Any) -> Formula:
@@ -197,7 +199,8 @@ def concatenate(items: Iterable[Any], axis: int = 0) -> Formula:
     ops = {f.op for f in parts}
     if ops in ({"variable"}, {"parameter"}):
         tree.owner(parts)
-        roots = tuple({id(root): root for f in parts for root in f.roots}.values())
+        leaves: List[Any] = parts
+        roots = tuple({id(root): root for f in leaves for root in f.roots}.values())
         return parts[0].view(IndexMap.stack([f.map for f in parts], axis), shape, roots)
     return tree.node("stack", shape, parts, axis)
 
@@ -227,13 +230,13 @@ def hstack(items: Iterable[Any]) -> Formula:
 
 def tile(f: Any, copies: int, axis: int = 0) -> Formula:
     """So many copies one behind the other along an axis."""
-    f = tree.as_formula(f)
-    f = reshaped(f, f.shape or (1,))
-    axis, copies = axis_of(f, axis), count_of(copies)
-    if is_leaf(f):
-        return f.view(f.map.repeat(copies, axis))
-    shape = f.shape[:axis] + (copies * f.shape[axis],) + f.shape[axis + 1:]
-    return tree.node("tile", shape, (f,), (copies, axis))
+    g = tree.as_formula(f)
+    g = reshaped(g, g.shape or (1,))
+    axis, copies = axis_of(g, axis), count_of(copies)
+    if is_leaf(g):
+        return g.view(g.map.repeat(copies, axis))
+    shape = g.shape[:axis] + (copies * g.shape[axis],) + g.shape[axis + 1:]
+    return tree.node("tile", shape, (g,), (copies, axis))
 
 
 def repeat(f: Any, repeats: int, axis: Optional[int] = None) -> Formula:
@@ -258,7 +261,7 @@ def sum_axes(f: Formula, axis: Union[None, int, Sequence[int]] = None) -> Formul
     if axis is None:
         f, axes = reshaped(f, (f.size,)), [0]
     else:
-        given = [axis] if hasattr(axis, "__index__") else list(axis)  # type: ignore[arg-type]
+        given = [axis] if hasattr(axis, "__index__") else list(axis)
         axes = sorted({axis_of(f, a) for a in given}, reverse=True)
     for a in axes:
         f = tree.node("axis sum", f.shape[:a] + f.shape[a + 1:], (f,), a)
@@ -280,20 +283,20 @@ def diagonal(f: Any) -> Formula:
 
 def diag(f: Any) -> Formula:
     """The square matrix with a vector on its diagonal, or the diagonal of a matrix."""
-    f = tree.as_formula(f)
-    if f.ndim != 1:
-        return diagonal(f)
-    return tree.node("diagonal", (f.size, f.size), (f,))
+    v = tree.as_formula(f)
+    if v.ndim != 1:
+        return diagonal(v)
+    return tree.node("diagonal", (v.size, v.size), (v,))
 
 
 def trace(f: Any) -> Formula:
-    f = require_matrix(f)
-    n, columns = f.shape
+    g = require_matrix(f)
+    n, columns = g.shape
     if n != columns:
-        raise ValueError("a trace needs a square matrix, not the shape %s" % list(f.shape))
+        raise ValueError("a trace needs a square matrix, not the shape %s" % list(g.shape))
     places = array("q", range(0, n * n, n + 1))
     identity = Constant((n, n), array("d", [1.0]) * n, places)
-    return algebra.dot(algebra.constant_formula(identity), f)
+    return algebra.dot(algebra.constant_formula(identity), g)
 
 
 def pair(f: Formula, axis1: int, axis2: int) -> Tuple[int, int]:

@@ -24,11 +24,12 @@ to; it stands on no stack. The model evaluates it when it builds.
     diagonal    a vector              -
 """
 
-from math import inf
 from numbers import Real
 from typing import Any, Iterable, Iterator, Optional, Sequence, Tuple, Union
 
 from ..data.constants import constant
+from ..data.entries import all_finite
+from ..index_maps.variables import Variable as IndexMap
 
 Shape = Tuple[int, ...]
 PARAMETERS, VARIABLES = 1, 2  # bits of `kinds`
@@ -171,6 +172,18 @@ class Formula:
         """The sum of the diagonal of a square matrix."""
         return structure.trace(self)
 
+    # Of a leaf, a variable or parameter.
+
+    @property
+    def map(self) -> IndexMap:
+        """The places of the elements of a leaf; a scalar has the shape (1,) there."""
+        raise TypeError("%s is neither a variable nor a parameter" % self)
+
+    def view(self, map: IndexMap, shape: Optional[Shape] = None,
+             roots: Optional[Tuple[Any, ...]] = None) -> "Formula":
+        """A leaf with these places of the same or of other roots."""
+        raise TypeError("%s is neither a variable nor a parameter" % self)
+
     # To read.
 
     @property
@@ -252,14 +265,9 @@ def as_formula(value: Any) -> Formula:
     if isinstance(value, Formula):
         return value
     data = constant(value)
-    if not is_finite(data.values):
+    if not all_finite(data.values):
         raise ValueError("constant data in a formula has to be finite")
     return Formula("constant", data.shape, (), data, None, 0)
-
-
-def is_finite(values: Any) -> bool:
-    """Whether no number of a list (f64) is infinite."""
-    return bool(max(values, default=0.0) < inf and min(values, default=0.0) > -inf)
 
 
 def owner(formulas: Iterable[Formula]) -> Any:

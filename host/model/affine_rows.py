@@ -10,6 +10,7 @@ from typing import Any, Iterable, List, Sequence
 
 from ..closures import closure
 from ..data.buffers import zeros
+from ..data.entries import all_finite
 from ..evaluator.stacks import Expression, Stack
 from ..index_maps.variables import Variable
 from ..solvers.problem import Forms
@@ -53,7 +54,8 @@ def split(tables: ElementTables, w: Stack, e: Expression) -> Forms:
                                zeros("f64", nlin))
     closure(76, offset, cof, e.cof_base, n, e.nidxs_base, e.ptr_base, ptrb, w.f64, w.i32, w.i64,
             subj)
-    forms = Forms(offset, owners(ptrb), subj, cof, *(array(kind) for kind in "iiiid"))
+    none: List[Any] = [array(kind) for kind in "iiiid"]
+    forms = Forms(offset, owners(ptrb), subj, cof, *none)
     if nmat > 0:
         ptr, matnnz = zeros("i32", n + 1), zeros("i64", nmat)
         barsubj, matdim = zeros("i32", nmat), zeros("i32", nmat)
@@ -76,15 +78,8 @@ def owners(ptr: Sequence[int]) -> Any:
 
 def repeated(values: Iterable[int], counts: Iterable[int]) -> Any:
     """Each value (i32) as often as its count says."""
-    return array("i", itertools.chain.from_iterable(map(itertools.repeat, values, counts)))
-
-
-def all_finite(values: Any) -> bool:
-    """Whether no number of the list (f64) is infinite or NaN."""
-    differences = zeros("f64", len(values))
-    closure(23, len(values), values, values, differences)
-    view = memoryview(differences)
-    return bool(view == view)  # each is 0.0, or NaN, which is not equal to itself
+    runs: Iterable[Iterable[int]] = map(itertools.repeat, values, counts)
+    return array("i", itertools.chain.from_iterable(runs))
 
 
 def stored_rows(w: Stack, e: Expression, rows: Any) -> Any:

@@ -42,10 +42,6 @@ class Building:
         self.is_maximized = False
         self.native, self.batch, self._serial = Native(), Batch(), 0
 
-    def changed(self, what: str) -> None:
-        """The solution is not that of the model any more."""
-        raise NotImplementedError
-
     # What may stand in the model.
 
     def own(self, f: Formula) -> Formula:
@@ -158,8 +154,9 @@ class Building:
         with w.scratch():
             e = self._evaluated(f)
             if held.kind == SEMIDEFINITE:
-                e = ev.triangle(ev.symmetrize(e, *held.axes), *held.axes, lower=True)
-                e = ev.scale_offdiag(e, *held.axes, OFF_DIAGONAL)
+                first, second = held.axes
+                e = ev.triangle(ev.symmetrize(e, first, second), first, second, lower=True)
+                e = ev.scale_offdiag(e, first, second, OFF_DIAGONAL)
             e, slots = ev.finish(e), cones.layout.slots()
             cones.write(w, e, split(self.tables, w, e), slots)
         c = Constraint(self, name, f.shape, held, array("i", [~slot for slot in slots]),
@@ -184,11 +181,11 @@ class Building:
         _, triplets, _ = self.run_programs()
         rows, cones, slots = self.rows.forms(triplets, self.tables), [], Forms.zero(0)
         for held in self.cones.values():
-            moved = evaluated(held.store, self.param_value, self.evaluator.x)
+            subi, subj, val = evaluated(held.store, self.param_value, self.evaluator.x)
             at = numbers(len(slots), len(held))
             cones += held.cones(len(slots))
             slots.offset.extend(zeros("f64", len(held)))
-            slots.add(with_terms(held.forms, *moved, self.tables), at)
+            slots.add(with_terms(held.forms, subi, subj, val, self.tables), at)
         columns = self.columns
         return Problem(self.is_maximized, columns.lower, columns.upper, columns.integer,
                        self._without_removed(rows), self.rows.lower.all(), self.rows.upper.all(),

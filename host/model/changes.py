@@ -8,11 +8,11 @@ from typing import Any
 from ..closures import closure
 from ..data.bounds import sides
 from ..formulas.leaves import Root, Variable
-from .building import Building
 from .constraints import Constraint
+from .solving import Solving
 
 
-class Changes(Building):
+class Changes(Solving):
     """What can change in a model once it is there."""
 
     def remove(self, item: Any) -> None:

@@ -9,12 +9,13 @@ from typing import Any, List, Union
 from ..closures import closure
 from ..data.buffers import as_array, size, zeros
 from ..evaluator.stacks import Expression, Stack
-from ..solvers.problem import OFF_DIAGONAL, SEMIDEFINITE, Cone, Forms
+from ..formulas.tree import Shape
+from ..solvers.problem import OFF_DIAGONAL, Cone, Forms
 from .affine_rows import stored_rows
 from .row_store import RowStore
 
 
-def numbers(first, count):
+def numbers(first: int, count: int) -> Any:
     """`count` numbers (i32) from `first` on."""
     result = zeros("i32", count)
     closure(7, result, first, count)
@@ -25,7 +26,7 @@ class QuadraticLayout:
     """Cones along one dimension of a shape: `count` cones of `size` elements each. Raises
     ValueError if there is no such dimension."""
 
-    def __init__(self, shape, dim):
+    def __init__(self, shape: Shape, dim: int) -> None:
         nd, extents = len(shape), as_array("i32", shape)
         if not 0 <= dim < nd:
             raise ValueError("the shape %s has no dimension %s" % (list(shape), dim))
@@ -33,7 +34,7 @@ class QuadraticLayout:
         self._split = shape[dim], closure(57, dim, 1, extents), closure(58, dim, 1, nd, extents)
         self.count = self._elements // self.size if self.size else 0
 
-    def slots(self):
+    def slots(self) -> Any:
         """The slot (i32) of each element."""
         result = zeros("i32", self._elements)
         closure(96, *self._split, 0, None, 0, None, result)
@@ -45,7 +46,7 @@ class SemidefiniteLayout:
     one for each entry of the lower triangle of a matrix of dimension `dim`. Raises ValueError if
     there are no such dimensions."""
 
-    def __init__(self, shape, dim1, dim2):
+    def __init__(self, shape: Shape, dim1: int, dim2: int) -> None:
         nd, extents = len(shape), as_array("i32", shape)
         if not 0 <= dim1 < dim2 < nd or shape[dim1] != shape[dim2]:
             raise ValueError("%s and %s are no ascending dimensions of equal extent in the shape %s"
@@ -57,13 +58,13 @@ class SemidefiniteLayout:
                        closure(85, dim1, dim2, 1, extents), self.dim,
                        closure(86, dim2, 1, nd, extents))
 
-    def slots(self):
+    def slots(self) -> Any:
         """The slot (i32) of each element: (i, j) and (j, i) have the same."""
         result = zeros("i32", self._elements)
         closure(89, numbers(0, self.count * self.size), self.size, *self._split, result, False)
         return result
 
-    def set_scale(self, table, slots):
+    def set_scale(self, table: Any, slots: Any) -> None:
         """The factor between slots and entries of the matrices, where it is not 1."""
         closure(87, table, slots, *self._split, 0, 1.0 / OFF_DIAGONAL)
 
@@ -83,7 +84,7 @@ class Cones:
         self.scale, slots = zeros("f64", n), numbers(0, n)
         closure(4, numbers(0, layout.count), self.accid, afe, self.ofs, self.scale, slots, slots,
                 layout.size, layout.count)
-        if kind == SEMIDEFINITE:
+        if isinstance(layout, SemidefiniteLayout):
             layout.set_scale(self.scale, slots)
         self.accptr = array("i", range(0, n, layout.size) if n > 0 else ())
         self.forms, self.store = Forms.zero(n), RowStore()
@@ -103,6 +104,6 @@ class Cones:
     def cones(self, first: int) -> List[Cone]:
         """The cones, if the first slot is that one."""
         self.first, layout = first, self.layout
-        dim = layout.dim if self.kind == SEMIDEFINITE else 0
+        dim = layout.dim if isinstance(layout, SemidefiniteLayout) else 0
         return [Cone(self.kind, first + k * layout.size, layout.size, dim)
                 for k in range(layout.count)]

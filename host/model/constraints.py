@@ -91,4 +91,4 @@ class Constraint:
         self.model.update_constraint(self, lower, upper)
 
     def __repr__(self) -> str:
-        return self.model.line(self)
+        return str(self.model.line(self))

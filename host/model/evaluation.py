@@ -93,7 +93,7 @@ def weighted_sum(ev: Evaluator, terms: List[Term], done: Dict[int, Expression]) 
     return ev.weighted_sum([e for e, _ in rest], [weight for _, weight in rest])
 
 
-def scalars(ev: Evaluator, terms: List[Term]) -> Expression:
+def scalars(ev: Evaluator, terms: List[Tuple[Any, float]]) -> Expression:
     """A sum of scalar variables and numbers, written at once."""
     fixed, subj, cof = 0.0, array("q"), array("d")
     for f, weight in terms:
@@ -177,8 +177,8 @@ def axis_sum(ev: Evaluator, f: Formula, e: Expression) -> Expression:
 
 
 def triangle(ev: Evaluator, f: Formula, e: Expression) -> Expression:
-    axes, lower = f.data
-    return ev.triangle(e, *axes, lower=lower)
+    (first, second), lower = f.data
+    return ev.triangle(e, first, second, lower)
 
 
 OPERATIONS: Dict[str, Callable[..., Expression]] = {

@@ -11,23 +11,20 @@ from ..closures import closure
 from ..data.bounds import sides
 from ..data.buffers import require_room, size, zeros
 from ..data.constants import Constant, constant
+from ..data.entries import all_finite, pattern
 from ..data.shapes import checked_shape
 from ..formulas import structure
 from ..formulas.leaves import Parameter, Root, Variable, dense, nested
-from ..formulas.tree import (VARIABLES, Between, Comparison, Formula, Membership, Shape, as_formula,
-                             is_finite)
-from ..index_maps.domains import pattern
+from ..formulas.tree import (VARIABLES, Between, Comparison, Formula, Membership, Shape, as_formula)
 from ..index_maps.variables import Variable as IndexMap
 from .changes import Changes
 from .constraints import Constraint
-from .printing import Printing
 from .recorder import name_of
-from .solving import Solving
 
 FLIPPED = {"<=": ">=", ">=": "<=", "==": "=="}
 
 
-class Model(Changes, Solving, Printing):
+class Model(Changes):
     """Minimises or maximises a formula over variables under constraints, again and again as
     parameters, bounds, rows and variables change.
 
@@ -115,12 +112,16 @@ class Model(Changes, Solving, Printing):
                              % (p.name, list(p.shape), list(data.shape)))
         if data.shape != p.shape:
             values = array("d", [data.number]) * len(map)
-        elif data.sparsity == map.sparsity or map.sparsity is None:
-            values = data.values if map.sparsity is not None else data.dense()
+        elif data.sparsity == map.sparsity:
+            values = data.values
         else:
             held = data.dense()
-            values = array("d", [held[place] for place in map.sparsity])
-        closure(102, array("i", map.nativeidxs), self.param_value, values)
+            values = held if map.sparsity is None else array("d", [held[k] for k in map.sparsity])
+        if p.is_whole and len(map) > 0:
+            first = map.nativeidxs[0]
+            self.param_value[first:first + len(map)] = values
+        else:
+            closure(102, array("i", map.nativeidxs), self.param_value, values)
         self.native.values = True
         self.changed("%s has another value" % p.name)
 
@@ -190,7 +191,7 @@ class Model(Changes, Solving, Printing):
                             % (what,))
         if what[0] in self.constraints:
             raise ValueError("the model has a constraint %s already" % what[0])
-        return what
+        return what[0], what[1]
 
     def _compared(self, name: Any, c: Comparison) -> Constraint:
         f, sense, side = c.left, c.sense, c.right
@@ -225,7 +226,7 @@ def extents(shape: Any) -> Shape:
 
 
 def finite(data: Constant, name: str) -> Constant:
-    if not is_finite(data.values):
+    if not all_finite(data.values):
         raise ValueError("the value of %s is not finite" % name)
     return data
 

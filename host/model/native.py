@@ -92,11 +92,12 @@ class Native:
 
     def _reason(self, chosen: Type[Adapter]) -> Optional[str]:
         """Why that solver has to be loaded anew, or None."""
-        if type(self.adapter) is not chosen:
+        adapter: Any = self.adapter
+        if type(adapter) is not chosen:
             return "%s has not had it yet" % chosen.name
-        if chosen.in_place and not self.adapter.loaded:
+        if chosen.in_place and not adapter.loaded:
             return "%s has lost it" % chosen.name
-        if chosen.in_place and len(self.rows) > MOST * max(self.adapter.rows, 1):
+        if chosen.in_place and len(self.rows) > MOST * max(adapter.rows, 1):
             return "more rows are new than were there"
         return self.reason
 

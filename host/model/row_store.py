@@ -4,12 +4,16 @@ Terms with a number for a coefficient go into the native model; the others are k
 programs, and give (row, variable, value) triplets for the current parameter values.
 """
 
+from __future__ import annotations
+
 import itertools
 import operator
 from array import array
+from typing import Any, List, Set, Tuple
 
 from ..closures import closure
 from ..data.buffers import require_room, zeros
+from ..evaluator.stacks import Expression, Stack
 
 
 class RowStore:
@@ -20,7 +24,7 @@ class RowStore:
     Cleared rows leave gaps in the pools, which are closed once they are the larger part.
     """
 
-    def __init__(self):
+    def __init__(self) -> None:
         self.row_param_ptrb, self.row_param_ptre, self.row_code_ptr = (array("i") for _ in range(3))
         self.param_varidx, self.param_code_sizes = zeros("i64", 8), zeros("i32", 8)
         self.code, self.cconst = zeros("i32", 32), zeros("f64", 32)
@@ -29,18 +33,18 @@ class RowStore:
         self.longest = 0                      # atoms of the longest program
         self._triplets = zeros("i32", 0), zeros("i32", 0), zeros("f64", 0)
 
-    def add_rows(self, count):
+    def add_rows(self, count: int) -> None:
         """Appends `count` rows without entries."""
         for table in (self.row_param_ptrb, self.row_param_ptre, self.row_code_ptr):
             table.extend(zeros("i32", count))
 
-    def clear(self, rows):
+    def clear(self, rows: Any) -> None:
         """Rows `rows` (i32) have no entries any more."""
         self.code_used, self.entry_used = closure(
             138, self.code_used, rows, self.param_code_sizes, self.row_param_ptrb,
             self.row_param_ptre, self.entry_used)
 
-    def store(self, r, e, rows):
+    def store(self, r: Stack, e: Expression, rows: Any) -> None:
         """Element i of the finished expression `e` on the stack `r` becomes the content of row
         rows[i] (i32), with those of its terms that have a program. A row that has entries is to be
         cleared first."""
@@ -59,19 +63,19 @@ class RowStore:
         self.code_used += natom
         self.longest = max(self.longest, longest)
 
-    def spans(self):
+    def spans(self) -> List[Tuple[int, int, int]]:
         """(row, begin, end) for each row that has entries: their places in an evaluation."""
         ends = list(itertools.accumulate(map(operator.sub, self.row_param_ptre,
                                              self.row_param_ptrb)))
         begins = itertools.chain([0], ends)
         return [span for span in zip(itertools.count(), begins, ends) if span[1] < span[2]]
 
-    def variables(self):
+    def variables(self) -> Set[int]:
         """The variables that have an entry in some row."""
         return set(itertools.chain.from_iterable(
             self.param_varidx[b:e] for b, e in zip(self.row_param_ptrb, self.row_param_ptre)))
 
-    def _make_room(self, nparam, natom):
+    def _make_room(self, nparam: int, natom: int) -> None:
         if self.code_top > 2 * self.code_used and self.code_top + natom > len(self.code):
             self._close_gaps()
         require_room(2 * (self.entry_top + nparam), 2 * (self.code_top + natom))
@@ -81,7 +85,7 @@ class RowStore:
                                (self.code, atoms), (self.cconst, atoms)):
             pool *= capacity // len(pool)  # a power of 2; in place, and faster than to append zeros
 
-    def _close_gaps(self):
+    def _close_gaps(self) -> None:
         """Moves what the rows hold to the front of the pools, in the order that it has there."""
         held = [r for r, (begin, end) in enumerate(zip(self.row_param_ptrb, self.row_param_ptre))
                 if begin < end]
@@ -97,12 +101,13 @@ class RowStore:
             self.code_top = move(atoms, self.code_top, self.code, self.cconst)
             self.row_param_ptre[r] = self.entry_top
 
-    def evaluate(self, param_value, x):
+    def evaluate(self, param_value: Any, x: Stack) -> Tuple[Any, Any, Any]:
         """The triplets (subi, subj, val) for the parameter values `param_value` (f64): row (i32),
         variable (i32) and coefficient (f64), in ascending order of row. The next evaluation of as
         many entries overwrites them. The f64 array of the stack `x` is scratch."""
         if len(self._triplets[0]) != self.entry_used:
-            self._triplets = tuple(zeros(kind, self.entry_used) for kind in ("i32", "i32", "f64"))
+            n = self.entry_used
+            self._triplets = zeros("i32", n), zeros("i32", n), zeros("f64", n)
         subi, subj, val = self._triplets
         with x.scratch():
             stack = x.reserve("f64", self.longest)
@@ -112,9 +117,9 @@ class RowStore:
         return subi, subj, val
 
 
-def move(places, top, *pools):
+def move(places: slice, top: int, *pools: Any) -> int:
     """Moves entries of the pools to the places from `top` on; returns the place behind them."""
     for pool in pools:
         entries = pool[places]
         pool[top : top + len(entries)] = entries
-    return top + places.stop - places.start
+    return top + int(places.stop - places.start)

@@ -160,6 +160,7 @@ class Rows:
         if len(self.objective.subj) + len(self.objective.barsubj) + len(triplets[2]) > 0:
             forms = forms.copy()
             forms.add(self.objective, OBJECTIVE)
-            forms = with_terms(forms, *triplets, tables)
+            subi, subj, val = triplets
+            forms = with_terms(forms, subi, subj, val, tables)
         forms.offset = self.offset.all()
         return forms

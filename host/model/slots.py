@@ -1,6 +1,7 @@
 """Numbers of rows or columns that are taken in runs and given back, to be taken again."""
 
 from array import array
+from typing import Any
 
 from ..closures import closure
 from ..data.buffers import zeros
@@ -15,7 +16,7 @@ class Slots:
     new ones, so that there are never more than were in use at one time.
     """
 
-    def __init__(self, capacity=16):
+    def __init__(self, capacity: int = 16) -> None:
         self._next, self._prev = array("i", [-1]) * capacity, array("i", [-1]) * capacity
         closure(639, capacity, self._next, self._prev)
         self._free, self._used = 0, -1  # heads
@@ -23,7 +24,7 @@ class Slots:
         self.top = 0  # above all slots that were ever taken
         self._taken = zeros("f64", capacity)  # 1.0 for each used one
 
-    def take(self, count):
+    def take(self, count: int) -> Any:
         """The numbers (i32) of `count` slots, which are used from now on."""
         slots = zeros("i32", count)
         if count <= 0:
@@ -39,7 +40,7 @@ class Slots:
         self._mark(slots, 1.0)
         return slots
 
-    def give_back(self, slots):
+    def give_back(self, slots: Any) -> None:
         """The slots of one `take` are free again."""
         count = len(slots)
         if count <= 0:
@@ -49,7 +50,7 @@ class Slots:
         self.used -= count
         self._mark(slots, 0.0)
 
-    def all_used(self, slots):
+    def all_used(self, slots: Any) -> bool:
         """Whether all these numbers (i32 or i64) are of used slots."""
         n = len(slots)
         if slots.typecode == "q":
@@ -62,12 +63,12 @@ class Slots:
             return True
         taken = zeros("f64", n)
         closure(101, slots, self._taken, taken)
-        return closure(400, taken, 0) == n
+        return bool(closure(400, taken, 0) == n)
 
-    def _mark(self, slots, taken):
+    def _mark(self, slots: Any, taken: float) -> None:
         closure(102, slots, self._taken, array("d", [taken]) * len(slots))
 
-    def _grow(self, count):
+    def _grow(self, count: int) -> None:
         """Doubles the number of slots until `count` are free; the new ones come last."""
         old = len(self._next)
         new = closure(140, old, self.used + count)

@@ -24,7 +24,8 @@ class Reading:
     each entry of the model's table the place in the solution, or is None if these are the same.
     """
 
-    def __init__(self, s: Solution, tables: ElementTables, held: Any = None) -> None:
+    def __init__(self, solution: Solution, tables: ElementTables, held: Any = None) -> None:
+        s: Any = solution  # whose arrays may be None
         self.s, none = s, zeros("f64", 0)
         self._entries = tables.barj, tables.i, tables.j
         self._barx, self._bars = (spread(bar, held) for bar in (s.barx or none, s.bars or none))
@@ -54,7 +55,7 @@ class Reading:
             place = {at: k for k, at in enumerate(zip(*self._entries))}
         for i, *at, cof in zip(forms.barsubi, forms.barsubj, forms.matsubi, forms.matsubj,
                                forms.matcof):
-            res[i] += (1.0 if at[1] == at[2] else 2.0) * cof * self._barx[place[tuple(at)]]
+            res[i] += (1.0 if at[1] == at[2] else 2.0) * cof * self._barx[place[at[0], at[1], at[2]]]
         return res
 
     def row_levels(self, codes: Any, cones: Optional[Cones]) -> Any:

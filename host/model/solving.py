@@ -9,14 +9,15 @@ from typing import Any, Optional, Type
 
 from ..closures import closure
 from ..data.buffers import size, zeros
+from ..formats import write
 from ..formulas.leaves import Variable, dense, nested
 from ..formulas.tree import Formula
 from ..solvers import Adapter, Options, Solution, SolverError, choose
 from ..solvers.problem import Forms
 from .affine_rows import evaluated, split, stored_rows, with_terms
-from .building import Building
 from .cones import numbers
 from .constraints import Constraint
+from .printing import Printing
 from .row_store import RowStore
 from .solutions import Reading
 
@@ -43,7 +44,7 @@ class Result:
                                                     self.words, self.build)
 
 
-class Solving(Building):
+class Solving(Printing):
     """`status` is that of the last solution, `last_build` what was built for it and why."""
 
     def __init__(self, name: str) -> None:
@@ -78,15 +79,17 @@ class Solving(Building):
                       found.has_duals, found.words, chosen.name, self.last_build)
 
     def _run(self, chosen: Type[Adapter], options: Options) -> Solution:
-        adapter = self.native.adapter
+        adapter, found = self.native.adapter, None
         try:
-            return adapter.solve(options)
+            found = adapter.solve(options)
         except SolverError:
             if options.start is None or adapter.loaded:
                 raise
-        # From some bases that changes have made singular a solver can't start, and loses all.
-        self.last_build = self.native.bring(self, chosen)
-        return adapter.solve(replace(options, start=None))
+            # From some bases that changes have made singular a solver can't start, and loses all.
+            self.last_build = self.native.bring(self, chosen)
+            found = adapter.solve(replace(options, start=None))
+        solution: Solution = found
+        return solution
 
     def _held(self) -> Any:
         """For each entry of matrices its place in the solution, -1 for one that was removed; None
@@ -103,7 +106,6 @@ class Solving(Building):
     def write(self, path: Any) -> None:
         """Writes the problem for the present parameter values into a file, of the format that its
         suffix tells. Raises ValueError for one that isn't known or can't carry the model."""
-        from ..formats import write  # type: ignore
         problem = self.problem()
         problem.names = self.native_names()
         write(problem, path)
@@ -159,8 +161,9 @@ class Solving(Building):
             store.add_rows(n)
             store.store(w, e, rows)
             forms.add(split(self.tables, w, e), rows)
-        triplets = evaluated(store, self.param_value, ev.x)
-        return nested(self._levels().values(with_terms(forms, *triplets, self.tables)), f.shape)
+        subi, subj, val = evaluated(store, self.param_value, ev.x)
+        forms = with_terms(forms, subi, subj, val, self.tables)
+        return nested(self._levels().values(forms), f.shape)
 
     def _levels(self) -> Reading:
         """The solution. Raises ValueError if there is none, or the model has changed since."""

@@ -13,6 +13,7 @@ from array import array
 from typing import Any, Callable, Iterable, List, Optional, Sequence, Set, Tuple
 
 from ..data.buffers import zeros
+from ..data.entries import all_of_size
 from .adapter import Adapter, Options, SolverError
 from .glpk_library import Interrupted, library, thread
 from .glpk_problem import NativeProblem
@@ -187,10 +188,12 @@ class Glpk(Adapter):
 
     def _set_rows(self, change: str, rows: Sequence[int], begins: Sequence[int],
                   ends: Sequence[int], subj: array[int], val: array[float]) -> None:
+        sound = all_of_size(val, SMALLEST, GREATEST)
         for i, begin, end in zip(rows, begins, ends):
             if begin < end and not 1 <= subj[begin] <= subj[end - 1] <= self.columns:
                 raise IndexError("a term of row %d names a column that is not in the problem" % i)
-            require_numbers(val[begin:end], lambda k: place(i, subj[begin + k]))
+            if not sound:
+                require_numbers(val[begin:end], lambda k: place(i, subj[begin + k]))
         self._do(change, rows, begins, ends, subj, val)
 
     def column_lengths(self, columns: Iterable[int]) -> List[int]:
@@ -264,6 +267,8 @@ def require_numbers(numbers: Sequence[float], name: Callable[[int], str],
                     infinite: float = 0.0) -> None:
     """SolverError, with the name of the place, if a number is not 0, nor `infinite`, nor of a size
     that the library can work with."""
+    if isinstance(numbers, array) and infinite == 0.0 and all_of_size(numbers, SMALLEST, GREATEST):
+        return
     sizes = [abs(number) for number in numbers if number != 0.0 and number != infinite]
     # The sum tells a NaN.
     if not sizes or SMALLEST <= min(sizes) and max(sizes) <= GREATEST and sum(sizes) < math.inf:
