@@ -37,8 +37,8 @@ QUADRATIC, ROTATED, SEMIDEFINITE = "quadratic", "rotated", "semidefinite"
 OFF_DIAGONAL = math.sqrt(2.0)  # a slot off the diagonal is the entry of its matrix times this
 
 OPTIMAL, FEASIBLE, INFEASIBLE, UNBOUNDED = "optimal", "feasible", "infeasible", "unbounded"
-INFEASIBLE_OR_UNBOUNDED, INACCURATE = "infeasible or unbounded", "inaccurate"
-LIMIT, INTERRUPTED = "limit", "interrupted"  # the latter is a model's, at Ctrl-C
+INFEASIBLE_OR_UNBOUNDED = "infeasible or unbounded"
+INACCURATE, LIMIT = "inaccurate", "limit"
 
 
 def triangle(dim: int) -> List[Tuple[int, int]]:
