@@ -14,7 +14,7 @@ from array import array
 from dataclasses import replace
 from typing import Dict, List, Sequence, Tuple
 
-from .adapter import AUTOMATIC, GEOMETRIC, STANDARD, Options
+from .adapter import AUTOMATIC, GEOMETRIC, STANDARD, Options, SolverError
 from .problem import (INACCURATE, INFEASIBLE, INFEASIBLE_OR_UNBOUNDED, OPTIMAL, SEMIDEFINITE, UNBOUNDED,
                       Problem, Solution)
 from .elimination import solve_reduced
@@ -27,7 +27,14 @@ def solve(problem: Problem, options: Options, solver: Solver) -> Solution:
     if reduced.contradiction:
         return Solution(INFEASIBLE, reduced.contradiction)
     form = choose(reduced, options)
-    found = solve_reduced(form.pair, solver)
+    try:
+        found = solve_reduced(form.pair, solver)
+    except SolverError as error:
+        if options.form != AUTOMATIC:
+            raise
+        other = GEOMETRIC if form.name == STANDARD else STANDARD
+        options.tell("%s; the other form may do better" % error)
+        return solve(problem, replace(options, form=other), solver)
     if found.status in (OPTIMAL, INACCURATE):
         return Solution(UNBOUNDED, reduced.unbounded) if reduced.unbounded else form.solution(found)
     if found.status == form.infeasible:
