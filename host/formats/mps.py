@@ -34,7 +34,7 @@ def read_mps(path: str) -> Tuple[str, Problem]:
 
 def _read(thread: Thread, path: str) -> Tuple[str, Problem]:
     """In the library's thread."""
-    native, complaints = NativeProblem(thread.lib), []
+    native, complaints = NativeProblem(thread), []
     try:
         for kind in (FIXED_FORMAT, FREE_FORMAT):
             thread.messages.clear()

@@ -12,14 +12,17 @@ and of blocks, the dimensions and the constants have a line each, with commas an
 likes and anything behind, and an entry is a line of five numbers. Only there lines may be blank.
 """
 
+from __future__ import annotations
+
 import re
 from array import array
 from dataclasses import dataclass
 from math import inf
-from typing import List
+from typing import Callable, IO, Iterable, List, Optional, Sequence, Set, Tuple, TypeVar
 
 from ..data.buffers import LARGEST
 
+Number = TypeVar("Number", int, float)
 NUMBER = re.compile(r"[^\s,(){}=]+")
 
 
@@ -34,18 +37,18 @@ class SdpaProblem:
     but `matrix` counted from 0, row <= column) and `value` (f64)."""
 
     blocks: List[int]
-    c: array
-    matrix: array
-    block: array
-    row: array
-    column: array
-    value: array
+    c: array[float]
+    matrix: array[int]
+    block: array[int]
+    row: array[int]
+    column: array[int]
+    value: array[float]
 
     @classmethod
-    def empty(cls, blocks, c):
-        return cls(blocks, c, *(array("i") for _ in range(4)), array("d"))
+    def empty(cls, blocks: List[int], c: array[float]) -> SdpaProblem:
+        return cls(blocks, c, array("i"), array("i"), array("i"), array("i"), array("d"))
 
-    def append(self, matrix, block, row, column, value):
+    def append(self, matrix: int, block: int, row: int, column: int, value: float) -> None:
         self.matrix.append(matrix)
         self.block.append(block)
         self.row.append(min(row, column))
@@ -53,12 +56,12 @@ class SdpaProblem:
         self.value.append(value)
 
     @classmethod
-    def read(cls, path):
+    def read(cls, path: str) -> SdpaProblem:
         """Raises OSError if the file can't be read, FormatError if it is not of this format."""
         with open(path, encoding="ascii", errors="replace") as file:
             return _Reader(path, file).problem()
 
-    def objective(self, X):
+    def objective(self, X: Sequence[Sequence[float]]) -> float:
         """<F0, X> for the blocks of X, matrices row by row and diagonals."""
         total = 0.0
         for k, b, i, j, v in zip(self.matrix, self.block, self.row, self.column, self.value):
@@ -67,7 +70,7 @@ class SdpaProblem:
                 total += (v if i == j else 2.0 * v) * X[b][place]
         return total
 
-    def write(self, file):
+    def write(self, file: IO[str]) -> None:
         """Values are written with all their digits."""
         file.write("%d\n%d\n%s\n%s\n" % (len(self.c), len(self.blocks),
                                          " ".join(map(str, self.blocks)),
@@ -77,24 +80,25 @@ class SdpaProblem:
 
 
 class _Reader:
-    def __init__(self, path, file):
+    def __init__(self, path: str, file: Iterable[str]) -> None:
         self.path, self.lines, self.number = path, iter(file), 0
 
-    def error(self, text):
+    def error(self, text: str) -> FormatError:
         return FormatError("%s is not in SDPA's sparse format: line %d: %s"
                            % (self.path, self.number, text))
 
-    def line(self):
+    def line(self) -> Optional[str]:
         """The next line, or None."""
         line = next(self.lines, None)
         self.number += line is not None
         return line
 
-    def numbers(self, kind, count, what, comments=()):
+    def numbers(self, kind: Callable[[str], Number], count: int, what: str, comments: str = ""
+                ) -> List[Number]:
         """The first `count` numbers of the next line that begins with none of `comments`; what
         stands behind them is a comment."""
         line = self.line()
-        while line is not None and line[0] in comments:
+        while line is not None and line[:1] in tuple(comments):
             line = self.line()
         if line is None:
             raise self.error("the file ends before %s" % what)
@@ -103,7 +107,7 @@ class _Reader:
             raise self.error("%d of %d numbers stand where %s should" % (len(found), count, what))
         return found
 
-    def parse(self, kind, text, what):
+    def parse(self, kind: Callable[[str], Number], text: str, what: str) -> Number:
         try:
             value = kind(text.replace("_", "?"))  # which Python allows in numbers
         except ValueError:
@@ -112,7 +116,7 @@ class _Reader:
             raise self.error("%s is not finite" % what)
         return value
 
-    def problem(self):
+    def problem(self) -> SdpaProblem:
         (m,) = self.numbers(int, 1, "the number of constraints", comments='"*')
         if m < 1:
             raise self.error("the number of constraints is %d" % m)
@@ -127,13 +131,14 @@ class _Reader:
         # A dimension of 1 is a diagonal block as well.
         problem = SdpaProblem.empty([-1 if n == 1 else n for n in blocks],
                                     array("d", self.numbers(float, m, "the constants")))
-        seen = set()
+        seen: Set[Tuple[int, int, int, int]] = set()
         for line in iter(self.line, None):
             if line.strip():
                 self.entry(problem, line.split(), seen)
         return problem
 
-    def entry(self, problem, texts, seen):
+    def entry(self, problem: SdpaProblem, texts: List[str],
+              seen: Set[Tuple[int, int, int, int]]) -> None:
         if len(texts) != 5:
             raise self.error("an entry needs five numbers: matrix, block, row, column and value")
         k, b, i, j = (self.parse(int, text, "an index") for text in texts[:4])

@@ -112,12 +112,16 @@ class Model(Changes):
                              % (p.name, list(p.shape), list(data.shape)))
         if data.shape != p.shape:
             values = array("d", [data.number]) * len(map)
-        elif data.sparsity == map.sparsity or map.sparsity is None:
-            values = data.values if map.sparsity is not None else data.dense()
+        elif data.sparsity == map.sparsity:
+            values = data.values
         else:
             held = data.dense()
-            values = array("d", [held[place] for place in map.sparsity])
-        closure(102, array("i", map.nativeidxs), self.param_value, values)
+            values = held if map.sparsity is None else array("d", [held[k] for k in map.sparsity])
+        if p.is_whole and len(map) > 0:
+            first = map.nativeidxs[0]
+            self.param_value[first:first + len(map)] = values
+        else:
+            closure(102, array("i", map.nativeidxs), self.param_value, values)
         self.native.values = True
         self.changed("%s has another value" % p.name)
 

@@ -200,6 +200,7 @@ def _run(command: List[str], directory: str, options: Options, end: float) -> Tu
                           stderr=subprocess.STDOUT, start_new_session=True) as process, \
             selectors.DefaultSelector() as selector:
         try:
+            assert process.stdout is not None
             selector.register(process.stdout, selectors.EVENT_READ)
             rest = b""
             while True:

@@ -35,7 +35,7 @@ class Cvxopt(Adapter):
     @staticmethod
     def missing() -> Optional[str]:
         try:
-            import cvxopt.solvers  # noqa: F401
+            import cvxopt.solvers  # type: ignore[import]  # noqa: F401
         except ImportError as error:
             return ("CVXOPT is missing (%s); on Debian: apt-get install python3-cvxopt, for the "
                     "system's python3" % error)
@@ -63,7 +63,7 @@ class Cvxopt(Adapter):
 def solve_pair(pair: Pair, options: Options, end: float) -> Found:
     """The solution of a pair without equations. Raises TimeIsUp if the clock shows `end` before, and SolverError if
     the solver fails."""
-    import cvxopt.misc
+    import cvxopt.misc  # type: ignore[import]
     import cvxopt.solvers
 
     order, dims = ordered(pair)
@@ -77,12 +77,11 @@ def solve_pair(pair: Pair, options: Options, end: float) -> Found:
             raise TimeIsUp
         return factor(W)
 
-    accuracy = dict.fromkeys(("abstol", "reltol", "feastol"), ACCURACY)
-    output = Lines(options)
+    how: Dict[str, Any] = dict.fromkeys(("abstol", "reltol", "feastol"), ACCURACY)
+    how["show_progress"] = options.log is not None
     try:
-        with contextlib.redirect_stdout(output):
-            found = cvxopt.solvers.conelp(c, G, h, dims, kktsolver=in_time, options={
-                "show_progress": options.log is not None, **accuracy})
+        with contextlib.redirect_stdout(Lines(options)):
+            found = cvxopt.solvers.conelp(c, G, h, dims, kktsolver=in_time, options=how)
     except (ValueError, ArithmeticError) as error:
         raise SolverError("CVXOPT failed: %s" % error) from None
     words = "%s after %d iterations" % (found["status"], found["iterations"])
@@ -144,10 +143,11 @@ def sparse(rows: List[Tuple[Dict[int, float], float]], columns: int) -> Tuple[An
             cvxopt.matrix([side for _, side in rows], (len(rows), 1), "d"))
 
 
-class Lines(io.TextIOBase):
+class Lines(io.StringIO):
     """A file that hands over what is written to it line by line."""
 
     def __init__(self, options: Options) -> None:
+        super().__init__()
         self._options, self._rest = options, ""
 
     def write(self, text: str) -> int:

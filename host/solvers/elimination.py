@@ -16,6 +16,7 @@ from .reduction import Terms
 
 ALMOST = 1e-8  # by how much, relative to its side, an equation without terms may fail
 NOTHING = 1e-11  # relative to the coefficients that a row had: what is less is a rounding error
+MOST = 10 ** 7  # steps to look for equations that others imply
 SMALL = 0.1  # relative to the greatest coefficient of a row: what is less is no pivot
 
 
@@ -31,10 +32,12 @@ def solve_reduced(pair: Pair, solver: Solver) -> Found:
         for k, value in terms.items():
             columns[k][row] = value
     c = [costs.get(k, 0.0) for k in range(len(pair.c))]
-    duals = Elimination([columns[k] for k in left], [c[k] for k in left], [], [])
+    doubtful = core({k: columns[k] for k in left})
+    duals = Elimination([columns[k] for k in doubtful], [c[k] for k in doubtful], [], [])
     if duals.contradiction:
         return Found(SECOND, "seen before it was solved")
-    left = [left[i] for i in sorted(duals.kept)]
+    gone = {k for i, k in enumerate(doubtful) if i not in duals.kept}
+    left = [k for k in left if k not in gone]
     number = {k: i for i, k in enumerate(left)}
     reduced = replace(pair, c=[c[k] for k in left], h=steps.sides[:-1], A=[], b=[], F=[
         {number[k]: value for k, value in terms.items() if k in number} for terms in F],
@@ -50,6 +53,24 @@ def solve_reduced(pair: Pair, solver: Solver) -> Found:
     z = list(found.z[:rows])
     steps.solve(u)
     return replace(found, u=u, slacks=found.slacks[:rows], z=z, v=steps.multipliers(z))
+
+
+def core(equations: Dict[int, Terms]) -> List[int]:
+    """The equations that may depend on each other: without those that have a place alone, nor
+    those that have one alone when these are gone, and so on. None if to find out would take long.
+    """
+    users: Dict[int, Set[int]] = {}
+    for k, terms in equations.items():
+        for place in terms:
+            users.setdefault(place, set()).add(k)
+    left, alone = dict(equations), [place for place, own in users.items() if len(own) == 1]
+    while alone:
+        for k in users[alone.pop()].copy():
+            for place in left.pop(k):
+                users[place].discard(k)
+                if len(users[place]) == 1:
+                    alone.append(place)
+    return list(left) if len(left) * sum(map(len, left.values())) <= MOST else []
 
 
 class Elimination:
@@ -73,7 +94,7 @@ class Elimination:
         self._steps: List[Tuple[int, int, Terms, float, Terms]] = []
         for row in sorted(range(self.count, len(self._rows)),
                           key=lambda row: len(self._rows[row])):
-            self._eliminate(row, max(map(abs, equations[row - self.count].values()), default=1.0),
+            self._eliminate(row, largest(equations[row - self.count]),
                             max(1.0, abs(sides[row - self.count])))
 
     @property
@@ -86,7 +107,7 @@ class Elimination:
 
     def _eliminate(self, row: int, size: float, side: float) -> None:
         terms, constant = self._rows[row], self._sides[row]
-        greatest = max(map(abs, terms.values()), default=0.0)
+        greatest = largest(terms)
         if greatest <= NOTHING * size:
             self.contradiction |= abs(constant) > ALMOST * side
             for k in terms:
@@ -129,3 +150,8 @@ class Elimination:
         for row, pivot, terms, _, column in reversed(self._steps):
             weights[row] = -sum(value * weights[k] for k, value in column.items()) / terms[pivot]
         return weights[self.count :]
+
+
+def largest(terms: Terms) -> float:
+    """The size of the largest coefficient."""
+    return max((abs(value) for value in terms.values()), default=0.0)

@@ -12,9 +12,9 @@ from __future__ import annotations
 import math
 from array import array
 from dataclasses import replace
-from typing import Dict, List, Tuple
+from typing import Dict, List, Sequence, Tuple
 
-from .adapter import AUTOMATIC, GEOMETRIC, STANDARD, Options
+from .adapter import AUTOMATIC, GEOMETRIC, STANDARD, Options, SolverError
 from .problem import (INACCURATE, INFEASIBLE, INFEASIBLE_OR_UNBOUNDED, OPTIMAL, SEMIDEFINITE, UNBOUNDED,
                       Problem, Solution)
 from .elimination import solve_reduced
@@ -27,7 +27,14 @@ def solve(problem: Problem, options: Options, solver: Solver) -> Solution:
     if reduced.contradiction:
         return Solution(INFEASIBLE, reduced.contradiction)
     form = choose(reduced, options)
-    found = solve_reduced(form.pair, solver)
+    try:
+        found = solve_reduced(form.pair, solver)
+    except SolverError as error:
+        if options.form != AUTOMATIC:
+            raise
+        other = GEOMETRIC if form.name == STANDARD else STANDARD
+        options.tell("%s; the other form may do better" % error)
+        return solve(problem, replace(options, form=other), solver)
     if found.status in (OPTIMAL, INACCURATE):
         return Solution(UNBOUNDED, reduced.unbounded) if reduced.unbounded else form.solution(found)
     if found.status == form.infeasible:
@@ -124,11 +131,10 @@ class Geometric(Form):
                 self.pair.linear(minus, upper - offset) if upper < math.inf else -1)
 
     def solution(self, found: Found) -> Solution:
-        side = lambda values, k: values[k] if k >= 0 else 0.0
         return self.reduced.solution(
             found.status, found.words,
             dict(zip(self.reduced.atoms, found.u)),
-            [side(found.v, equation) + side(found.z, lower) - side(found.z, upper)
+            [at(found.v, equation) + at(found.z, lower) - at(found.z, upper)
              for equation, lower, upper in self._rows],
             [found.z[k] for k in self._slot_rows],
             [found.z[k] for k in self._matrix_rows])
@@ -241,3 +247,8 @@ class Standard(Form):
             [-found.u[k] for k in self._rows],
             [-found.u[k] if k >= 0 else found.slacks[~k] for k in self._slots],
             [found.slacks[k] for k in self._matrix_rows])
+
+
+def at(values: Sequence[float], k: int) -> float:
+    """The value at place k, 0 where there is none."""
+    return values[k] if k >= 0 else 0.0

@@ -10,12 +10,12 @@ from __future__ import annotations
 import math
 import time
 from array import array
-from typing import Any, Callable, Iterable, List, Optional, Sequence, Set, Tuple, TypeVar
+from typing import Any, Callable, Iterable, List, Optional, Sequence, Set, Tuple
 
 from ..closures import closure
 from ..data.buffers import as_array, zeros
 from .adapter import Adapter, Options, SolverError
-from .glpk_library import Interrupted, Thread, library, thread
+from .glpk_library import Interrupted, library, thread
 from .glpk_problem import NativeProblem
 from .glpk_solving import Run
 from .problem import FEASIBLE, INFEASIBLE, LIMIT, OPTIMAL, Problem, Solution, split_duals
@@ -24,10 +24,7 @@ MOST = 100_000_000  # rows or columns
 MANY = 50  # numbers
 SHRINKING, GROWING = 2e-224, 1.8e208  # make the others 0 and infinite
 SMALLEST, GREATEST = 1e-100, 1e100  # of the size of a number other than 0
-NOTHING_LOADED = "GLPK has no problem yet: it has to be loaded"
 ALMOST = 1e-9  # by how much the bound of an integer column may miss a whole number
-
-Result = TypeVar("Result")
 
 
 class Glpk(Adapter):
@@ -38,7 +35,6 @@ class Glpk(Adapter):
     name, takes, in_place, warm = "glpk", frozenset({"linear", "integer"}), True, True
 
     def __init__(self) -> None:
-        self._thread: Optional[Thread] = None
         self._clear()
 
     def _clear(self) -> None:
@@ -49,8 +45,9 @@ class Glpk(Adapter):
         self._maximize = self._has_basis = self._objective_changed = False
 
     def __del__(self) -> None:
-        if self.loaded:
-            self._thread.later(self._native.delete)
+        native = getattr(self, "_native", None)
+        if native is not None and not native.thread.lost:
+            native.thread.later(native.delete)
 
     @staticmethod
     def missing() -> Optional[str]:
@@ -62,13 +59,17 @@ class Glpk(Adapter):
 
     @property
     def loaded(self) -> bool:
-        return getattr(self, "_native", None) is not None and not self._thread.lost
+        return self._native is not None and not self._native.thread.lost
+
+    @property
+    def _held(self) -> NativeProblem:
+        if self._native is None:
+            raise SolverError("GLPK has no problem yet: it has to be loaded")
+        return self._native
 
     def _do(self, name: str, *arguments: Any) -> Any:
         """Calls a method of the native problem."""
-        if self._native is None:
-            raise SolverError(NOTHING_LOADED)
-        return self._thread.call(getattr(self._native, name), *arguments)
+        return self._held.thread.call(getattr(self._held, name), *arguments)
 
     # Loading and changing.
 
@@ -89,8 +90,7 @@ class Glpk(Adapter):
         sides = self._row_sides(range(len(rows)), problem.row_lower, problem.row_upper)
         bounds = self._column_sides(range(len(problem.column_lower)), problem.column_lower,
                                     problem.column_upper)
-        self._thread = thread()
-        self._native = self._thread.call(NativeProblem, self._thread.lib)
+        self._native = thread().call(NativeProblem, thread())
         self._do("load", problem, *sides, *bounds)
 
     @property
@@ -143,14 +143,14 @@ class Glpk(Adapter):
                  *self._column_sides(columns, lower, upper))
 
     def _row_sides(self, rows: Sequence[int], lower: Sequence[float], upper: Sequence[float]
-                   ) -> Tuple["array[float]", "array[float]"]:
+                   ) -> Tuple[array[float], array[float]]:
         """The bounds less the offsets."""
         offset = [self._offset[row] for row in rows]
         sides = tuple(array("d", map(float.__sub__, side, offset)) for side in (lower, upper))
         return self._checked(0, "row", rows, *sides)
 
     def _column_sides(self, columns: Sequence[int], lower: Sequence[float], upper: Sequence[float]
-                      ) -> Tuple["array[float]", "array[float]"]:
+                      ) -> Tuple[array[float], array[float]]:
         """The bounds, those of integer columns whole."""
         lower, upper = array("d", lower), array("d", upper)
         for k, j in enumerate(columns):
@@ -159,8 +159,8 @@ class Glpk(Adapter):
                 upper[k] = upper[k] if math.isinf(upper[k]) else math.floor(upper[k] + ALMOST)
         return self._checked(1, "column", columns, lower, upper)
 
-    def _checked(self, which: int, what: str, numbers: Sequence[int], lower: "array[float]",
-                 upper: "array[float]") -> Tuple["array[float]", "array[float]"]:
+    def _checked(self, which: int, what: str, numbers: Sequence[int], lower: array[float],
+                 upper: array[float]) -> Tuple[array[float], array[float]]:
         """The bounds, if the library can work with them."""
         for side, infinite in ((lower, -math.inf), (upper, math.inf)):
             require_numbers(side, lambda k: "a bound of %s %d" % (what, numbers[k]), infinite)
@@ -177,28 +177,31 @@ class Glpk(Adapter):
         self._objective_changed = True
 
     def set_rows(self, rows: Sequence[int], begins: Sequence[int], ends: Sequence[int],
-                 subj: "array[int]", val: "array[float]") -> None:
+                 subj: array[int], val: array[float]) -> None:
         """The terms of some rows: columns and coefficients at the places `begin` up to but not
         including `end` of the lists `subj` (i32, ascending) and `val` (f64)."""
         self._set_rows("set_rows", rows, begins, ends, subj, val)
 
     def change_rows(self, rows: Sequence[int], begins: Sequence[int], ends: Sequence[int],
-                    subj: "array[int]", val: "array[float]") -> None:
+                    subj: array[int], val: array[float]) -> None:
         """Gives columns of some rows other coefficients, told as in `set_rows`. The other terms of
         these rows stay."""
         self._set_rows("change_rows", rows, begins, ends, subj, val)
 
     def _set_rows(self, change: str, rows: Sequence[int], begins: Sequence[int],
-                  ends: Sequence[int], subj: "array[int]", val: "array[float]") -> None:
+                  ends: Sequence[int], subj: array[int], val: array[float]) -> None:
+        sound = are_ordinary(as_array("f64", val))
         for i, begin, end in zip(rows, begins, ends):
             if begin < end and not 1 <= subj[begin] <= subj[end - 1] <= self.columns:
                 raise IndexError("a term of row %d names a column that is not in the problem" % i)
-            require_numbers(val[begin:end], lambda k: place(i, subj[begin + k]))
+            if not sound:
+                require_numbers(val[begin:end], lambda k: place(i, subj[begin + k]))
         self._do(change, rows, begins, ends, subj, val)
 
     def column_lengths(self, columns: Iterable[int]) -> List[int]:
         """The number of terms in each of the `columns`."""
-        return self._do("column_lengths", columns)
+        lengths: List[int] = self._do("column_lengths", columns)
+        return lengths
 
     # Solving.
 
@@ -207,34 +210,33 @@ class Glpk(Adapter):
         problems with the same rows and columns in the same order and with the same history take
         the same steps and end with the same basis, also where several are optimal."""
         start = time.perf_counter()
-        if self._native is None:
-            raise SolverError(NOTHING_LOADED)
+        native = self._held
         if any(self._crossed):
             return Solution(INFEASIBLE, "the bounds of a row or column leave no room")
         warm = options.start is not None and self._has_basis
         try:
-            found = self._thread.call(self._run, warm, log=options.log, seconds=options.seconds)
+            found = native.thread.call(self._run, native, warm, log=options.log, seconds=options.seconds)
         except Interrupted:
             found = Solution(LIMIT, "the time limit is reached")
         found.seconds = time.perf_counter() - start
         return found
 
-    def _run(self, warm: bool) -> Solution:
+    def _run(self, native: NativeProblem, warm: bool) -> Solution:
         """In the library's thread."""
-        run, integer = Run(self._thread, self._native), any(self._integer)
+        run, integer = Run(native), any(self._integer)
         status = run.integer(warm) if integer else run.linear(warm, self._objective_changed)
         found = Solution(status, run.last_words())
         if integer:
             found.bound = run.bound
         if status in (OPTIMAL, FEASIBLE):
-            self._read(found, integer)
+            self._read(native, found, integer)
             self._has_basis, self._objective_changed = self._has_basis or not integer, False
         if status == OPTIMAL:
             found.bound = found.objective
         return found
 
-    def _read(self, found: Solution, integer: bool) -> None:
-        native, (rows, columns) = self._native, (self.rows, self.columns)
+    def _read(self, native: NativeProblem, found: Solution, integer: bool) -> None:
+        rows, columns = self.rows, self.columns
         kind = ("mip_row_val", "mip_col_val") if integer else ("get_row_prim", "get_col_prim")
         objective = native.lib.mip_obj_val if integer else native.lib.get_obj_val
         found.objective = objective(native.handle)

@@ -13,7 +13,7 @@ import ctypes
 import queue
 import threading
 import time
-from typing import Any, Callable, List, Optional, Tuple, TypeVar
+from typing import Any, Callable, List, Optional, TypeVar
 
 from .adapter import SolverError
 
@@ -55,73 +55,25 @@ class IntegerParameters(ctypes.Structure):
     ]
 
 
-def _prototypes() -> "dict[str, Tuple[Any, ...]]":
-    """Result and arguments of each routine. Those that are called for each row or column get their
-    arguments in the library's own types, as to convert them takes longer than the rest of a call.
-    """
-    problem, text, whole, real = ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int, ctypes.c_double
-    pointer = ctypes.c_void_p
-    return {
-        "create_prob": (problem,),
-        "delete_prob": (None, problem),
-        "erase_prob": (None, problem),
-        "read_mps": (whole, problem, whole, pointer, text),
-        "get_prob_name": (text, problem),
-        "get_row_name": (text,),
-        "get_col_name": (text,),
-        "get_num_rows": (whole, problem),
-        "get_num_cols": (whole, problem),
-        "get_num_nz": (whole, problem),
-        "get_num_int": (whole, problem),
-        "add_rows": (whole, problem, whole),
-        "add_cols": (whole, problem, whole),
-        "get_row_lb": (real,),
-        "get_row_ub": (real,),
-        "get_col_lb": (real,),
-        "get_col_ub": (real,),
-        "set_row_bnds": (None,),
-        "set_col_bnds": (None,),
-        "get_col_kind": (whole,),
-        "set_col_kind": (None,),
-        "get_obj_dir": (whole, problem),
-        "set_obj_dir": (None, problem, whole),
-        "get_obj_coef": (real,),
-        "set_obj_coef": (None,),
-        "get_mat_row": (whole, problem, whole, pointer, pointer),
-        "get_mat_col": (whole,),
-        "set_mat_row": (None, problem, whole, whole, pointer, pointer),
-        "load_matrix": (None, problem, whole, pointer, pointer, pointer),
-        "scale_prob": (None, problem, whole),
-        "unscale_prob": (None, problem),
-        "adv_basis": (None, problem, whole),
-        "init_smcp": (None, pointer),
-        "simplex": (whole, problem, pointer),
-        "init_iocp": (None, pointer),
-        "intopt": (whole, problem, pointer),
-        "ios_terminate": (None, pointer),
-        "ios_best_node": (whole, pointer),
-        "ios_node_bound": (real, pointer, whole),
-        "npp_alloc_wksp": (pointer,),
-        "npp_load_prob": (None, pointer, problem, whole, whole),
-        "npp_preprocess1": (whole, pointer, whole),
-        "npp_build_prob": (None, pointer, problem),
-        "npp_postprocess": (None, pointer, problem),
-        "npp_obtain_sol": (None, pointer, problem),
-        "npp_free_wksp": (None, pointer),
-        "get_status": (whole, problem),
-        "get_it_cnt": (whole, problem),
-        "get_prim_stat": (whole, problem),
-        "get_obj_val": (real, problem),
-        "get_row_prim": (real,),
-        "get_row_dual": (real,),
-        "get_col_prim": (real,),
-        "get_col_dual": (real,),
-        "mip_status": (whole, problem),
-        "mip_obj_val": (real, problem),
-        "mip_row_val": (real,),
-        "mip_col_val": (real,),
-        "free_env": (whole,),
-    }
+TYPES = {"p": ctypes.c_void_p, "s": ctypes.c_char_p, "i": ctypes.c_int, "d": ctypes.c_double,
+         "-": None}
+# Result and arguments of each routine, by these letters. Those that are called for each row or
+# column (*) get their arguments in the library's own types, as to convert them takes longer than
+# the rest of a call.
+ROUTINES = """
+    create_prob p   delete_prob -p   erase_prob -p   read_mps ipips   get_prob_name sp
+    get_row_name s*   get_col_name s*   get_num_rows ip   get_num_cols ip   get_num_nz ip
+    add_rows ipi   add_cols ipi   set_row_bnds -*   set_col_bnds -*   get_row_lb d*   get_row_ub d*
+    get_col_lb d*   get_col_ub d*   get_col_kind i*   set_col_kind -*   get_obj_dir ip
+    set_obj_dir -pi   get_obj_coef d*   set_obj_coef -*   get_mat_row ipipp   get_mat_col i*
+    set_mat_row -piipp   load_matrix -pippp   scale_prob -pi   adv_basis -pi   init_smcp -p
+    simplex ipp   get_it_cnt ip   get_status ip   get_prim_stat ip   get_obj_val dp
+    get_row_prim d*   get_row_dual d*   get_col_prim d*   get_col_dual d*   init_iocp -p
+    intopt ipp   ios_terminate -p   ios_best_node ip   ios_node_bound dpi   mip_status ip
+    mip_obj_val dp   mip_row_val d*   mip_col_val d*   npp_alloc_wksp p   npp_load_prob -ppii
+    npp_preprocess1 ipi   npp_build_prob -pp   npp_postprocess -pp   npp_obtain_sol -pp
+    npp_free_wksp -p   free_env i
+"""
 
 
 class Library:
@@ -133,9 +85,12 @@ class Library:
         except OSError:
             raise SolverError("GLPK is missing: %s can't be loaded; on Debian: apt-get install "
                               "libglpk40" % name) from None
-        for routine, (result, *arguments) in _prototypes().items():
+        words = iter(ROUTINES.split())
+        for routine, (result, *arguments) in zip(words, words):
             function = getattr(self.loaded, "glp_" + routine)
-            function.restype, function.argtypes = result, arguments or None
+            function.restype = TYPES[result]
+            if arguments != ["*"]:
+                function.argtypes = [TYPES[letter] for letter in arguments]
             setattr(self, routine, function)
 
     def __getattr__(self, name: str) -> Any:
@@ -149,8 +104,8 @@ class Thread:
         self.lib, self.lost = library, ""
         self.stopping = False  # what runs is to end soon
         self.messages: List[str] = []  # what the library printed in the last call
-        self._calls: "queue.SimpleQueue[Any]" = queue.SimpleQueue()
-        self._answers: "queue.SimpleQueue[Any]" = queue.SimpleQueue()
+        self._calls: queue.SimpleQueue[Any] = queue.SimpleQueue()
+        self._answers: queue.SimpleQueue[Any] = queue.SimpleQueue()
         self._on_print = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_void_p, ctypes.c_char_p)(
             self._keep_message)
         self._on_error = ctypes.CFUNCTYPE(None, ctypes.c_void_p)(self._stop_for_good)
@@ -245,9 +200,7 @@ class Thread:
         self.lost = "stopped (%s)" % " ".join("".join(self.messages[-2:]).split())
         self.lib.free_env()
         self._current.put(("error", SolverError("GLPK " + self.lost)))
-        threading.Lock().acquire()
-        forever = threading.Event()
-        forever.wait()
+        threading.Event().wait()
 
 
 _library: List[Library] = []

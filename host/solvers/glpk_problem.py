@@ -15,7 +15,7 @@ from typing import Any, Callable, Iterable, List, Sequence, Tuple
 
 from ..data.assembly import rows_of_entries, sort_triplets
 from ..data.buffers import zeros
-from .glpk_library import Library
+from .glpk_library import Thread
 from .problem import Forms, Problem
 
 FREE, LOWER, UPPER, DOUBLE, FIXED = 1, 2, 3, 4, 5  # kinds of bounds
@@ -26,9 +26,9 @@ LARGEST = 1.7976931348623157e308  # stands for an infinite bound
 
 
 class NativeProblem:
-    def __init__(self, lib: Library) -> None:
-        self.lib = lib
-        self.handle = ctypes.c_void_p(lib.create_prob())
+    def __init__(self, thread: Thread) -> None:
+        self.thread, self.lib = thread, thread.lib
+        self.handle = ctypes.c_void_p(self.lib.create_prob())
 
     def delete(self) -> None:
         self.lib.delete_prob(self.handle)
@@ -99,32 +99,15 @@ class NativeProblem:
                  subj: array[int], val: array[float]) -> None:
         """The terms of some rows: columns and coefficients at the places `begin` up to but not
         including `end` of the lists `subj` (i32, ascending) and `val` (f64)."""
-        if self.lib.get_num_nz(self.handle) == 0:
-            self._load_rows(rows, begins, ends, subj, val)
-            return
         for i, begin, end in zip(rows, begins, ends):
             # The library reads from the second entry on.
             self.lib.set_mat_row(self.handle, i, end - begin, address(subj, begin - 1),
                                  address(val, begin - 1))
 
-    def _load_rows(self, rows: Sequence[int], begins: Sequence[int], ends: Sequence[int],
-                   subj: array[int], val: array[float]) -> None:
-        """set_rows where no other row has terms: at once, which takes half the time."""
-        ia, ja, ar = array("i"), array("i"), array("d")
-        for i, begin, end in zip(rows, begins, ends):
-            ia.extend(array("i", [i]) * (end - begin))
-            ja.extend(subj[begin:end])
-            ar.extend(val[begin:end])
-        self.lib.load_matrix(self.handle, len(ar), address(ia, -1), address(ja, -1),
-                             address(ar, -1))
-
     def change_rows(self, rows: Sequence[int], begins: Sequence[int], ends: Sequence[int],
                     subj: array[int], val: array[float]) -> None:
         """Gives columns of some rows other coefficients, told as in `set_rows`. The other terms of
         these rows stay."""
-        if self.lib.get_num_nz(self.handle) == 0 and any(val):
-            self.set_rows(rows, begins, ends, subj, val)
-            return
         for i, begin, end in zip(rows, begins, ends):
             self._change_row(i, subj[begin:end], val[begin:end])
 
@@ -208,7 +191,7 @@ def compact(forms: Forms, columns: int) -> Tuple[array[int], array[int], array[f
     return sort_triplets(len(forms), columns, forms.subi, forms.subj, forms.cof)
 
 
-def address(numbers: "array[Any]", place: int = 0) -> int:
+def address(numbers: array[Any], place: int = 0) -> int:
     """Where entry `place` of an array lies."""
     return numbers.buffer_info()[0] + place * numbers.itemsize
 

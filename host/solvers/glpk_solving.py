@@ -10,7 +10,7 @@ import math
 from typing import Callable, Optional, Tuple
 
 from .adapter import SolverError
-from .glpk_library import CALLBACK, IntegerParameters, Interrupted, SimplexParameters, Thread
+from .glpk_library import CALLBACK, IntegerParameters, Interrupted, SimplexParameters
 from .glpk_problem import NativeProblem
 from .problem import (FEASIBLE, INFEASIBLE, INFEASIBLE_OR_UNBOUNDED, LIMIT, OPTIMAL, UNBOUNDED)
 
@@ -30,8 +30,8 @@ class Run:
     """One call of the solver. `bound` is what it has proved of an integer problem that it could
     not finish."""
 
-    def __init__(self, thread: Thread, native: NativeProblem) -> None:
-        self.thread, self.lib, self.native = thread, thread.lib, native
+    def __init__(self, native: NativeProblem) -> None:
+        self.thread, self.lib, self.native = native.thread, native.lib, native
         self.bound = math.nan
 
     def linear(self, warm: bool, objective_changed: bool) -> str:

@@ -38,8 +38,8 @@ QUADRATIC, ROTATED, SEMIDEFINITE = "quadratic", "rotated", "semidefinite"
 OFF_DIAGONAL = math.sqrt(2.0)  # a slot off the diagonal is the entry of its matrix times this
 
 OPTIMAL, FEASIBLE, INFEASIBLE, UNBOUNDED = "optimal", "feasible", "infeasible", "unbounded"
-INFEASIBLE_OR_UNBOUNDED, INACCURATE = "infeasible or unbounded", "inaccurate"
-LIMIT, INTERRUPTED = "limit", "interrupted"
+INFEASIBLE_OR_UNBOUNDED = "infeasible or unbounded"
+INACCURATE, LIMIT = "inaccurate", "limit"
 
 
 def triangle(dim: int) -> List[Tuple[int, int]]:
@@ -74,8 +74,9 @@ class Forms:
     @classmethod
     def zero(cls, count: int) -> Forms:
         """`count` forms without terms."""
-        lists = (array(kind) for kind in "iidiiiid")
-        return cls(zeros("f64", count), *lists)
+        i32, f64 = array("i"), array("d")
+        return cls(zeros("f64", count), i32[:], i32[:], f64[:], i32[:], i32[:], i32[:], i32[:],
+                   f64[:])
 
     def __len__(self) -> int:
         return len(self.offset)
@@ -166,10 +167,10 @@ class Solution:
 
     `status` is one of
         "optimal"
-        "feasible"                  a time limit or an interruption came before the optimum
+        "feasible"                  the time limit came before the optimum
         "infeasible", "unbounded", "infeasible or unbounded"
         "inaccurate"                nearly optimal: the solver missed the accuracy that it aims at
-        "limit", "interrupted"      by these it ended, and has found nothing
+        "limit"                     the time limit came before anything was found
     `objective` is the value at the levels, `bound` what no solution can better, NaN where there is
     none; `words` is the solver's own account, in one line, `seconds` the time it took.
 

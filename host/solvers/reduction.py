@@ -71,7 +71,8 @@ class Reduced:
     def _fix(self, forms: List[Terms]) -> Dict[int, float]:
         """The columns that can have but one level, and those in none of the forms: they are best
         at one of their bounds."""
-        used, fixed = {atom for terms in forms for atom in terms}, {}  # type: ignore[var-annotated]
+        used = {atom for terms in forms for atom in terms}
+        fixed: Dict[int, float] = {}
         for j in range(1, len(self.lower)):
             lower, upper, cost = self.lower[j], self.upper[j], self.cost.get(j, 0.0)
             if lower > upper:
@@ -155,9 +156,6 @@ class Reduced:
         level = [0.0] * len(self._weight)
         for atom, value in (*self.fixed.items(), *levels.items()):
             level[atom] = value
-        values = lambda forms, terms: array("d", (
-            offset + math.fsum(v * level[atom] for atom, v in own.items())
-            for offset, own in zip(forms.offset, terms)))
         y = zeros("f64", len(p.row_lower))
         for (i, *_), dual in zip(self.rows, row_duals):
             y[i] = sign * dual
@@ -166,7 +164,7 @@ class Reduced:
             if cone.kind == ROTATED:
                 a, b = accy[cone.first : cone.first + 2]
                 accy[cone.first], accy[cone.first + 1] = HALF * (a + b), HALF * (a - b)
-        xc = values(p.rows, self._forms)
+        xc = values(p.rows, self._forms, level)
         self._require_sides(y, p.row_lower, p.row_upper)
         slc, suc = split_duals(y, p.maximize)
         slx, sux = split_duals(self._column_duals(y, accy), p.maximize)
@@ -174,7 +172,7 @@ class Reduced:
         return Solution(
             status, words, objective=xc[0], bound=xc[0] if status == "optimal" else math.nan,
             xx=array("d", level[:count]), slx=slx, sux=sux, xc=xc, slc=slc, suc=suc,
-            accx=values(p.slots, self._slot_forms), accy=accy,
+            accx=values(p.slots, self._slot_forms, level), accy=accy,
             barx=array("d", (level[k] / self._weight[k] for k in entries)),
             bars=array("d", (sign * dual / self._weight[k]
                              for k, dual in zip(entries, matrix_duals))))
@@ -196,3 +194,9 @@ class Reduced:
         for k, dual in enumerate(duals):
             if dual != 0.0 and math.isinf(lower[k] if self.sign * dual > 0.0 else upper[k]):
                 duals[k] = 0.0
+
+
+def values(forms: Forms, terms: List[Terms], level: Sequence[float]) -> array[float]:
+    """Those of the forms, which have these terms, where the atoms have these levels."""
+    return array("d", (offset + math.fsum(v * level[atom] for atom, v in own.items())
+                       for offset, own in zip(forms.offset, terms)))
