@@ -145,6 +145,7 @@ class Linear(DemoCase):
         for expected, answer in (
             ("required: FILE", self.run_host()),
             ("No such file", self.run_host(self.path)),
+            ("problem.lp is neither an MPS file", self.run_host("problem.lp")),
             ("directory", self.run_host(os.path.dirname(self.path))),
             ("not an MPS file: line 1", self.solve("hello\n")),
             ("not an MPS file: line 1", self.solve("")),
