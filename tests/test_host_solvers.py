@@ -361,6 +361,11 @@ class InPlace(unittest.TestCase):
                     terms = sorted((j, v) for j, v in form.items() if j > 0)
                     adapter.set_rows([i + 1], [0], [len(terms)], array("i", [j for j, _ in terms]),
                                      array("d", [v for _, v in terms]))
+                if step % 4 == 3:  # one goes
+                    i = rng.randrange(m + 1)
+                    rows[i] = {0: 0.0}, *FREE
+                    adapter.set_rows([i + 1], [0], [0], array("i"), array("d"))
+                    adapter.set_row_bounds([i + 1], [-inf], [inf], [0.0])
                 case = Case("max" if step % 3 else "min", objective, columns, rows,
                             integer=range(1, len(columns) + 1) if seed % 2 else ())
                 adapter.maximize = case.maximize

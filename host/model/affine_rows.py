@@ -109,6 +109,11 @@ def with_terms(forms: Forms, subi: Any, subj: Any, val: Any, tables: ElementTabl
     if len(val) == 0:
         return forms
     forms = forms.copy()
+    if min(subj) > 0:
+        forms.subi.extend(subi)
+        forms.subj.extend(subj)
+        forms.cof.extend(val)
+        return forms
     for i, j, v in zip(subi, subj, val):
         if j == 0:
             forms.offset[i] += v

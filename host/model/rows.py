@@ -10,6 +10,7 @@ from typing import Any, Iterable, List, Set, Tuple
 
 from ..closures import closure
 from ..data.buffers import zeros
+from ..data.entries import nonzeros
 from ..evaluator.stacks import Expression, Stack
 from ..solvers.problem import Forms
 from .affine_rows import ElementTables, evaluated, stored_rows, with_terms
@@ -116,6 +117,8 @@ class Rows:
         """The rows get the elements of the finished expression `e`, whose numbers are `forms`."""
         self.offset.write(w, e, forms, rows)
         forms.offset = zeros("f64", 0)
+        if e.ncodeatom > 0:  # a term with a program has the number 0.0
+            forms.subi, forms.subj, forms.cof = nonzeros(forms.subi, forms.subj, forms.cof)
         self.terms.add(forms, stored_rows(w, e, rows))
 
     def write_objective(self, w: Stack, e: Expression, forms: Forms) -> None:

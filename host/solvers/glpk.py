@@ -42,7 +42,8 @@ class Glpk(Adapter):
         self._offset = zeros("f64", 1)  # by row
         self._integer = bytearray(1)  # by column
         self._crossed: Tuple[Set[int], Set[int]] = set(), set()  # rows, columns without room
-        self._maximize = self._has_basis = self._objective_changed = False
+        self._maximize = self._has_basis = False
+        self._primal = False  # whether the basis is more likely primal feasible than dual
 
     def __del__(self) -> None:
         native = getattr(self, "_native", None)
@@ -109,7 +110,7 @@ class Glpk(Adapter):
     def maximize(self, value: bool) -> None:
         if value != self._maximize:
             self._do("set_direction", value)
-            self._maximize, self._objective_changed = value, True
+            self._maximize, self._primal = value, True
 
     def add_columns(self, lower: Sequence[float], upper: Sequence[float], integer: Iterable[int]
                     ) -> None:
@@ -119,7 +120,7 @@ class Glpk(Adapter):
         self._integer.extend(integer)
         bounds = self._column_sides(range(first, first + len(lower)), lower, upper)
         self._do("add_columns", *bounds, integer)
-        self._objective_changed = True
+        self._primal = True
 
     def add_rows(self, lower: Sequence[float], upper: Sequence[float],
                  offset: Optional[Sequence[float]] = None) -> None:
@@ -174,7 +175,7 @@ class Glpk(Adapter):
         """The coefficients of some columns, and of column 0 the constant."""
         require_numbers(coefficients, lambda k: place(0, columns[k]))
         self._do("set_objective", columns, coefficients)
-        self._objective_changed = True
+        self._primal = True
 
     def set_rows(self, rows: Sequence[int], begins: Sequence[int], ends: Sequence[int],
                  subj: array[int], val: array[float]) -> None:
@@ -196,7 +197,8 @@ class Glpk(Adapter):
                 raise IndexError("a term of row %d names a column that is not in the problem" % i)
             if not sound:
                 require_numbers(val[begin:end], lambda k: place(i, subj[begin + k]))
-        self._do(change, rows, begins, ends, subj, val)
+        self._primal = self._primal or any(map(int.__eq__, begins, ends))
+        self._has_basis &= self._do(change, rows, begins, ends, subj, val)
 
     def column_lengths(self, columns: Iterable[int]) -> List[int]:
         """The number of terms in each of the `columns`."""
@@ -224,13 +226,13 @@ class Glpk(Adapter):
     def _run(self, native: NativeProblem, warm: bool) -> Solution:
         """In the library's thread."""
         run, integer = Run(native), any(self._integer)
-        status = run.integer(warm) if integer else run.linear(warm, self._objective_changed)
+        status = run.integer(warm) if integer else run.linear(warm, self._primal)
         found = Solution(status, run.last_words())
         if integer:
             found.bound = run.bound
         if status in (OPTIMAL, FEASIBLE):
             self._read(native, found, integer)
-            self._has_basis, self._objective_changed = self._has_basis or not integer, False
+            self._has_basis, self._primal = self._has_basis or not integer, False
         if status == OPTIMAL:
             found.bound = found.objective
         return found

@@ -72,7 +72,8 @@ ROUTINES = """
     intopt ipp   ios_terminate -p   ios_best_node ip   ios_node_bound dpi   mip_status ip
     mip_obj_val dp   mip_row_val d*   mip_col_val d*   npp_alloc_wksp p   npp_load_prob -ppii
     npp_preprocess1 ipi   npp_build_prob -pp   npp_postprocess -pp   npp_obtain_sol -pp
-    npp_free_wksp -p   free_env i
+    npp_free_wksp -p   get_row_stat i*   set_row_stat -*   set_col_stat -*   bf_exists ip
+    factorize ip   eval_tab_col ipipp   prim_rtest ipippid   free_env i
 """
 
 
@@ -86,11 +87,11 @@ class Library:
             raise SolverError("GLPK is missing: %s can't be loaded; on Debian: apt-get install "
                               "libglpk40" % name) from None
         words = iter(ROUTINES.split())
-        for routine, (result, *arguments) in zip(words, words):
+        for routine, letters in zip(words, words):
             function = getattr(self.loaded, "glp_" + routine)
-            function.restype = TYPES[result]
-            if arguments != ["*"]:
-                function.argtypes = [TYPES[letter] for letter in arguments]
+            function.restype = TYPES[letters[0]]
+            if letters[1:] != "*":
+                function.argtypes = [TYPES[letter] for letter in letters[1:]]
             setattr(self, routine, function)
 
     def __getattr__(self, name: str) -> Any:

@@ -22,6 +22,10 @@ FREE, LOWER, UPPER, DOUBLE, FIXED = 1, 2, 3, 4, 5  # kinds of bounds
 KINDS = ((FREE, UPPER), (LOWER, DOUBLE))  # by whether there is a lower and an upper bound
 MINIMIZE, MAXIMIZE = 1, 2
 CONTINUOUS, INTEGER, BINARY = 1, 2, 3
+BASIC, AT_LOWER, AT_UPPER = 1, 2, 3  # statuses in a basis
+FEASIBLE = 2
+FEW = 20  # rows that are emptied: for more, to keep the basis takes longer than to make a new one
+PIVOT = 1e-9  # in size, at least
 LARGEST = 1.7976931348623157e308  # stands for an infinite bound
 
 
@@ -96,36 +100,74 @@ class NativeProblem:
             pass
 
     def set_rows(self, rows: Sequence[int], begins: Sequence[int], ends: Sequence[int],
-                 subj: array[int], val: array[float]) -> None:
+                 subj: array[int], val: array[float]) -> bool:
         """The terms of some rows: columns and coefficients at the places `begin` up to but not
-        including `end` of the lists `subj` (i32, ascending) and `val` (f64)."""
+        including `end` of the lists `subj` (i32, ascending) and `val` (f64). Returns whether there
+        can still be a start from the basis."""
+        sound = sum(map(int.__eq__, begins, ends)) <= FEW
         for i, begin, end in zip(rows, begins, ends):
+            sound = sound and self._keeps_basis(i, subj[begin:end], val[begin:end])
             # The library reads from the second entry on.
             self.lib.set_mat_row(self.handle, i, end - begin, address(subj, begin - 1),
                                  address(val, begin - 1))
+        return sound
+
+    def _keeps_basis(self, row: int, subj: array[int], val: array[float]) -> bool:
+        """Whether the basis can't become singular if a row gets these terms: of such a basis the
+        library may die. A basic row may have any, another one those that it had, with other
+        coefficients."""
+        if self.lib.get_row_stat(self.handle, row) == BASIC:
+            return True
+        if len(subj) == 0:
+            return self._make_basic(row)
+        held = zeros("i32", self.lib.get_mat_row(self.handle, row, None, None))
+        self.lib.get_mat_row(self.handle, row, address(held, -1), None)
+        return sorted(held) == subj.tolist() and 0.0 not in val
+
+    def _make_basic(self, row: int) -> bool:
+        """Moves a row off its bound, until another row or column that is basic comes to one of its
+        own. Returns whether that could be done."""
+        lib, handle = self.lib, self.handle
+        status = lib.get_row_stat(handle, row)
+        if (lib.get_prim_stat(handle) != FEASIBLE
+                or not lib.bf_exists(handle) and lib.factorize(handle) != 0):
+            return False
+        ind, val = zeros("i32", self.rows + 1), zeros("f64", self.rows + 1)
+        count = lib.eval_tab_col(handle, row, address(ind), address(val))
+        direction = 1 if status == AT_UPPER else -1
+        place = lib.prim_rtest(handle, count, address(ind), address(val), direction, PIVOT)
+        if place == 0:
+            return False
+        lib.set_row_stat(handle, row, BASIC)
+        at = AT_UPPER if val[place] * direction > 0.0 else AT_LOWER
+        if ind[place] <= self.rows:
+            lib.set_row_stat(handle, ind[place], at)
+        else:
+            lib.set_col_stat(handle, ind[place] - self.rows, at)
+        return True
 
     def change_rows(self, rows: Sequence[int], begins: Sequence[int], ends: Sequence[int],
-                    subj: array[int], val: array[float]) -> None:
+                    subj: array[int], val: array[float]) -> bool:
         """Gives columns of some rows other coefficients, told as in `set_rows`. The other terms of
         these rows stay."""
-        for i, begin, end in zip(rows, begins, ends):
-            self._change_row(i, subj[begin:end], val[begin:end])
+        return all([self._change_row(i, subj[begin:end], val[begin:end])
+                    for i, begin, end in zip(rows, begins, ends)])
 
-    def _change_row(self, i: int, subj: array[int], val: array[float]) -> None:
+    def _change_row(self, i: int, subj: array[int], val: array[float]) -> bool:
         length = self.lib.get_mat_row(self.handle, i, None, None)
         held, numbers = zeros("i32", length), zeros("f64", length)
         self.lib.get_mat_row(self.handle, i, address(held, -1), address(numbers, -1))
         # The library has the terms of a row that was set in the opposite order.
         if memoryview(held)[::-1] == memoryview(subj):
             if memoryview(numbers)[::-1] == memoryview(val):
-                return
+                return True
         else:
             before, after = dict(zip(held, numbers)), dict(zip(subj, val))
             if all(before.get(j, 0.0) == coefficient for j, coefficient in after.items()):
-                return
+                return True
             terms = sorted({**before, **after}.items())
             subj, val = array("i", [j for j, _ in terms]), array("d", [v for _, v in terms])
-        self.set_rows([i], [0], [len(subj)], subj, val)
+        return self.set_rows([i], [0], [len(subj)], subj, val)
 
     # Reading it.
 

@@ -34,10 +34,10 @@ class Run:
         self.thread, self.lib, self.native = native.thread, native.lib, native
         self.bound = math.nan
 
-    def linear(self, warm: bool, objective_changed: bool) -> str:
-        """Solves without regard to integer columns: from the present basis, or else presolved.
-        Returns the status; levels and duals are in the problem if that is "optimal" or "feasible".
-        """
+    def linear(self, warm: bool, primal: bool) -> str:
+        """Solves without regard to integer columns: from the present basis, which is more likely
+        `primal` feasible or dual, or else presolved. Returns the status; levels and duals are in
+        the problem if that is "optimal" or "feasible"."""
         handle = self.native.handle
         try:
             if not warm:
@@ -45,7 +45,7 @@ class Run:
                 if status is not None:
                     return status
                 self._fresh(handle)
-            method = PRIMAL if objective_changed or not warm else DUAL_THEN_PRIMAL
+            method = PRIMAL if primal or not warm else DUAL_THEN_PRIMAL
             if self._simplex(handle, method) in SINGULAR:
                 self._fresh(handle)
                 self._simplex(handle, PRIMAL)
