@@ -1,46 +1,19 @@
-"""Semidefinite problems in SDPA's format: read, and solved on two roads."""
+"""SDPA's format: what is written is read, also by way of a model; errors name the line."""
 
 import io
-import math
 import random
-import shutil
 import unittest
 import unittest.mock
 
-from host.solvers.csdp import sdpa_text
-from host.formats.sdpa import FormatError, SdpaProblem
 from host.demo.semidefinite import build
+from host.formats.sdpa import FormatError, SdpaProblem
+from host.solvers.csdp import sdpa_text
 from support import f64
-
-
-# The largest eigenvalue of [[2, 1], [1, 2]], with a diagonal block for what the trace leaves.
-EIGENVALUE = """\
-"a comment
-* another
-1 = number of constraints
-2 = number of blocks
-{2, -1}
-(1.0)
-0 1 1 1 2.0
-0 1 1 2 1.0
-0 1 2 2 2
-1 1 1 1 1
-1 1 2 2 1.0
-1 2 1 1 1
-"""
 
 
 def sdpa(constraints, blocks, c, *entries):
     return "\n".join((str(constraints), str(len(blocks)), " ".join(map(str, blocks)), c,
                       *entries)) + "\n"
-
-
-def pentagon():
-    """Lovasz' theta number of the cycle of five nodes: the square root of 5."""
-    ones = ["0 1 %d %d 1" % (i, j) for i in range(1, 6) for j in range(i, 6)]
-    trace = ["1 1 %d %d 1" % (i, i) for i in range(1, 6)]
-    edges = ["%d 1 %d %d 1" % (k + 2, *sorted((k % 5 + 1, (k + 1) % 5 + 1))) for k in range(5)]
-    return sdpa(6, [5], "1 0 0 0 0 0", *ones, *trace, *edges)
 
 
 class Format(unittest.TestCase):

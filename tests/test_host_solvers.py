@@ -67,7 +67,8 @@ class Case:
 
 # The known levels and duals are of the columns and of the rows.
 MIXED = dict(columns=[(0, 3), (0, inf), (-1, inf)], rows=[
-    ({1: 1, 2: 1}, 4, 4), ({2: 1, 3: 1, 0: 1}, 2, 4), ({1: -1, 0: 5}, -inf, 4), ({1: 1, 3: 1}, *FREE)])
+    ({1: 1, 2: 1}, 4, 4), ({2: 1, 3: 1, 0: 1}, 2, 4), ({1: -1, 0: 5}, -inf, 4),
+    ({1: 1, 3: 1}, *FREE)])
 A = {(0, 0, 0): 2, (0, 1, 0): 1, (0, 1, 1): 2}  # eigenvalues 1 and 3
 TRACE = {(0, 0, 0): 1, (0, 1, 1): 1}
 CASES = {

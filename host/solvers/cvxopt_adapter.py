@@ -61,8 +61,8 @@ class Cvxopt(Adapter):
 
 
 def solve_pair(pair: Pair, options: Options, end: float) -> Found:
-    """The solution of a pair without equations. Raises TimeIsUp if the clock shows `end` before, and SolverError if
-    the solver fails."""
+    """The solution of a pair without equations. Raises TimeIsUp if the clock shows `end` before,
+    which is looked at in each iteration, and SolverError if the solver fails."""
     import cvxopt.misc  # type: ignore[import]
     import cvxopt.solvers
 

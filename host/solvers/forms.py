@@ -15,11 +15,12 @@ from dataclasses import replace
 from typing import Dict, List, Sequence, Tuple
 
 from .adapter import AUTOMATIC, GEOMETRIC, STANDARD, Options, SolverError
-from .problem import (INACCURATE, INFEASIBLE, INFEASIBLE_OR_UNBOUNDED, OPTIMAL, SEMIDEFINITE, UNBOUNDED,
-                      Problem, Solution)
 from .elimination import solve_reduced
 from .pair import FIRST, SECOND, Found, Pair, Solver
+from .problem import (INACCURATE, INFEASIBLE, INFEASIBLE_OR_UNBOUNDED, OPTIMAL, SEMIDEFINITE,
+                      UNBOUNDED, Problem, Solution)
 from .reduction import Reduced, Terms
+
 
 def solve(problem: Problem, options: Options, solver: Solver) -> Solution:
     """The solution of the problem by a solver of pairs."""

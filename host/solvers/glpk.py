@@ -217,7 +217,8 @@ class Glpk(Adapter):
             return Solution(INFEASIBLE, "the bounds of a row or column leave no room")
         warm = options.start is not None and self._has_basis
         try:
-            found = native.thread.call(self._run, native, warm, log=options.log, seconds=options.seconds)
+            found = native.thread.call(self._run, native, warm, log=options.log,
+                                       seconds=options.seconds)
         except Interrupted:
             found = Solution(LIMIT, "the time limit is reached")
         found.seconds = time.perf_counter() - start

@@ -21,7 +21,7 @@ from .problem import Forms, Problem
 FREE, LOWER, UPPER, DOUBLE, FIXED = 1, 2, 3, 4, 5  # kinds of bounds
 KINDS = ((FREE, UPPER), (LOWER, DOUBLE))  # by whether there is a lower and an upper bound
 MINIMIZE, MAXIMIZE = 1, 2
-CONTINUOUS, INTEGER, BINARY = 1, 2, 3
+CONTINUOUS, INTEGER = 1, 2  # kinds of columns
 BASIC, AT_LOWER, AT_UPPER = 1, 2, 3  # statuses in a basis
 FEASIBLE = 2
 FEW = 20  # rows that are emptied: for more, to keep the basis takes longer than to make a new one

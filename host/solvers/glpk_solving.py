@@ -7,7 +7,7 @@ from __future__ import annotations
 
 import ctypes
 import math
-from typing import Callable, Optional, Tuple
+from typing import Callable, Optional
 
 from .adapter import SolverError
 from .glpk_library import CALLBACK, IntegerParameters, Interrupted, SimplexParameters
