@@ -12,8 +12,8 @@ With --matrix-parameters each nonzero of the constraint matrix is a parameter of
 are done for the matrix as it is, and for one with each nonzero times a random factor between 0.9
 and 1.1, the same ones in each run.
 
-The time in the host takes in handing the model to the solver and taking the solution from it; the
-time in the solver is that of solving alone. Reading the file is in neither, and the second road is
+The time in the host takes in handing the model to the solver; the time in the solver is that of
+solving and of taking the solution from it. Reading the file is in neither, and the second road is
 not in the account. While all this takes its time, standard error tells the step that it is in, if
 that is a terminal.
 
