@@ -1,5 +1,6 @@
 """The closures by number, counted and timed in one place."""
 
+import functools
 import importlib
 import pathlib
 import sys
@@ -10,6 +11,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILDS = (ROOT / "build" / "release", ROOT / "build")
 
 
+@functools.lru_cache(maxsize=None)
 def load() -> Any:
     """The module `fragments`, from the path or from a build below the project's root.
 
