@@ -277,8 +277,12 @@ def require_matrix(f: Any) -> Formula:
 
 
 def diagonal(f: Any) -> Formula:
-    rows, columns = require_matrix(f).shape
-    return picked(f, array("q", range(0, min(rows, columns) * (columns + 1), columns + 1)))
+    matrix = require_matrix(f)
+    product = algebra.diagonal(matrix)
+    if product is not None:
+        return product
+    rows, columns = matrix.shape
+    return picked(matrix, array("q", range(0, min(rows, columns) * (columns + 1), columns + 1)))
 
 
 def diag(f: Any) -> Formula:
