@@ -269,11 +269,10 @@ def sum_axes(f: Formula, axis: Union[None, int, Sequence[int]] = None) -> Formul
 
 
 def require_matrix(f: Any) -> Formula:
-    f = tree.as_formula(f)
-    if f.ndim != 2:
-        raise ValueError("a matrix is needed, not the shape %s of %s" % (list(f.shape),
-                                                                         printing.short(f)))
-    return f
+    g = tree.as_formula(f)
+    if g.ndim != 2:
+        raise ValueError("a matrix is needed, not the shape %s of %s" % (list(g.shape), g))
+    return g
 
 
 def diagonal(f: Any) -> Formula:
