@@ -88,7 +88,10 @@ class Library:
                               "libglpk40" % name) from None
         words = iter(ROUTINES.split())
         for routine, letters in zip(words, words):
-            function = getattr(self.loaded, "glp_" + routine)
+            function = getattr(self.loaded, "glp_" + routine, None)
+            if function is None:
+                raise SolverError("GLPK is too old: version 5.0 or newer is needed, as %s has no "
+                                  "routine glp_%s" % (name, routine))
             function.restype = TYPES[letters[0]]
             if letters[1:] != "*":
                 function.argtypes = [TYPES[letter] for letter in letters[1:]]
