@@ -258,7 +258,7 @@ class Semidefinite(DemoCase):
             ("line 1: 'hello' stands where", self.solve("hello\n")),
             ("line 5: the entry (1, 3) lies outside of block 1",
              self.solve(sdpa(1, [2], "1", "1 1 1 3 1"))),
-            ("CSDP says: Success: SDP is primal infeasible", self.solve(infeasible)),
+            ("the semidefinite problem is infeasible (", self.solve(infeasible)),
             ("--maximize", self.solve(EIGENVALUE, "--maximize")),
             ("no program csdp", self.solve(EIGENVALUE, PATH="/nowhere")),
         ):

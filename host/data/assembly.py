@@ -48,8 +48,8 @@ def transpose_triplets(ptr: Array, columns: int, subj: Array, val: Array) -> Tri
 
 
 def rows_of_entries(ptr: Array) -> Array:
-    """The row (i32) of each entry of triplets by row, from where each row starts; the first does at
-    0."""
+    """The row (i32) of each entry of triplets by row, from where each row starts (i64); the first
+    does at 0."""
     n = ptr[-1]
     subi, column, val = zeros("i32", n), zeros("i32", n), zeros("f64", n)
     # Transposed as one column all entries stay in their places: so the values are not moved.

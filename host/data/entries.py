@@ -6,7 +6,6 @@ An entry is told by its subscripts, a row of them for each entry, or by its row-
 
 import itertools
 import math
-import sys
 from array import array
 from numbers import Integral
 from typing import Any, Callable, Iterable, Tuple
@@ -16,22 +15,7 @@ from .buffers import LARGEST, Array, Shape, Triplets, as_array, size, zeros
 from .shapes import checked_shape, within
 
 
-def all_finite(values: Array) -> bool:
-    """Whether no number (f64) is infinite or NaN."""
-    differences = zeros("f64", len(values))
-    closure(23, len(values), values, values, differences)
-    return bool(closure(635, 0, differences) == 0)  # each is 0.0, or NaN
-
-
-def all_of_size(values: Array, least: float, greatest: float) -> bool:
-    """Whether each number (f64) is 0.0 or, at least about, of a size between these: times one
-    factor what is larger becomes infinite, and times another what is less than half vanishes."""
-    n, scaled = len(values), zeros("f64", len(values))
-    closure(610, scaled, sys.float_info.max / greatest, n, values)
-    if not all_finite(scaled):
-        return False
-    closure(610, scaled, 5e-324 / least, n, values)
-    return bool(closure(635, 0, scaled) == closure(635, 0, values))
+FEW = 50  # numbers that are looked at faster one by one
 
 
 def nonzeros(subi_: Array, subj_: Array, val_: Array) -> Triplets:
@@ -113,6 +97,23 @@ def sorting_permutation(linear: Array, total: int) -> Array:
     closure(103, 1, base, base, perm, ptrb, linear)
     closure(103, base, base, 1, perm, ptrb, linear)
     return perm
+
+
+def all_finite(values: Array) -> bool:
+    """Whether no number of the list (f64) is infinite or NaN."""
+    if len(values) <= FEW:
+        return all(map(math.isfinite, values))
+    differences = zeros("f64", len(values))
+    closure(23, len(values), values, values, differences)
+    return bool(closure(400, differences, 0) == 0)  # each is 0.0, or else NaN
+
+
+def gathered(values: Any, places: Any) -> Array:
+    """values[k] (i32) for each of the places (i32)."""
+    values, places = as_array("i32", values), as_array("i32", places)
+    result = zeros("i32", len(places))
+    closure(307, result, rank2(places, len(places), 1), 1, values, as_array("i64", [1]))
+    return result
 
 
 def rank2(values: Any, rows: int, columns: int) -> Any:

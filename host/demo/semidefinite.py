@@ -118,7 +118,7 @@ class SemidefiniteRoads(Roads):
         return outcome
 
     def why_unsolved(self, outcome: Outcome) -> str:
-        return "CSDP says: %s" % self._words
+        return "the semidefinite problem is %s (%s)" % (outcome.status, self._words)
 
 
 def flat(blocks: Iterable[Sequence[Any]]) -> Iterator[float]:

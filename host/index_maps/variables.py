@@ -33,6 +33,13 @@ class Variable:
         """The number of stored elements."""
         return len(self.nativeidxs)
 
+    def narrow(self) -> Array:
+        """The native indexes in 32 bits."""
+        n = len(self)
+        result = zeros("i32", n + 1)  # the closure leaves the first
+        closure(246, n, self.nativeidxs, result)
+        return result[1:]
+
     # Views.
 
     def slice(self, first: Sequence[int], last: Sequence[int]) -> "Variable":

@@ -4,11 +4,11 @@ depends on parameters in a row store."""
 from __future__ import annotations
 
 import itertools
-import operator
 from array import array
 from typing import Any, Iterable, List, Sequence
 
 from ..closures import closure
+from ..data.assembly import rows_of_entries
 from ..data.buffers import zeros
 from ..data.entries import all_finite
 from ..evaluator.stacks import Expression, Stack
@@ -73,7 +73,9 @@ def split(tables: ElementTables, w: Stack, e: Expression) -> Forms:
 
 def owners(ptr: Sequence[int]) -> Any:
     """For each entry the row (i32) that it stands in, from where each row begins."""
-    return repeated(range(len(ptr) - 1), map(operator.sub, ptr[1:], ptr))
+    wide = zeros("i64", len(ptr))
+    closure(197, ptr, wide)
+    return rows_of_entries(wide)
 
 
 def repeated(values: Iterable[int], counts: Iterable[int]) -> Any:
@@ -107,6 +109,11 @@ def with_terms(forms: Forms, subi: Any, subj: Any, val: Any, tables: ElementTabl
     if len(val) == 0:
         return forms
     forms = forms.copy()
+    if min(subj) > 0:
+        forms.subi.extend(subi)
+        forms.subj.extend(subj)
+        forms.cof.extend(val)
+        return forms
     for i, j, v in zip(subi, subj, val):
         if j == 0:
             forms.offset[i] += v

@@ -51,7 +51,7 @@ class Changes(Solving):
         if root.semidefinite:
             self.removed_matrices.update(self._matrices_of(root))
         else:
-            columns = array("i", root.map.nativeidxs)
+            columns = root.map.narrow()
             self.columns.give_back(columns)
             self.native.bounds.update(columns)
             self.native.note("columns removed", len(columns))
@@ -81,7 +81,7 @@ class Changes(Solving):
             root.require_kept()
             if root.semidefinite:
                 raise ValueError("%s is semidefinite: it has no bounds" % x)
-        columns = array("i", map.nativeidxs)
+        columns = map.narrow()
         for k, values in enumerate(sides(lower, upper, x.shape, str(x))):
             if (lower, upper)[k] is not None:
                 if map.sparsity is not None:

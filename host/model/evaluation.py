@@ -32,7 +32,11 @@ def evaluate(ev: Evaluator, root: Formula, variables: int) -> Expression:
             continue
         if f.op == "sum" and id(f) not in sums:
             sums[id(f)] = flattened(f, uses)
-        operands = f.operands if f.op != "sum" else [g for g, _ in sums[id(f)] if not atomic(g)]
+        operands: Any = f.operands
+        if f.op == "sum":
+            operands = [g for g, _ in sums[id(f)] if not atomic(g)]
+        elif f.op == "parameters":  # of which the first is an array of indexes
+            operands = f.operands[1:]
         missing = [g for g in operands if id(g) not in done]
         if missing:
             stack.extend(missing)
@@ -131,7 +135,7 @@ def parameter(ev: Evaluator, f: Any) -> Expression:
 
 def parameters_of(f: Any) -> IndexArray:
     """An array of parameters as the evaluator takes it."""
-    return IndexArray(f.map.shape, array("i", f.map.nativeidxs), f.map.sparsity)
+    return IndexArray(f.map.shape, f.map.narrow(), f.map.sparsity)
 
 
 def constants(ev: Evaluator, f: Formula) -> Expression:
@@ -154,7 +158,7 @@ def product(ev: Evaluator, f: Formula, e: Expression) -> Expression:
     return reshaped(ev, ev.mul_right(e, data.matrix(column=True)), f.shape)
 
 
-def parameters(ev: Evaluator, f: Formula, _: Expression, e: Expression) -> Expression:
+def parameters(ev: Evaluator, f: Formula, e: Expression) -> Expression:
     p, how = f.operands[0], f.data
     index = parameters_of(p)
     if how == ELEMENTS and p.shape == ():

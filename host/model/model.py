@@ -102,7 +102,7 @@ class Model(Changes):
 
     def parameter_values(self, p: Parameter) -> Any:
         values = zeros("f64", len(p.map))
-        closure(101, array("i", p.map.nativeidxs), self.param_value, values)
+        closure(101, p.map.narrow(), self.param_value, values)
         return nested(dense(values, p.map), p.shape)
 
     def set_parameter(self, p: Parameter, value: Any) -> None:
@@ -121,7 +121,7 @@ class Model(Changes):
             first = map.nativeidxs[0]
             self.param_value[first:first + len(map)] = values
         else:
-            closure(102, array("i", map.nativeidxs), self.param_value, values)
+            closure(102, map.narrow(), self.param_value, values)
         self.native.values = True
         self.changed("%s has another value" % p.name)
 

@@ -10,6 +10,7 @@ from typing import Any, Iterable, List, Set, Tuple
 
 from ..closures import closure
 from ..data.buffers import zeros
+from ..data.entries import nonzeros
 from ..evaluator.stacks import Expression, Stack
 from ..solvers.problem import Forms
 from .affine_rows import ElementTables, evaluated, stored_rows, with_terms
@@ -65,6 +66,9 @@ class Numbers:
         subi, subj, val = triplets
         moved: List[int] = []
         spans: List[Span] = []
+        if not any(subj):
+            closure(102, subi, self.moving, val)
+            return list(subi), spans, triplets
         for row, begin, end in self.store.spans() if len(val) > 0 else ():
             # Terms ascend: entries of matrices, the constant, and then the columns.
             at = next((k for k in range(begin, end) if subj[k] >= 0), end)
@@ -112,6 +116,8 @@ class Rows:
         """The rows get the elements of the finished expression `e`, whose numbers are `forms`."""
         self.offset.write(w, e, forms, rows)
         forms.offset = zeros("f64", 0)
+        if e.ncodeatom > 0:  # a term with a program has the number 0.0
+            forms.subi, forms.subj, forms.cof = nonzeros(forms.subi, forms.subj, forms.cof)
         self.terms.add(forms, stored_rows(w, e, rows))
 
     def write_objective(self, w: Stack, e: Expression, forms: Forms) -> None:
@@ -158,8 +164,9 @@ class Rows:
         self.compact()
         forms = self.terms
         if len(self.objective.subj) + len(self.objective.barsubj) + len(triplets[2]) > 0:
-            forms = forms.copy()
-            forms.add(self.objective, OBJECTIVE)
+            forms = Forms.zero(len(forms))
+            forms.add(self.objective, OBJECTIVE)  # first, so that rows in order stay so
+            forms.add_terms(self.terms)
             subi, subj, val = triplets
             forms = with_terms(forms, subi, subj, val, tables)
         forms.offset = self.offset.all()

@@ -127,7 +127,7 @@ class Solving(Printing):
     def bounds(self, x: Variable) -> Any:
         """The lower and the upper bounds of a variable."""
         x.require_kept()
-        columns, result = array("i", x.map.nativeidxs), []
+        columns, result = x.map.narrow(), []
         for table in (self.columns.lower, self.columns.upper):
             values = zeros("f64", len(columns))
             closure(101, columns, table, values)

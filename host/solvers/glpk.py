@@ -12,8 +12,8 @@ import time
 from array import array
 from typing import Any, Callable, Iterable, List, NoReturn, Optional, Sequence, Set, Tuple
 
-from ..data.buffers import zeros
-from ..data.entries import all_of_size
+from ..closures import closure
+from ..data.buffers import as_array, zeros
 from .adapter import Adapter, Options, SolverError
 from .glpk_library import Interrupted, library, thread
 from .glpk_problem import NativeProblem
@@ -21,6 +21,8 @@ from .glpk_solving import Run
 from .problem import FEASIBLE, INFEASIBLE, LIMIT, OPTIMAL, Problem, Solution, split_duals
 
 MOST = 100_000_000  # rows or columns
+MANY = 50  # numbers
+SHRINKING, GROWING = 2e-224, 1.8e208  # make the others 0 and infinite
 SMALLEST, GREATEST = 1e-100, 1e100  # of the size of a number other than 0
 ALMOST = 1e-9  # by how much the bound of an integer column may miss a whole number
 
@@ -186,7 +188,7 @@ class Glpk(Adapter):
 
     def _set_rows(self, change: str, rows: Sequence[int], begins: Sequence[int],
                   ends: Sequence[int], subj: array[int], val: array[float]) -> None:
-        sound = all_of_size(val, SMALLEST, GREATEST)
+        sound = are_ordinary(as_array("f64", val))
         for i, begin, end in zip(rows, begins, ends):
             if begin < end and not 1 <= subj[begin] <= subj[end - 1] <= self.columns:
                 raise IndexError("a term of row %d names a column that is not in the problem" % i)
@@ -263,11 +265,23 @@ def place(row: int, column: int) -> str:
     return "the coefficient of column %d in %s" % (column, where)
 
 
+def are_ordinary(values: "array[float]") -> bool:
+    """Whether all are 0 or clearly of such a size: times one factor none becomes 0, and times
+    another one none infinite."""
+    n, scaled = len(values), zeros("f64", len(values))
+    closure(610, scaled, SHRINKING, n, values)
+    if closure(400, scaled, 0) < closure(400, values, 0):
+        return False
+    closure(610, scaled, GROWING, n, values)
+    closure(23, n, scaled, scaled, scaled)
+    return bool(closure(400, scaled, 0) == 0)  # each is 0.0, or else NaN
+
+
 def require_numbers(numbers: Sequence[float], name: Callable[[int], str],
                     infinite: float = 0.0) -> None:
     """SolverError, with the name of the place, if a number is not 0, nor `infinite`, nor of a size
     that the library can work with."""
-    if isinstance(numbers, array) and infinite == 0.0 and all_of_size(numbers, SMALLEST, GREATEST):
+    if len(numbers) > MANY and are_ordinary(as_array("f64", numbers)):
         return
     sizes = [abs(number) for number in numbers if number != 0.0 and number != infinite]
     # The sum tells a NaN.

@@ -28,10 +28,11 @@ from __future__ import annotations
 
 import math
 from array import array
-from dataclasses import dataclass, fields
+from dataclasses import dataclass, fields, replace
 from typing import List, Optional, Tuple
 
 from ..data.buffers import zeros
+from ..data.entries import gathered
 
 QUADRATIC, ROTATED, SEMIDEFINITE = "quadratic", "rotated", "semidefinite"
 OFF_DIAGONAL = math.sqrt(2.0)  # a slot off the diagonal is the entry of its matrix times this
@@ -84,10 +85,13 @@ class Forms:
         """Adds form k of `forms` to form at[k]."""
         for k, offset in enumerate(forms.offset):
             self.offset[at[k]] += offset
-        self.subi.extend(map(at.__getitem__, forms.subi))
-        self.barsubi.extend(map(at.__getitem__, forms.barsubi))
-        for name in ("subj", "cof", "barsubj", "matsubi", "matsubj", "matcof"):
-            getattr(self, name).extend(getattr(forms, name))
+        self.add_terms(replace(forms, subi=gathered(at, forms.subi),
+                               barsubi=gathered(at, forms.barsubi)))
+
+    def add_terms(self, forms: Forms) -> None:
+        """Adds all terms of each of the `forms` to the one of its number."""
+        for field in fields(self)[1:]:
+            getattr(self, field.name).extend(getattr(forms, field.name))
 
     def copy(self) -> Forms:
         return Forms(*(getattr(self, field.name)[:] for field in fields(self)))
