@@ -244,6 +244,12 @@ class Sampler:
         return f.repeat(2, axis), d.indexed(axes)
 
     def diagonal(self, f, d):
+        n, m = f.shape
+        c, (p, q) = self.numbers((m, n)), self.parameters[3]
+        f, d = self.rng.choice([lambda: (f, d), lambda: (c.nested() @ f, c.matmul(d)),
+                                lambda: (f @ c.nested(), d.matmul(c)),
+                                lambda: (p @ f, q.matmul(d)) if n == 3 else (f, d),
+                                lambda: (f @ p, d.matmul(q)) if m == 3 else (f, d)])()
         return f.diagonal(), Dense((min(f.shape),), lambda k: d[k, k])
 
     def diag(self, f, d):
@@ -252,7 +258,10 @@ class Sampler:
 
     def outer(self, f, d):
         c = self.numbers((2,))
-        return host.outer(f, c.nested()), Dense(f.shape + (2,), lambda i, j: d[i,] * c[j,])
+        return self.rng.choice([
+            lambda: (host.outer(f, c.nested()), Dense(f.shape + (2,), lambda i, j: d[i,] * c[j,])),
+            lambda: (host.outer(c.nested(), f), Dense((2,) + f.shape, lambda i, j: c[i,] * d[j,]))
+        ])()
 
     def square(self, f, d):
         return self.rng.choice([

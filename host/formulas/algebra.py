@@ -5,7 +5,7 @@ are; what is made of them is taken apart: (p + 1) f is p f + f, and (C P) f is C
 """
 
 import math
-from typing import Any, Iterable, List, Tuple
+from typing import Any, Iterable, List, Optional, Tuple
 
 from ..data.constants import Constant
 from . import printing, structure, tree
@@ -13,6 +13,8 @@ from .tree import Formula, Shape
 
 # What an operator does with its second operand, seen from the factor.
 LEFT, RIGHT, ELEMENTS, DOT = "left", "right", "elements", "dot"
+DIAGONAL_LEFT, DIAGONAL_RIGHT = "diagonal left", "diagonal right"
+OUTER_LEFT, OUTER_RIGHT = "outer left", "outer right"  # of constant data and a variable
 
 
 def finite(value: Any) -> float:
@@ -127,6 +129,11 @@ def dot(left: Any, right: Any) -> Formula:
 def outer(left: Any, right: Any) -> Formula:
     """The matrix of all products of an element of one vector and one of the other."""
     left, right = (structure.reshape(tree.as_formula(f), -1) for f in (left, right))
+    shape = left.shape + right.shape
+    if left.op == "constant" and right.op == "variable":
+        return tree.node("product", shape, (right,), (left.data, OUTER_LEFT))
+    if left.op == "variable" and right.op == "constant":
+        return tree.node("product", shape, (left,), (right.data, OUTER_RIGHT))
     return matmul(structure.reshape(left, -1, 1), structure.reshape(right, 1, -1))
 
 
@@ -175,6 +182,18 @@ def times(factor: Formula, f: Formula, how: str) -> Formula:
         return times(factor.operands[0], f, ELEMENTS)
     raise TypeError("%s can't be a factor: parameters multiply as arrays, or as sums and multiples "
                     "of such" % printing.short(factor))
+
+
+def diagonal(f: Formula) -> Optional[Formula]:
+    """The diagonal of a square product of matrices, of which no more is formed; None if `f` is
+    something else."""
+    if f.op not in ("product", "parameters") or f.shape[0] != f.shape[1]:
+        return None
+    factor, how = f.data if f.op == "product" else (f.operands[0], f.data)
+    if how not in (LEFT, RIGHT) or not len(factor.shape) == f.operands[-1].ndim == 2:
+        return None
+    how = DIAGONAL_LEFT if how == LEFT else DIAGONAL_RIGHT
+    return tree.node(f.op, f.shape[:1], f.operands, (factor, how) if f.op == "product" else how)
 
 
 def product_shape(factor: Formula, f: Formula, how: str) -> Shape:

@@ -70,8 +70,10 @@ def text(f: Any, depth: int) -> str:
 def product(left: str, right: str, how: str) -> str:
     if how == "dot":
         return "dot(%s, %s)" % (left, right)
-    if how == "right":
+    if how.endswith("right"):
         left, right = right, left
+    if " " in how:
+        return "%s(%s, %s)" % (how.split()[0], left, right)
     return "%s %s %s" % (left, "*" if how == "elements" else "@", right)
 
 

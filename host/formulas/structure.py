@@ -269,16 +269,19 @@ def sum_axes(f: Formula, axis: Union[None, int, Sequence[int]] = None) -> Formul
 
 
 def require_matrix(f: Any) -> Formula:
-    f = tree.as_formula(f)
-    if f.ndim != 2:
-        raise ValueError("a matrix is needed, not the shape %s of %s" % (list(f.shape),
-                                                                         printing.short(f)))
-    return f
+    g = tree.as_formula(f)
+    if g.ndim != 2:
+        raise ValueError("a matrix is needed, not the shape %s of %s" % (list(g.shape), g))
+    return g
 
 
 def diagonal(f: Any) -> Formula:
-    rows, columns = require_matrix(f).shape
-    return picked(f, array("q", range(0, min(rows, columns) * (columns + 1), columns + 1)))
+    matrix = require_matrix(f)
+    product = algebra.diagonal(matrix)
+    if product is not None:
+        return product
+    rows, columns = matrix.shape
+    return picked(matrix, array("q", range(0, min(rows, columns) * (columns + 1), columns + 1)))
 
 
 def diag(f: Any) -> Formula:

@@ -9,7 +9,8 @@ to; it stands on no stack. The model evaluates it when it builds.
     constant    -                     a Constant
     sum         of one shape          the weight of each
     product     f                     (Constant C, how): "left" is C @ f, "right" f @ C, "elements"
-                                      C * f, and "dot" the sum of that
+                                      C * f, "dot" the sum of that; "diagonal left" and so on the
+                                      diagonal of a product, "outer left" and so on all products
     parameters  P, f                  how, the same with an array of parameters P
     spread      a scalar              -
     slice       f                     corners (first, last)

@@ -3,13 +3,14 @@
 from __future__ import annotations
 
 from array import array
-from typing import Any, Callable, Dict, List, Tuple
+from typing import Any, Callable, Dict, List, Sequence, Tuple
 
 from ..data.buffers import size
 from ..data.constants import Constant
 from ..evaluator.expressions import Evaluator
 from ..evaluator.stacks import Expression
-from ..formulas.algebra import DOT, ELEMENTS, LEFT
+from ..formulas.algebra import (DIAGONAL_LEFT, DIAGONAL_RIGHT, DOT, ELEMENTS, LEFT, OUTER_LEFT,
+                                OUTER_RIGHT, RIGHT)
 from ..formulas.tree import Formula, Shape
 from ..index_maps.arrays import IndexArray
 from ..index_maps.variables import Variable as IndexMap
@@ -32,11 +33,7 @@ def evaluate(ev: Evaluator, root: Formula, variables: int) -> Expression:
             continue
         if f.op == "sum" and id(f) not in sums:
             sums[id(f)] = flattened(f, uses)
-        operands: Any = f.operands
-        if f.op == "sum":
-            operands = [g for g, _ in sums[id(f)] if not atomic(g)]
-        elif f.op == "parameters":  # of which the first is an array of indexes
-            operands = f.operands[1:]
+        operands = [g for g, _ in sums[id(f)] if not atomic(g)] if f.op == "sum" else expressed(f)
         missing = [g for g in operands if id(g) not in done]
         if missing:
             stack.extend(missing)
@@ -82,6 +79,20 @@ def atomic(f: Formula) -> bool:
     return f.shape == () and f.op in ("variable", "constant")
 
 
+def expressed(f: Formula) -> Sequence[Formula]:
+    """The operands of an operation that it needs as expressions."""
+    if f.op == "parameters":  # whose first are indexes
+        return f.operands[1:]
+    if f.op == "product" and f.data[1] in PLAIN and f.operands[0].op == "variable":
+        require_kept(f.operands[0])
+        return ()
+    return f.operands
+
+
+def require_kept(f: Any) -> None:
+    f.require_kept()
+
+
 def weighted_sum(ev: Evaluator, terms: List[Term], done: Dict[int, Expression]) -> Expression:
     weights: Dict[int, float] = {}  # what stands there twice is taken once
     for g, weight in terms:
@@ -94,6 +105,9 @@ def weighted_sum(ev: Evaluator, terms: List[Term], done: Dict[int, Expression]) 
     if len(rest) == 1:
         (e, weight), = rest
         return e if weight == 1.0 else ev.mul_const(weight, e)
+    if len(rest) == 2:
+        (e1, weight1), (e2, weight2) = rest
+        return ev.weighted_add(weight1, e1, weight2, e2)
     return ev.weighted_sum([e for e, _ in rest], [weight for _, weight in rest])
 
 
@@ -143,19 +157,33 @@ def constants(ev: Evaluator, f: Formula) -> Expression:
     return ev.push_constant_vector(data.shape or (1,), data.values, data.sparsity)
 
 
-def product(ev: Evaluator, f: Formula, e: Expression) -> Expression:
+def product(ev: Evaluator, f: Formula, *expressions: Expression) -> Expression:
     data, how = f.data
     (g,) = f.operands
-    if how == DOT:
-        return ev.dot(data.tensor(), e)
-    if how == ELEMENTS:
-        if g.shape == data.shape:
-            return ev.mul_elm(data.tensor(), e)
+    if how in PLAIN and not expressions:
+        return reshaped(ev, PLAIN[how](ev, data, g.map), f.shape)
+    (e,) = expressions
+    if how == ELEMENTS and g.shape != data.shape:
         flat = data.reshape((1, size(data.shape)))
         return reshaped(ev, ev.mul_scalar_matrix(flat.matrix(), e), f.shape)
-    if how == LEFT:
-        return reshaped(ev, ev.mul_left(data.matrix(), e), f.shape)
-    return reshaped(ev, ev.mul_right(e, data.matrix(column=True)), f.shape)
+    return reshaped(ev, PRODUCTS[how](ev, data, e), f.shape)
+
+
+PRODUCTS: Dict[str, Callable[[Evaluator, Constant, Expression], Expression]] = {
+    LEFT: lambda ev, c, e: ev.mul_left(c.matrix(), e),
+    RIGHT: lambda ev, c, e: ev.mul_right(e, c.matrix(column=True)),
+    ELEMENTS: lambda ev, c, e: ev.mul_elm(c.tensor(), e),
+    DOT: lambda ev, c, e: ev.dot(c.tensor(), e),
+    DIAGONAL_LEFT: lambda ev, c, e: ev.mul_diag_left(c.matrix(), e),
+    DIAGONAL_RIGHT: lambda ev, c, e: ev.mul_diag_right(e, c.matrix()),
+}
+# Those in which a variable need not be an expression.
+PLAIN: Dict[str, Callable[[Evaluator, Constant, IndexMap], Expression]] = {
+    LEFT: lambda ev, c, x: ev.mul_plain_left(c.matrix(), x),
+    RIGHT: lambda ev, c, x: ev.mul_plain_right(x, c.matrix(column=True)),
+    OUTER_LEFT: lambda ev, c, x: ev.outer_product(c.matrix(), x, transposed=True),
+    OUTER_RIGHT: lambda ev, c, x: ev.outer_product(c.matrix(), x),
+}
 
 
 def parameters(ev: Evaluator, f: Formula, e: Expression) -> Expression:
@@ -163,15 +191,20 @@ def parameters(ev: Evaluator, f: Formula, e: Expression) -> Expression:
     index = parameters_of(p)
     if how == ELEMENTS and p.shape == ():
         return ev.mul_param_scalar(index.indexes[0], e)
-    if how == ELEMENTS:
-        return ev.mul_param_elem(index, e)
-    if how == DOT:
-        return ev.dot_param(index, e)
-    if p.ndim == 1:  # a row on the left, a column on the right
+    if p.ndim == 1 and how in (LEFT, RIGHT):  # a row on the left, a column on the right
         shape = (1, p.size) if how == LEFT else (p.size, 1)
         index = IndexArray(shape, index.indexes, index.sparsity)
-    multiplied = ev.mul_param_left(index, e) if how == LEFT else ev.mul_param_right(e, index)
-    return reshaped(ev, multiplied, f.shape)
+    return reshaped(ev, PARAMETER_PRODUCTS[how](ev, index, e), f.shape)
+
+
+PARAMETER_PRODUCTS: Dict[str, Callable[[Evaluator, IndexArray, Expression], Expression]] = {
+    LEFT: lambda ev, p, e: ev.mul_param_left(p, e),
+    RIGHT: lambda ev, p, e: ev.mul_param_right(e, p),
+    ELEMENTS: lambda ev, p, e: ev.mul_param_elem(p, e),
+    DOT: lambda ev, p, e: ev.dot_param(p, e),
+    DIAGONAL_LEFT: lambda ev, p, e: ev.diag_param_left(p, e),
+    DIAGONAL_RIGHT: lambda ev, p, e: ev.diag_param_right(e, p),
+}
 
 
 def axis_sum(ev: Evaluator, f: Formula, e: Expression) -> Expression:
@@ -185,7 +218,7 @@ def triangle(ev: Evaluator, f: Formula, e: Expression) -> Expression:
     return ev.triangle(e, first, second, lower)
 
 
-OPERATIONS: Dict[str, Callable[..., Expression]] = {
+OPERATIONS: Dict[str, Callable[..., Any]] = {
     "variable": variable,
     "parameter": parameter,
     "constant": constants,

@@ -92,8 +92,8 @@ class Native:
 
     def _reason(self, chosen: Type[Adapter]) -> Optional[str]:
         """Why that solver has to be loaded anew, or None."""
-        adapter: Any = self.adapter
-        if type(adapter) is not chosen:
+        adapter, held = self.adapter, type(self.adapter)
+        if held is not chosen:
             return "%s has not had it yet" % chosen.name
         if chosen.in_place and not adapter.loaded:
             return "%s has lost it" % chosen.name
