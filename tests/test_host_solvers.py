@@ -1,6 +1,7 @@
 """Small problems with known levels and duals, solved by every solver that takes them, in both forms
 and by way of files, and checked by the conditions of optimality."""
 
+import copy
 import itertools
 import os
 import random
@@ -397,6 +398,7 @@ class InPlace(unittest.TestCase):
             self.assertRaisesRegex(SolverError, text, change, *arguments)
         self.assertAlmostEqual(adapter.solve(Options()).objective, -7)
         self.assertRaisesRegex(SolverError, "has to be loaded", glpk.Glpk().solve, Options())
+        self.assertRaisesRegex(TypeError, "can't be copied", copy.copy, adapter)
 
     def test_a_library_that_stops(self):
         """Its callers get an error, also those whose problem was lost with it, and can go on."""

@@ -35,15 +35,12 @@ def read_mps(path: str) -> Tuple[str, Problem]:
 def _read(thread: Thread, path: str) -> Tuple[str, Problem]:
     """In the library's thread."""
     native, complaints = NativeProblem(thread), []
-    try:
-        for kind in (FIXED_FORMAT, FREE_FORMAT):
-            thread.messages.clear()
-            if thread.lib.read_mps(native.handle, kind, None, os.fsencode(path)) == 0:
-                name = thread.lib.get_prob_name(native.handle) or b""
-                return name.decode(errors="replace"), native.problem()
-            complaints += re.findall(r":(\d+): (?!warning)(.*)", "".join(thread.messages))
-    finally:
-        native.delete()
+    for kind in (FIXED_FORMAT, FREE_FORMAT):
+        thread.messages.clear()
+        if thread.lib.read_mps(native.handle, kind, None, os.fsencode(path)) == 0:
+            name = thread.lib.get_prob_name(native.handle) or b""
+            return name.decode(errors="replace"), native.problem()
+        complaints += re.findall(r":(\d+): (?!warning)(.*)", "".join(thread.messages))
     # The format that took the reader further is more likely what was meant.
     line, complaint = max(complaints, key=lambda c: int(c[0]), default=("1", "nothing to read"))
     raise SolverError("%s is not an MPS file: line %s: %s" % (path, line, complaint))

@@ -10,7 +10,7 @@ from __future__ import annotations
 import math
 import time
 from array import array
-from typing import Any, Callable, Iterable, List, Optional, Sequence, Set, Tuple
+from typing import Any, Callable, Iterable, List, NoReturn, Optional, Sequence, Set, Tuple
 
 from ..closures import closure
 from ..data.buffers import as_array, zeros
@@ -45,10 +45,8 @@ class Glpk(Adapter):
         self._maximize = self._has_basis = False
         self._primal = False  # whether the basis is more likely primal feasible than dual
 
-    def __del__(self) -> None:
-        native = getattr(self, "_native", None)
-        if native is not None and not native.thread.lost:
-            native.thread.later(native.delete)
+    def __reduce__(self) -> NoReturn:
+        raise TypeError("a problem in GLPK can't be copied: load it into another Glpk")
 
     @staticmethod
     def missing() -> Optional[str]:
@@ -83,7 +81,6 @@ class Glpk(Adapter):
         require_room(max(len(rows), len(problem.column_lower)) - 1)
         require_numbers(rows.cof, lambda k: place(rows.subi[k], rows.subj[k]))
         require_numbers(rows.offset[:1], lambda _: "the constant of the objective")
-        self.__del__()
         self._clear()
         self._offset = rows.offset[:]
         self._offset[0] = 0.0

@@ -13,7 +13,7 @@ import ctypes
 import queue
 import threading
 import time
-from typing import Any, Callable, List, Optional, TypeVar
+from typing import Any, Callable, List, Optional, Tuple, TypeVar
 
 from .adapter import SolverError
 
@@ -88,7 +88,10 @@ class Library:
                               "libglpk40" % name) from None
         words = iter(ROUTINES.split())
         for routine, letters in zip(words, words):
-            function = getattr(self.loaded, "glp_" + routine)
+            function = getattr(self.loaded, "glp_" + routine, None)
+            if function is None:
+                raise SolverError("GLPK is too old: version 5.0 or newer is needed, as %s has no "
+                                  "routine glp_%s" % (name, routine))
             function.restype = TYPES[letters[0]]
             if letters[1:] != "*":
                 function.argtypes = [TYPES[letter] for letter in letters[1:]]
@@ -99,14 +102,13 @@ class Library:
 
 
 class Thread:
-    """A thread that the library runs in; `lost` says why it can't be used any more, or is None."""
+    """A thread that the library runs in."""
 
     def __init__(self, library: Library) -> None:
-        self.lib, self.lost = library, ""
+        self.lib, self._lost, self._one = library, "", threading.RLock()
         self.stopping = False  # what runs is to end soon
         self.messages: List[str] = []  # what the library printed in the last call
         self._calls: queue.SimpleQueue[Any] = queue.SimpleQueue()
-        self._answers: queue.SimpleQueue[Any] = queue.SimpleQueue()
         self._on_print = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_void_p, ctypes.c_char_p)(
             self._keep_message)
         self._on_error = ctypes.CFUNCTYPE(None, ctypes.c_void_p)(self._stop_for_good)
@@ -123,14 +125,20 @@ class Thread:
         Raises what the function does, SolverError if the library stopped, KeyboardInterrupt at
         Ctrl-C, and Interrupted if the function didn't end in time.
         """
-        self.require()
-        self.stopping, self._answers = False, queue.SimpleQueue()
-        self._calls.put((function, arguments, self._answers))
-        interruption: Optional[KeyboardInterrupt] = None
-        end = time.monotonic() + min(seconds, 1e9)
+        if self.lost:
+            raise SolverError("GLPK %s: its problem has to be loaded again" % self.lost)
+        with self._one:
+            return self._call(function, arguments, log, time.monotonic() + min(seconds, 1e9))
+
+    def _call(self, function: Callable[..., Result], arguments: Tuple[Any, ...],
+              log: Optional[Callable[[str], object]], end: float) -> Result:
+        answers: queue.SimpleQueue[Any] = queue.SimpleQueue()
+        interruption: Optional[BaseException] = None
+        self.stopping = False
+        self._calls.put((function, arguments, answers))
         while True:
             try:
-                kind, value = self._answers.get(timeout=max(0.0, end - time.monotonic()))
+                kind, value = answers.get(timeout=max(0.0, end - time.monotonic()))
                 if kind == "line":
                     if log is not None:
                         log(value)
@@ -141,7 +149,7 @@ class Thread:
                     continue
                 self._leave("was left behind, as it did not stop in time")
                 kind, value = "error", Interrupted()
-            except KeyboardInterrupt as error:
+            except BaseException as error:  # Ctrl-C, or what `log` raises
                 interruption = interruption or error
                 self.stopping, end = True, min(end, time.monotonic() + PATIENCE)
                 continue
@@ -155,19 +163,19 @@ class Thread:
         """Runs the function when there is nothing else to do; nobody hears of its end."""
         self._calls.put((function, arguments, queue.SimpleQueue()))
 
-    def require(self) -> None:
-        """SolverError if the thread can't be used."""
-        if not self.lost and not self._thread.is_alive():
-            self.lost = "doesn't run in a process that was forked"
-        if self.lost:
-            raise SolverError("GLPK %s: its problem has to be loaded again" % self.lost)
+    @property
+    def lost(self) -> str:
+        """Why the thread can't be used any more, or nothing."""
+        if not self._lost and not self._thread.is_alive():
+            self._lost = "doesn't run in a process that was forked"
+        return self._lost
 
     # What runs in the thread.
 
     def _run(self) -> None:
         self.lib.loaded.glp_term_hook(self._on_print, None)
         self.lib.loaded.glp_error_hook(self._on_error, None)
-        while not self.lost:
+        while not self._lost:
             function, arguments, self._current = self._calls.get()
             self.messages.clear()
             try:
@@ -179,7 +187,7 @@ class Thread:
         self.lib.free_env()
 
     def _leave(self, why: str) -> None:
-        self.lost = why
+        self._lost = why
         self._calls.put((lambda: None, (), queue.SimpleQueue()))  # to wake it
 
     def _keep_message(self, _: object, text: bytes) -> int:
@@ -198,9 +206,9 @@ class Thread:
 
     def _stop_for_good(self, _: object) -> None:
         """The library is about to abort: what it said before tells why."""
-        self.lost = "stopped (%s)" % " ".join("".join(self.messages[-2:]).split())
+        self._lost = "stopped (%s)" % " ".join("".join(self.messages[-2:]).split())
         self.lib.free_env()
-        self._current.put(("error", SolverError("GLPK " + self.lost)))
+        self._current.put(("error", SolverError("GLPK " + self._lost)))
         threading.Event().wait()
 
 

@@ -34,8 +34,9 @@ class NativeProblem:
         self.thread, self.lib = thread, thread.lib
         self.handle = ctypes.c_void_p(self.lib.create_prob())
 
-    def delete(self) -> None:
-        self.lib.delete_prob(self.handle)
+    def __del__(self) -> None:
+        if hasattr(self, "handle") and not self.thread.lost:
+            self.thread.later(self.lib.delete_prob, self.handle)
 
     @property
     def rows(self) -> int:
