@@ -15,10 +15,10 @@
 """
 
 from .formulas import (concatenate, diag, dot, hstack, outer, quadratic_cone, repeat, rotated_cone,
-                       semidefinite, stack, symmetric_part, tile, total, trace, tril, triu, vstack)
+                       semidefinite, stack, symmetric_part, tile, trace, tril, triu, vstack)
 from .model.model import Model
 from .solvers import SolverError
 
 __all__ = ["Model", "SolverError", "concatenate", "diag", "dot", "hstack", "outer",
            "quadratic_cone", "repeat", "rotated_cone", "semidefinite", "stack", "symmetric_part",
-           "tile", "total", "trace", "tril", "triu", "vstack"]
+           "tile", "trace", "tril", "triu", "vstack"]

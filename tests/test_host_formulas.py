@@ -296,6 +296,26 @@ class Values(unittest.TestCase):
                 self.assertEqual((f.shape, f.value), (d.shape, d.nested()))
                 repr(f)
 
+    def test_many_steps(self):
+        """Chains of 10^5 sums, parts that stand in many places, and steps that build on others."""
+        s, n = Sampler(0), 10 ** 5
+        with unittest.mock.patch.dict(SOLVERS, given=Given):
+            Given.levels = s.levels
+            x, values = s.model.variable("y", 3), s.levels[len(s.model.columns) - 2:][:3]
+            s.model.solve("given")
+            f, twice, state = 0, x, x
+            for k in range(n):
+                f += x[k % 3] + 1
+            for _ in range(60):
+                twice = twice + twice
+            for k in range(40):
+                state = [[0, 1, 0], [0, 0, 1], [1, 0, 0]] @ state + state - state.T
+            self.assertEqual(f.value, sum(values[k % 3] for k in range(n)) + n)
+            self.assertEqual(s.model.sum(2 * x[k % 3] for k in range(n)).value, 2 * (f.value - n))
+            self.assertEqual(twice.value, [2 ** 60 * v for v in values])
+            self.assertEqual(state.value, values[1:] + values[:1])
+            self.assertLess(len(repr(f)), 200)
+
 
 if __name__ == "__main__":
     unittest.main()

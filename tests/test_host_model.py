@@ -206,7 +206,7 @@ class Refusals(unittest.TestCase):
         c = b.constrain("c", y >= 1)
         for names, call in (
                 ("xy", lambda: x + y), ("py", lambda: p * y), ("qx", lambda: x @ (q * [1, 2])),
-                ("xy", lambda: host.concatenate([x, y])), ("xy", lambda: host.total([x, y])),
+                ("xy", lambda: host.concatenate([x, y])), ("xy", lambda: a.sum([x, y])),
                 ("y", lambda: a.constrain(y >= 0)), ("y", lambda: a.constrain(y[0] >= 0)),
                 ("q", lambda: a.constrain(x >= q)), ("q", lambda: a.constrain(x, upper=q)),
                 ("y", lambda: a.minimize(y[0])), ("y", lambda: a.constrain(quadratic_cone(y))),

@@ -100,15 +100,16 @@ class Building:
         batch = self.batch
         if len(batch) == 0:
             return
-        self.batch, w = Batch(), self.evaluator.w
+        w = self.evaluator.w
         with w.scratch():
             e = self.evaluator.finish(batch.push(self.evaluator))
             forms = split(self.tables, w, e)
-            batch.rows = self.rows.take(len(batch))
-            self.rows.lower.set(batch.rows, batch.lower)
-            self.rows.upper.set(batch.rows, batch.upper)
-            self.rows.write(w, e, forms, batch.rows)
-        self._added(batch.rows)
+            rows = self.rows.take(len(batch))
+            self.rows.lower.set(rows, batch.lower)
+            self.rows.upper.set(rows, batch.upper)
+            self.rows.write(w, e, forms, rows)
+        batch.rows, self.batch = rows, Batch()
+        self._added(rows)
 
     def _added(self, rows: Any) -> None:
         self.native.rows.update(rows)
@@ -189,9 +190,9 @@ class Building:
         columns = self.columns
         return Problem(self.is_maximized, columns.lower, columns.upper, columns.integer,
                        self._without_removed(rows), self.rows.lower.all(), self.rows.upper.all(),
-                       self._without_removed(slots), cones, self.kept_blocks())
+                       self._without_removed(slots), cones, self._kept_blocks())
 
-    def kept_blocks(self) -> Any:
+    def _kept_blocks(self) -> Any:
         """The blocks (see Problem) but for the matrices that were removed."""
         kept, matrix = array("i"), 0
         for block in self.blocks:

@@ -4,8 +4,9 @@ from __future__ import annotations
 
 import math
 from array import array
+from itertools import count
 from numbers import Real
-from typing import Any, Dict, Optional, Tuple
+from typing import Any, Dict, Iterable, Optional, Tuple
 
 from ..closures import closure
 from ..data.bounds import sides
@@ -14,6 +15,7 @@ from ..data.constants import Constant, constant
 from ..data.entries import all_finite, pattern
 from ..data.shapes import checked_shape
 from ..formulas import structure
+from ..formulas.algebra import total
 from ..formulas.leaves import Parameter, Root, Variable, dense, nested
 from ..formulas.tree import (VARIABLES, Between, Comparison, Formula, Membership, Shape, as_formula)
 from ..index_maps.variables import Variable as IndexMap
@@ -128,8 +130,8 @@ class Model(Changes):
     def _claimed(self, held: Dict[Any, Any], name: Optional[str], what: str, letter: str) -> str:
         """The name of something new, one made up if there is none."""
         if name is None:
-            self._serial += 1
-            return "%s#%d" % (letter, self._serial)
+            numbers = (("%s#%d" % (letter, k)) for k in count(len(held) + 1))
+            return next(made for made in numbers if made not in held)
         if not isinstance(name, str):
             raise TypeError("the name of a %s comes first, a text: not %r" % (what, name))
         if name in held:
@@ -137,6 +139,12 @@ class Model(Changes):
         return name
 
     # The objective.
+
+    @staticmethod
+    def sum(items: Iterable[Any]) -> Formula:
+        """The sum of formulas and constant data, of one shape or scalar, without the sums in
+        between that `+` makes."""
+        return total(items)
 
     def minimize(self, formula: Any) -> None:
         """Makes a scalar formula the objective."""

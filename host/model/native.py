@@ -11,7 +11,7 @@ from ..solvers import Adapter
 from .rows import Rows
 from .slots import Slots
 
-MOST = 0.5  # the part of all rows that may be new where a problem is changed and not loaded anew
+MOST = 0.5  # the part of all rows that may change where a problem is not loaded anew
 
 
 class Columns:
@@ -68,7 +68,8 @@ class Native:
 
     def note(self, what: str, count: int = 1) -> None:
         """Something changed, in the words of the account."""
-        self._changes[what] = self._changes.get(what, 0) + count
+        if count > 0:
+            self._changes[what] = self._changes.get(what, 0) + count
 
     def bring(self, model: Any, chosen: Type[Adapter]) -> str:
         """Makes the solver of that class hold the model as it is, and tells what was built."""
@@ -98,7 +99,7 @@ class Native:
         if chosen.in_place and not adapter.loaded:
             return "%s has lost it" % chosen.name
         if chosen.in_place and len(self.rows) > MOST * max(adapter.rows, 1):
-            return "more rows are new than were there"
+            return "more than half of its rows changed"
         return self.reason
 
     def _change(self, model: Any) -> None:
