@@ -253,7 +253,8 @@ class Semidefinite(DemoCase):
                         self.assertLessEqual(float(value), 1e-7)
 
     def test_roads_that_differ(self):
-        change = "import sys, host.formats.sdpa as s\ns.SdpaProblem.objective = lambda self, X: 3.0001"
+        change = ("import sys, host.formats.sdpa as s\n"
+                  "s.SdpaProblem.objective = lambda self, X: 3.0001")
         self.assertEqual(self.solve(EIGENVALUE, change=change)[0], 1)
 
     def test_bad_input(self):
