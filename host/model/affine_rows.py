@@ -86,7 +86,7 @@ def repeated(values: Iterable[int], counts: Iterable[int]) -> Any:
 
 def stored_rows(w: Stack, e: Expression, rows: Any) -> Any:
     """The rows (i32) of those elements of `e` that are stored, from those of all elements."""
-    if not e.hassp:
+    if e.nelem == len(rows):
         return rows
     with w.section("i64", e.sp_base, e.nelem) as sp:
         return array("i", map(rows.__getitem__, sp))
