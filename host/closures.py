@@ -2,6 +2,7 @@
 
 import functools
 import importlib
+import importlib.machinery
 import pathlib
 import sys
 import time
@@ -25,10 +26,19 @@ def load() -> Any:
     except ImportError as error:
         raise ImportError(
             "the module fragments can't be imported (%s): build it with `make demo` or put its "
-            "directory on PYTHONPATH" % error
+            "directory on PYTHONPATH" % (built_for_another() or error)
         ) from None
     finally:
         sys.path[:] = path
+
+
+def built_for_another() -> str:
+    """Which modules there are for other interpreters than this one, if there are any."""
+    mine = {"fragments" + suffix for suffix in importlib.machinery.EXTENSION_SUFFIXES}
+    found = [path for directory in sys.path for path in pathlib.Path(directory).glob("fragments.*")
+             if path.suffix == ".so" and path.name not in mine]
+    return "%s is for another interpreter than this one, CPython %d.%d" % (
+        found[0], *sys.version_info[:2]) if found else ""
 
 
 class Closures:

@@ -141,6 +141,9 @@ class Linear(DemoCase):
         infeasible = lp(" X LOW 1 HIGH 1", " B LOW 2 HIGH 1")
         hopeless = lp(" X COST 1 HIGH 1e308")
         no_module = "import sys, host.closures as c\nc.BUILDS = ()\nsys.modules['fragments'] = None"
+        other = os.path.join(os.path.dirname(self.path), "fragments.cpython-27.so")
+        open(other, "w").close()
+        wrong_module = no_module.replace("()", "(%r,)" % os.path.dirname(other))
         no_glpk = "import sys, host.solvers.glpk_library as g\ng.LIBRARY = 'libnone.so.1'"
         for expected, answer in (
             ("required: FILE", self.run_host()),
@@ -159,6 +162,7 @@ class Linear(DemoCase):
             ("not finite", self.solve(lp(" X COST 1 LOW 1", " B LOW 4e9"), "--parameter", "1e300")),
             ("unrecognized", self.solve(MIXED, "--param-eter", "1")),
             ("module fragments", self.solve(MIXED, change=no_module)),
+            ("27.so is for another", self.solve(MIXED, change=wrong_module)),
             ("libnone.so.1", self.solve(MIXED, change=no_glpk)),
         ):
             with self.subTest(expected=expected):
@@ -249,7 +253,8 @@ class Semidefinite(DemoCase):
                         self.assertLessEqual(float(value), 1e-7)
 
     def test_roads_that_differ(self):
-        change = "import sys, host.formats.sdpa as s\ns.SdpaProblem.objective = lambda self, X: 3.0001"
+        change = ("import sys, host.formats.sdpa as s\n"
+                  "s.SdpaProblem.objective = lambda self, X: 3.0001")
         self.assertEqual(self.solve(EIGENVALUE, change=change)[0], 1)
 
     def test_bad_input(self):

@@ -1,5 +1,5 @@
-"""The linear problem of an MPS file, as a model with parameters, one on its constant side or one for
-each nonzero of its matrix, and solved by GLPK alone.
+"""The linear problem of an MPS file, as a model with parameters, one on its constant side or one
+for each nonzero of its matrix, and solved by GLPK alone.
 
 Problems often have several optimal bases. Both roads give the solver the same rows and columns in
 the same order and let it take the same steps: so levels and duals agree, and not the objective

@@ -82,12 +82,12 @@ class Glpk(Adapter):
         require_numbers(rows.cof, lambda k: place(rows.subi[k], rows.subj[k]))
         require_numbers(rows.offset[:1], lambda _: "the constant of the objective")
         self._clear()
-        self._offset = rows.offset[:]
-        self._offset[0] = 0.0
-        self._integer, self._maximize = problem.integer[:], problem.maximize
-        sides = self._row_sides(range(len(rows)), problem.row_lower, problem.row_upper)
+        offset = array("d", [0.0]) + rows.offset[1:]
+        sides = self._row_sides(range(len(rows)), problem.row_lower, problem.row_upper, offset)
         bounds = self._column_sides(range(len(problem.column_lower)), problem.column_lower,
-                                    problem.column_upper)
+                                    problem.column_upper, problem.integer)
+        self._offset, self._integer = offset, problem.integer[:]
+        self._maximize = problem.maximize
         self._native = thread().call(NativeProblem, thread())
         self._do("load", problem, *sides, *bounds)
 
@@ -114,9 +114,9 @@ class Glpk(Adapter):
         """Appends columns without terms."""
         first, integer = self.columns + 1, bytes(integer)
         require_room(self.columns + len(lower))
-        self._integer.extend(integer)
-        bounds = self._column_sides(range(first, first + len(lower)), lower, upper)
+        bounds = self._column_sides(range(first, first + len(lower)), lower, upper, integer)
         self._do("add_columns", *bounds, integer)
+        self._integer.extend(integer)
         self._primal = True
 
     def add_rows(self, lower: Sequence[float], upper: Sequence[float],
@@ -124,35 +124,36 @@ class Glpk(Adapter):
         """Appends rows without terms."""
         first, count = self.rows + 1, len(lower)
         require_room(self.rows + count)
-        self._offset.extend(zeros("f64", count) if offset is None else offset)
-        self._do("add_rows",
-                 *self._row_sides(range(first, first + count), lower, upper))
+        offset = zeros("f64", count) if offset is None else offset
+        self._do("add_rows", *self._row_sides(range(first, first + count), lower, upper, offset))
+        self._offset.extend(offset)
 
     def set_row_bounds(self, rows: Sequence[int], lower: Sequence[float], upper: Sequence[float],
                        offset: Optional[Sequence[float]] = None) -> None:
         """Gives each of the rows its bounds, and its offset; without it that stays."""
-        for row, value in zip(rows, offset or ()):
+        offset = [self._offset[row] for row in rows] if offset is None else offset
+        self._do("set_row_bounds", rows, *self._row_sides(rows, lower, upper, offset))
+        for row, value in zip(rows, offset):
             self._offset[row] = value
-        self._do("set_row_bounds", rows, *self._row_sides(rows, lower, upper))
 
     def set_column_bounds(self, columns: Sequence[int], lower: Sequence[float],
                           upper: Sequence[float]) -> None:
+        integer = [self._integer[j] for j in columns]
         self._do("set_column_bounds", columns,
-                 *self._column_sides(columns, lower, upper))
+                 *self._column_sides(columns, lower, upper, integer))
 
-    def _row_sides(self, rows: Sequence[int], lower: Sequence[float], upper: Sequence[float]
-                   ) -> Tuple[array[float], array[float]]:
+    def _row_sides(self, rows: Sequence[int], lower: Sequence[float], upper: Sequence[float],
+                   offset: Sequence[float]) -> Tuple[array[float], array[float]]:
         """The bounds less the offsets."""
-        offset = [self._offset[row] for row in rows]
         sides = tuple(array("d", map(float.__sub__, side, offset)) for side in (lower, upper))
         return self._checked(0, "row", rows, *sides)
 
-    def _column_sides(self, columns: Sequence[int], lower: Sequence[float], upper: Sequence[float]
-                      ) -> Tuple[array[float], array[float]]:
+    def _column_sides(self, columns: Sequence[int], lower: Sequence[float], upper: Sequence[float],
+                      integer: Sequence[int]) -> Tuple[array[float], array[float]]:
         """The bounds, those of integer columns whole."""
         lower, upper = array("d", lower), array("d", upper)
-        for k, j in enumerate(columns):
-            if self._integer[j]:
+        for k, whole in enumerate(integer):
+            if whole:
                 lower[k] = lower[k] if math.isinf(lower[k]) else math.ceil(lower[k] - ALMOST)
                 upper[k] = upper[k] if math.isinf(upper[k]) else math.floor(upper[k] + ALMOST)
         return self._checked(1, "column", columns, lower, upper)
@@ -196,11 +197,6 @@ class Glpk(Adapter):
                 require_numbers(val[begin:end], lambda k: place(i, subj[begin + k]))
         self._primal = self._primal or any(map(int.__eq__, begins, ends))
         self._has_basis &= self._do(change, rows, begins, ends, subj, val)
-
-    def column_lengths(self, columns: Iterable[int]) -> List[int]:
-        """The number of terms in each of the `columns`."""
-        lengths: List[int] = self._do("column_lengths", columns)
-        return lengths
 
     # Solving.
 

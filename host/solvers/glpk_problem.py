@@ -178,10 +178,6 @@ class NativeProblem:
         routine = getattr(self.lib, name)
         return array("d", [0.0, *map(routine, repeat(self.handle), range(1, count + 1))])
 
-    def column_lengths(self, columns: Iterable[int]) -> List[int]:
-        """The number of terms in each of the `columns`."""
-        return [self.lib.get_mat_col(self.handle, j, None, None) for j in columns]
-
     def problem(self) -> Problem:
         """All of it."""
         rows, columns = self.rows, self.columns
