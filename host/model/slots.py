@@ -22,7 +22,6 @@ class Slots:
         self._free, self._used = 0, -1  # heads
         self.free, self.used = capacity, 0
         self.top = 0  # above all slots that were ever taken
-        self._taken = zeros("f64", capacity)  # 1.0 for each used one
 
     def take(self, count: int) -> Any:
         """The numbers (i32) of `count` slots, which are used from now on."""
@@ -37,36 +36,16 @@ class Slots:
         self._used, self._free, self.used = closure(640, self._used, first, first, self._next,
                                                     self.used, count, self._prev)
         self.free, self.top = self.free - count, last + 1
-        self._mark(slots, 1.0)
         return slots
 
     def give_back(self, slots: Any) -> None:
-        """The slots of one `take` are free again."""
+        """Slots of one `take` are free again, one or some that it gave in this order."""
         count = len(slots)
         if count <= 0:
             return
         self._free, self._used, self.free = closure(640, self._free, self._used, slots[0],
                                                     self._next, self.free, count, self._prev)
         self.used -= count
-        self._mark(slots, 0.0)
-
-    def all_used(self, slots: Any) -> bool:
-        """Whether all these numbers (i32 or i64) are of used slots."""
-        n = len(slots)
-        if slots.typecode == "q":
-            if closure(620, False, slots, n, self.top):
-                return False
-            slots = array("i", slots)
-        if closure(474, False, self.top, self.top, n, slots, slots):
-            return False
-        if self.used == self.top:
-            return True
-        taken = zeros("f64", n)
-        closure(101, slots, self._taken, taken)
-        return bool(closure(400, taken, 0) == n)
-
-    def _mark(self, slots: Any, taken: float) -> None:
-        closure(102, slots, self._taken, array("d", [taken]) * len(slots))
 
     def _grow(self, count: int) -> None:
         """Doubles the number of slots until `count` are free; the new ones come last."""
@@ -74,7 +53,6 @@ class Slots:
         new = closure(140, old, self.used + count)
         for links in (self._next, self._prev):
             links.extend(array("i", [-1]) * (new - old))
-        self._taken.extend(zeros("f64", new - old))
         closure(645, old, new, self._next, self._prev)
         if self.free > 0:
             tail = closure(644, self._free, self._next, self.free)
