@@ -296,12 +296,12 @@ class Texts(unittest.TestCase):
         x = m.variable("x", (2, 2), lower=0)
         n, p = m.variable("n", integer=True, upper=3), m.parameter("p", 1.5)
         m.constrain("need", [[1, 2], [3, 4]] @ x[0] >= p * [1, 2])
-        m.constrain(2 * x[0, 1] - n <= 4)
+        m.constrain(2 * x[0, 1] - n + 3 <= 4)
         m.minimize(x.sum() + n - 1)
         text = str(m)
         for part in ("diet: minimize sum(", "+ n - 1", "x (2 x 2) from 0 to inf", "p = 1.5",
                      "n from -inf to 3, integer", ") @ [x[0, 0], x[0, 1]] >= p * [1, 2]",
-                     "2 x[0, 1] - n <= 4"):
+                     "2 x[0, 1] - n + 3 <= 4"):
             self.assertIn(part, text)
         for _ in range(1000):
             n = n + x[1, 0] - p

@@ -1,6 +1,6 @@
 """Formulas as text, long ones shortened."""
 
-from typing import Any, List, Tuple
+from typing import Any, Iterable, Iterator, List, Tuple
 
 from ..data.constants import constant
 from . import structure, tree
@@ -22,8 +22,14 @@ def comparison(c: Any) -> str:
 
 
 def between(b: Any) -> str:
-    lower = "" if b.lower is None else side(b.lower) + " <= "
-    return lower + short(b.formula) + ("" if b.upper is None else " <= " + side(b.upper))
+    return held(short(b.formula), *("" if s is None else side(s) for s in (b.lower, b.upper)))
+
+
+def held(middle: str, lower: str, upper: str) -> str:
+    """What is between sides, of which empty ones are none."""
+    if lower == upper and lower:
+        return "%s == %s" % (middle, lower)
+    return " <= ".join(filter(None, (lower, middle, upper)))
 
 
 def side(data: Any) -> str:
@@ -44,8 +50,7 @@ def culprit(f: Any) -> str:
 
 
 def operation(left: Any, right: Any, how: str) -> str:
-    symbol = {"elements": "*", "dot": "@"}.get(how, "@")
-    return "%s %s %s" % (factor(left, 3), symbol, factor(right, 3))
+    return "%s %s %s" % (factor(left, 3), "*" if how == "elements" else "@", factor(right, 3))
 
 
 def text(f: Any, depth: int) -> str:
@@ -56,7 +61,7 @@ def text(f: Any, depth: int) -> str:
     if depth == 0:
         return "..."
     if f.op == "sum":
-        return total(f, depth - 1)
+        return joined(total(f, depth - 1))
     if f.op == "product":
         data, how = f.data
         return product(numbers(data), factor(f.operands[0], depth - 1), how)
@@ -83,21 +88,25 @@ def factor(f: Any, depth: int) -> str:
     return "(%s)" % inner if f.op == "sum" else inner
 
 
-def total(f: Any, depth: int) -> str:
-    """A sum, those in it that are sums themselves taken apart, as far as it is shown."""
+def total(f: Any, depth: int) -> Iterator[Tuple[float, str]]:
+    """The terms of a sum, those of sums in it among them."""
     stack: List[Tuple[Any, float]] = [(f, 1.0)]
-    parts: List[str] = []
     while stack:
         g, weight = stack.pop()
         if g.op == "sum":
             stack.extend((h, weight * w) for h, w in zip(reversed(g.operands), reversed(g.data)))
-            continue
+        elif g.op == "constant" and g.shape == ():
+            yield weight * g.data.number, ""
+        else:
+            yield weight, factor(g, depth)
+
+
+def joined(terms: Iterable[Tuple[float, str]]) -> str:
+    """Terms, weights and names, as a sum; numbers have no name."""
+    parts: List[str] = []
+    for weight, name in terms:
         if len(parts) == TERMS:
             return " ".join([*parts, "+ ..."])
-        if g.op == "constant" and g.shape == ():
-            weight, name = weight * g.data.number, ""
-        else:
-            name = factor(g, depth)
         sign = ("-" if weight < 0 else "") if not parts else "- " if weight < 0 else "+ "
         size = "" if abs(weight) == 1 and name else "%.6g" % abs(weight)
         parts.append(sign + " ".join(filter(None, (size, name))))
@@ -138,18 +147,14 @@ def leaf(f: Any) -> str:
                          element(f.roots, places[-1]))
 
 
-def element(roots: Any, place: int) -> str:
+def element(roots: Iterable[Any], place: int) -> str:
     """The name and subscripts of the element of these roots with that place."""
     for root in roots:
         idxs = root.map.nativeidxs
-        if len(idxs) > 0 and min(idxs[0], idxs[-1]) <= place <= max(idxs[0], idxs[-1]) \
-                or root.semidefinite:
-            at = place - idxs[0] if len(idxs) > place - idxs[0] >= 0 and \
-                idxs[place - idxs[0]] == place else next(
-                    (k for k, held in enumerate(idxs) if held == place), None)
-            if at is not None:
-                linear = at if root.map.sparsity is None else root.map.sparsity[at]
-                return str(root.name) + subscripts(root.shape, linear)
+        if place in idxs:
+            at = idxs.index(place)
+            linear = at if root.map.sparsity is None else root.map.sparsity[at]
+            return str(root.name) + subscripts(root.shape, linear)
     return "?"
 
 

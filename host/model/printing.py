@@ -2,14 +2,17 @@
 
 from __future__ import annotations
 
+import itertools
+import math
 from typing import Any, Dict, Iterator, List, Tuple
 
-from ..formulas.printing import clipped, short, subscripts
+from ..data.buffers import size
+from ..formulas.printing import TERMS, clipped, element, held, joined, short, subscripts
 from ..formulas.leaves import Parameter, Variable
 from .building import Building
 from .constraints import Constraint
 
-LINES, TERMS = 12, 8  # of a kind that are shown, and terms of a row
+LINES = 12  # of a kind that are shown
 
 
 class Printing(Building):
@@ -21,11 +24,12 @@ class Printing(Building):
         lines = ["%s: %s" % (self.name, goal)]
         for what, items in (("variables", self.variables), ("parameters", self.parameters),
                             ("constraints", self.constraints)):
-            held = list(items.values())  # type: ignore[attr-defined]
-            if held:
-                lines.append("  %d %s" % (len(held), what[:-1] if len(held) == 1 else what))
-                lines.extend("    " + self.line(item) for item in held[:LINES])
-            if len(held) > LINES:
+            count = len(items)  # type: ignore[arg-type]
+            if count > 0:
+                lines.append("  %d %s" % (count, what[:-1] if count == 1 else what))
+                some = itertools.islice(items.values(), LINES)  # type: ignore[attr-defined]
+                lines.extend("    " + self.line(item) for item in some)
+            if count > LINES:
                 lines.append("    ...")
         return "\n".join(lines)
 
@@ -52,32 +56,15 @@ class Printing(Building):
         """A row that was recorded, or a view."""
         if len(c.codes) != 1 or c.cones is not None:
             return "%d elements" % len(c.codes)
-        (row,) = c.codes
-        terms = self.rows.terms
+        (row,), terms = c.codes, self.rows.terms
         first = terms.subi.index(row) if row in terms.subi else 0
-        parts: List[str] = []
-        for i, j, cof in zip(terms.subi[first:], terms.subj[first:], terms.cof[first:]):
-            if i != row or len(parts) == TERMS:
-                parts.extend(["+ ..."] if i == row else [])
-                break
-            parts.append(term(cof, self.column_name(j), not parts))
-        (lower,), (upper,) = (table.at([row]) for table in (self.rows.lower, self.rows.upper))
-        text = " ".join(parts) or "0"
-        if lower == upper:
-            return "%s == %g" % (text, lower)
-        return ("" if lower == -float("inf") else "%g <= " % lower) + text + (
-            "" if upper == float("inf") else " <= %g" % upper)
-
-    def column_name(self, column: int) -> str:
-        """The name of the variable of a column, with subscripts."""
-        for x in self.variables.values():
-            (root,) = x.roots
-            idxs = root.map.nativeidxs
-            if len(idxs) > 0 and min(idxs) <= column <= max(idxs) and column in idxs:
-                at = idxs.index(column)
-                linear = at if root.map.sparsity is None else root.map.sparsity[at]
-                return root.name + subscripts(root.shape, linear)
-        return "?"
+        own = itertools.takewhile(lambda term: term[0] == row, zip(
+            terms.subi[first:], terms.subj[first:], terms.cof[first:]))
+        roots = [x.roots[0] for x in self.variables.values()]
+        named = [(cof, element(roots, j)) for _, j, cof in itertools.islice(own, TERMS + 1)]
+        offset, lower, upper = (table.at(c.codes)[0] for table in self.rows.numbers)
+        return held(joined(named + [(offset, "")] * (offset != 0.0)),
+                    *("" if math.isinf(side) else "%.6g" % side for side in (lower, upper)))
 
     def native_names(self) -> Tuple[List[str], List[str]]:
         """The names of all rows and columns, without blanks; those of none are told by number."""
@@ -98,11 +85,8 @@ class Printing(Building):
 
 
 def elements(name: str, extents: Any) -> Iterator[str]:
-    count = 1
-    for extent in extents:
-        count *= extent
     base = "_".join(name.split()) or "_"
-    return (base + subscripts(extents, k).replace(" ", "") for k in range(count))
+    return (base + subscripts(extents, k).replace(" ", "") for k in range(size(extents)))
 
 
 def unique(names: List[str]) -> List[str]:
@@ -115,7 +99,3 @@ def unique(names: List[str]) -> List[str]:
 def shape(f: Any) -> str:
     return " (%s)" % " x ".join(map(str, f.shape)) if f.shape else ""
 
-
-def term(cof: float, name: str, first: bool) -> str:
-    sign = ("-" if cof < 0 else "") if first else "- " if cof < 0 else "+ "
-    return sign + ("" if abs(cof) == 1.0 else "%.6g " % abs(cof)) + name
