@@ -308,11 +308,15 @@ class Values(unittest.TestCase):
                 f += x[k % 3] + 1
             for _ in range(60):
                 twice = twice + twice
+            weight = s.model.parameter("w", 1.0)
+            for _ in range(2000):
+                weight = weight + 0.5
             for k in range(40):
                 state = [[0, 1, 0], [0, 0, 1], [1, 0, 0]] @ state + state - state.T
             self.assertEqual(f.value, sum(values[k % 3] for k in range(n)) + n)
             self.assertEqual(s.model.sum(2 * x[k % 3] for k in range(n)).value, 2 * (f.value - n))
             self.assertEqual(twice.value, [2 ** 60 * v for v in values])
+            self.assertEqual((weight * x).value, [1001 * v for v in values])
             self.assertEqual(state.value, values[1:] + values[:1])
             self.assertLess(len(repr(f)), 200)
 

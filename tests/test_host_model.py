@@ -51,7 +51,8 @@ class Changing:
     def step(self):
         kind, m = self.rng.randrange(9), self.model
         if kind == 0:
-            self.variables.append(m.variable(None, self.rng.choice([(), 3]), -1, self.number() ** 2))
+            shape, upper = self.rng.choice([(), 3]), self.number() ** 2
+            self.variables.append(m.variable(None, shape, -1, upper))
         elif kind in (1, 2):
             side = self.rng.choice([-8.0, [self.number(), -inf], 4 * self.p - 9])
             f = self.rng.choice([self.p, 1.0]) * self.variables[0] + self.scalar()
@@ -93,7 +94,7 @@ class InPlace(unittest.TestCase):
 
     def test_example_of_the_package(self):
         names = {}
-        example = host.__doc__[host.__doc__.index("    from host") :]
+        example = host.__doc__[host.__doc__.index("    from host"):host.__doc__.index("\n\nIts")]
         exec(textwrap.dedent(example), names)
         status, objective, level, dual = names["first"]
         self.assertEqual((status, *map(len, (level, dual))), ("optimal", 3, 2))
@@ -233,7 +234,8 @@ class Refusals(unittest.TestCase):
                 (ValueError, "not finite", lambda: setattr(p, "value", inf)),
                 (ValueError, "can't have values", lambda: setattr(p, "value", [1.0])),
                 (ValueError, "NaN", lambda: x >= nan), (ValueError, "NaN", lambda: x[0] + nan),
-                (ValueError, "finite", lambda: inf * x), (ValueError, "finite", lambda: x + [1, inf]),
+                (ValueError, "finite", lambda: inf * x),
+                (ValueError, "finite", lambda: x + [1, inf]),
                 (ValueError, "is inf", lambda: m.constrain(x[0] >= inf)),
                 (ValueError, "is -inf", lambda: m.constrain(x <= [1, -inf])),
                 (ValueError, "finite", lambda: m.constrain(1e300 * (1e300 * x[0]) >= 1)),

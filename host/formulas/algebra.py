@@ -5,11 +5,13 @@ are; what is made of them is taken apart: (p + 1) f is p f + f, and (C P) f is C
 """
 
 import math
-from typing import Any, Iterable, List, Optional, Tuple
+from typing import Any, Dict, Iterable, List, Optional, Tuple
 
 from ..data.constants import Constant
 from . import printing, structure, tree
 from .tree import Formula, Shape
+
+Term = Tuple[Formula, float]  # and its weight
 
 # What an operator does with its second operand, seen from the factor.
 LEFT, RIGHT, ELEMENTS, DOT = "left", "right", "elements", "dot"
@@ -78,6 +80,33 @@ def total(items: Iterable[Any]) -> Formula:
     if not terms:
         terms = [tree.as_formula(0.0)]
     return tree.node("sum", shape, terms, (1.0,) * len(terms))
+
+
+def counted(root: Formula) -> Dict[int, int]:
+    """In how many places each part of a formula stands."""
+    uses, stack = {id(root): 1}, [root]
+    while stack:
+        for g in stack.pop().operands:
+            if id(g) not in uses:
+                uses[id(g)] = 0
+                stack.append(g)
+            uses[id(g)] += 1
+    return uses
+
+
+def flattened(f: Formula, uses: Dict[int, int]) -> List[Term]:
+    """The terms of a sum in their order, those of sums that stand nowhere else among them; what
+    stands in it several times is one term."""
+    terms: Dict[int, Term] = {}
+    stack: List[Term] = [(f, 1.0)]
+    while stack:
+        g, weight = stack.pop()
+        if g.op == "sum" and (g is f or uses[id(g)] == 1):
+            stack.extend((h, weight * w) for h, w in zip(reversed(g.operands), reversed(g.data)))
+        else:
+            _, before = terms.get(id(g), (g, 0.0))
+            terms[id(g)] = g, before + weight
+    return list(terms.values())
 
 
 # Products.
@@ -162,8 +191,9 @@ def times(factor: Formula, f: Formula, how: str) -> Formula:
     if factor.op == "parameter":
         return tree.node("parameters", product_shape(factor, f, how), (factor, f), how)
     if factor.op == "sum":
-        terms = [times(part, f, how) for part in factor.operands]
-        return tree.node("sum", terms[0].shape, terms, factor.data)
+        parts, weights = zip(*flattened(factor, counted(factor)))
+        terms = [times(part, f, how) for part in parts]
+        return tree.node("sum", terms[0].shape, terms, weights)
     if factor.op in ("product", "parameters"):
         inner, side = ((constant_formula(factor.data[0]), factor.data[1])
                        if factor.op == "product" else (factor.operands[0], factor.data))

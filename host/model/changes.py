@@ -21,8 +21,8 @@ class Changes(Solving):
         it, or has it no more."""
         made = isinstance(item, (Constraint, Variable)) and item.model is self
         if not made or not item.is_whole:
-            raise ValueError("only a whole constraint or variable of this model, %r, can be removed "
-                             "from it, not %r" % (self.name, item))
+            raise ValueError("only a whole constraint or variable of this model, %r, can be "
+                             "removed from it, not %r" % (self.name, item))
         if isinstance(item, Constraint):
             self._remove_constraint(item)
         else:

@@ -73,10 +73,10 @@ Layout = Union[QuadraticLayout, SemidefiniteLayout]
 
 
 class Cones:
-    """The cones that one constraint makes. Their slots are numbered from 0 on, cone by cone: `forms`
-    has the numbers of each and `store` the programs. By slot: `accid`, `ofs` and `scale`, its cone,
-    its place there, and the factor that turns its value into that of its element. By cone:
-    `accptr`, its first slot."""
+    """The cones that one constraint makes. Their slots are numbered from 0 on, cone by cone:
+    `forms` has the numbers of each and `store` the programs. By slot: `accid`, `ofs` and `scale`,
+    its cone, its place there, and the factor that turns its value into that of its element. By
+    cone: `accptr`, its first slot."""
 
     def __init__(self, kind: str, layout: Layout) -> None:
         self.kind, self.layout, n = kind, layout, layout.count * layout.size

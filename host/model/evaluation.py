@@ -10,12 +10,10 @@ from ..data.constants import Constant
 from ..evaluator.expressions import Evaluator
 from ..evaluator.stacks import Expression
 from ..formulas.algebra import (DIAGONAL_LEFT, DIAGONAL_RIGHT, DOT, ELEMENTS, LEFT, OUTER_LEFT,
-                                OUTER_RIGHT, RIGHT)
+                                OUTER_RIGHT, RIGHT, Term, counted, flattened)
 from ..formulas.tree import Formula, Shape
 from ..index_maps.arrays import IndexArray
 from ..index_maps.variables import Variable as IndexMap
-
-Term = Tuple[Formula, float]
 
 
 def evaluate(ev: Evaluator, root: Formula, variables: int) -> Expression:
@@ -49,31 +47,6 @@ def evaluate(ev: Evaluator, root: Formula, variables: int) -> Expression:
     return done[id(root)]
 
 
-def counted(root: Formula) -> Dict[int, int]:
-    """In how many places each part of a formula stands."""
-    uses, stack = {id(root): 1}, [root]
-    while stack:
-        for g in stack.pop().operands:
-            if id(g) not in uses:
-                uses[id(g)] = 0
-                stack.append(g)
-            uses[id(g)] += 1
-    return uses
-
-
-def flattened(f: Formula, uses: Dict[int, int]) -> List[Term]:
-    """The terms of a sum in their order, those of sums that stand nowhere else among them."""
-    terms: List[Term] = []
-    stack: List[Term] = [(f, 1.0)]
-    while stack:
-        g, weight = stack.pop()
-        if g.op == "sum" and (g is f or uses[id(g)] == 1):
-            stack.extend((h, weight * w) for h, w in zip(reversed(g.operands), reversed(g.data)))
-        else:
-            terms.append((g, weight))
-    return terms
-
-
 def atomic(f: Formula) -> bool:
     """Whether a sum takes it without an expression of its own."""
     return f.shape == () and f.op in ("variable", "constant")
@@ -94,11 +67,7 @@ def require_kept(f: Any) -> None:
 
 
 def weighted_sum(ev: Evaluator, terms: List[Term], done: Dict[int, Expression]) -> Expression:
-    weights: Dict[int, float] = {}  # what stands there twice is taken once
-    for g, weight in terms:
-        if not atomic(g):
-            weights[id(g)] = weights.get(id(g), 0.0) + weight
-    rest = [(done[part], weight) for part, weight in weights.items()]
+    rest = [(done[id(g)], weight) for g, weight in terms if not atomic(g)]
     single = [term for term in terms if atomic(term[0])]
     if single:
         rest.insert(0, (scalars(ev, single), 1.0))

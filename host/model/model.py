@@ -1,4 +1,4 @@
-"""The model: variables, parameters, constraints and an objective, for whatever solver takes them."""
+"""The model: variables, parameters, constraints and an objective, for any solver that has it."""
 
 from __future__ import annotations
 
@@ -82,8 +82,8 @@ class Model(Changes):
 
     def _matrices(self, shape: Any, name: str) -> IndexMap:
         if len(shape) not in (2, 3) or shape[-1] != shape[-2] or shape[-1] < 1:
-            raise ValueError("%s can't have the shape %s: semidefinite matrices are square, one, or "
-                             "several along a first dimension" % (name, list(shape)))
+            raise ValueError("%s can't have the shape %s: semidefinite matrices are square, one, "
+                             "or several along a first dimension" % (name, list(shape)))
         count, dim = size(shape[:-2]), shape[-1]
         require_room(len(self.tables) + count * dim * dim)
         self.blocks.extend([dim] * count)
@@ -225,7 +225,8 @@ class Model(Changes):
             if side is not None and f.shape == ():
                 f = structure.spread(f, side.shape)
         rows = self.build_rows(f, lower, upper, name_of(name))
-        return Constraint(self, name, f.shape, Between(f, lower, upper) if said is None else said, rows)
+        said = Between(f, lower, upper) if said is None else said
+        return Constraint(self, name, f.shape, said, rows)
 
 
 def extents(shape: Any) -> Shape:

@@ -53,9 +53,9 @@ class Reading:
             res[i] += cof * xx[j]
         if len(forms.matcof) > 0:
             place = {at: k for k, at in enumerate(zip(*self._entries))}
-        for i, *at, cof in zip(forms.barsubi, forms.barsubj, forms.matsubi, forms.matsubj,
-                               forms.matcof):
-            res[i] += (1.0 if at[1] == at[2] else 2.0) * cof * self._barx[place[at[0], at[1], at[2]]]
+        for form, barj, i, j, cof in zip(forms.barsubi, forms.barsubj, forms.matsubi, forms.matsubj,
+                                         forms.matcof):
+            res[form] += (1.0 if i == j else 2.0) * cof * self._barx[place[barj, i, j]]
         return res
 
     def row_levels(self, codes: Any, cones: Optional[Cones]) -> Any:
