@@ -296,6 +296,18 @@ class Values(unittest.TestCase):
                 self.assertEqual((f.shape, f.value), (d.shape, d.nested()))
                 repr(f)
 
+    @unittest.skipIf(numpy is None, "there is no NumPy")
+    def test_arrays_on_the_left(self):
+        m, a = Model(), numpy.arange(6.0).reshape(2, 3)
+        x, other = m.variable("x", 3), m.variable("y", (2, 3))
+        for f, text in ((a @ x, "array(2x3) @ x"), (a * other, "array(2x3) * y"),
+                        (numpy.float32(2) * x, "2 x"), (numpy.int8(3) - x[0], "-x[0] + 3"),
+                        (a[0] - x, "-x + [0, 1, 2]"), (a[1] <= x, "x >= [3, 4, 5]"),
+                        (numpy.array(2.0) * x, "2 x"), (x[numpy.int64(1)], "x[1]"),
+                        (x[numpy.array([2, 0])], "[x[2], x[0]]"), ([1, 0, 1] @ x, "dot([1, 0, 1], x)"),
+                        (m.constrain("c", x <= a.max(axis=0)), "c: x <= [3, 4, 5]")):
+            self.assertEqual(repr(f), text)
+
     def test_many_steps(self):
         """Chains of 10^5 sums, parts that stand in many places, and steps that build on others."""
         s, n = Sampler(0), 10 ** 5

@@ -3,17 +3,18 @@
 import contextlib
 import io
 import itertools
+import os
 import math
 import random
 import shutil
+import tempfile
 import textwrap
 import unittest
 from math import inf, nan, sqrt
-from unittest import mock
 
 import host
-from host import Model, SolverError, quadratic_cone, rotated_cone, semidefinite
-from host.solvers import SOLVERS, Adapter
+from host import Model, quadratic_cone, rotated_cone, semidefinite
+from host.formats.mps import read_mps
 from host.solvers.glpk import Glpk
 
 needs_glpk = unittest.skipIf(Glpk.missing(), Glpk.missing())
@@ -196,7 +197,7 @@ class Cones(unittest.TestCase):
             self.assertAlmostEqual(m.objective, objective, places=5)
             self.assertAlmostEqual(low.level[2], 2.0, places=5)
             m.remove(removed)
-        self.assertEqual(m.needs(), {"linear"})
+        self.assertEqual(m.needs(), ["linear"])
 
 
 class Refusals(unittest.TestCase):
@@ -308,6 +309,29 @@ class Texts(unittest.TestCase):
         for _ in range(1000):
             n = n + x[1, 0] - p
         self.assertLess(max(map(len, (str(n), str(n >= 1), *text.splitlines()))), 200)
+
+    @needs_glpk
+    def test_files_have_the_problem_and_its_names(self):
+        m = Model()
+        x, n = m.variable("my x", 2, lower=0), m.variable("n", upper=3, integer=True)
+        m.constrain("need it", 2 * x + n >= m.parameter("p", [4.0, 5.0]))
+        m.remove(m.constrain(n >= 1))
+        m.minimize(x.sum() - n + 1.5)
+        with tempfile.TemporaryDirectory() as directory:
+            path = os.path.join(directory, "model.mps")
+            m.write(path)
+            with open(path) as file:
+                text = file.read()
+            _, problem = read_mps(path)
+            self.assertRaisesRegex(ValueError, "integer", m.write, path[:-3] + "dat-s")
+            self.assertRaisesRegex(ValueError, r"\*\.mps", m.write, path[:-3] + "xyz")
+            self.assertEqual(os.listdir(directory), ["model.mps"])
+        for name in ("my_x[1]", "need_it[0]", " n "):
+            self.assertIn(name, text)
+        (_, _, terms, sides, *_), (_, _, found, read, *_) = map(content, (m.problem(), problem))
+        self.assertEqual({k: v for k, v in found.items() if k[1] < 4}, terms)
+        self.assertEqual([side[:2] for side in read], [side[:2] for side in sides])
+        self.assertEqual(list(problem.integer[1:4]), [0, 0, 1])
 
 
 if __name__ == "__main__":

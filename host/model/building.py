@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 from array import array
-from typing import Any, Dict, Optional, Set, Union
+from typing import Any, Dict, List, Optional, Union
 
 from ..data.bounds import sides
 from ..data.buffers import require_room, size, zeros
@@ -13,7 +13,8 @@ from ..evaluator.stacks import Expression
 from ..formulas import printing, structure
 from ..formulas.leaves import Parameter, Variable
 from ..formulas.tree import VARIABLES, Formula, Membership, Shape
-from ..solvers.problem import OFF_DIAGONAL, QUADRATIC, ROTATED, SEMIDEFINITE, Forms, Problem
+from ..solvers.problem import (OFF_DIAGONAL, QUADRATIC, ROTATED, SEMIDEFINITE, Forms, Problem,
+                               needs)
 from .affine_rows import ElementTables, evaluated, split, with_terms
 from .cones import Cones, QuadraticLayout, SemidefiniteLayout, numbers
 from .constraints import Constraint
@@ -211,13 +212,7 @@ class Building:
         forms.barsubj = array("i", map(place.__getitem__, forms.barsubj))
         return forms
 
-    def needs(self) -> Set[str]:
+    def needs(self) -> List[str]:
         """What a solver has to take."""
-        found = {"linear"}
-        if any(self.columns.integer):
-            found.add("integer")
-        for held in self.cones.values():
-            found.add(SEMIDEFINITE if held.kind == SEMIDEFINITE else QUADRATIC)
-        if len(self.tables.dim) > len(self.removed_matrices):
-            found.add(SEMIDEFINITE)
-        return found
+        return needs(self.columns.integer, (held.kind for held in self.cones.values()),
+                     len(self.tables.dim) > len(self.removed_matrices))

@@ -29,7 +29,7 @@ from __future__ import annotations
 import math
 from array import array
 from dataclasses import dataclass, fields, replace
-from typing import List, Optional, Tuple
+from typing import Iterable, List, Optional, Tuple
 
 from ..data.buffers import zeros
 from ..data.entries import gathered
@@ -153,12 +153,18 @@ class Problem:
 
     def needs(self) -> List[str]:
         """What a solver must take, of "linear", "integer", "quadratic" and "semidefinite"."""
-        kinds = {SEMIDEFINITE if cone.kind == SEMIDEFINITE else QUADRATIC for cone in self.cones}
-        if self.dims:
-            kinds.add(SEMIDEFINITE)
-        if any(self.integer):
-            kinds.add("integer")
-        return ["linear", *sorted(kinds)]
+        return needs(self.integer, (cone.kind for cone in self.cones), bool(self.dims))
+
+
+def needs(integer: bytearray, cones: Iterable[str], matrices: bool) -> List[str]:
+    """What a solver must take of a problem with such columns, kinds of cones, and semidefinite
+    variables or none."""
+    kinds = {SEMIDEFINITE if kind == SEMIDEFINITE else QUADRATIC for kind in cones}
+    if matrices:
+        kinds.add(SEMIDEFINITE)
+    if any(integer):
+        kinds.add("integer")
+    return ["linear", *sorted(kinds)]
 
 
 @dataclass
