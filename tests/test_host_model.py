@@ -1,6 +1,7 @@
 """The model: what stands in it, changes of it in place, solutions read back, and refusals."""
 
 import contextlib
+import copy
 import io
 import itertools
 import os
@@ -258,6 +259,8 @@ class Refusals(unittest.TestCase):
                 (ValueError, "whole", lambda: m.remove(x[0])),
                 (ValueError, "square", lambda: m.variable("S", (2, 3), semidefinite=True)),
                 (ValueError, "no solver 'none'", lambda: m.solve("none")),
+                (TypeError, "copied", lambda: copy.copy(m)),
+                (TypeError, "copied", lambda: copy.deepcopy(x)),
                 (ValueError, "not solved", lambda: x.level)):
             self.assertRaisesRegex(error, text, call)
         m.remove(cone)

@@ -43,6 +43,10 @@ class Building:
         self.is_maximized = False
         self.native, self.batch, self._serial = Native(), Batch(), 0
 
+    def __reduce__(self) -> Any:
+        raise TypeError("the model %r can't be copied: its variables would belong to two models"
+                        % self.name)
+
     # What may stand in the model.
 
     def own(self, f: Formula) -> Formula:
