@@ -7,10 +7,12 @@ import ctypes
 import statistics
 import time
 
+from host import Model
 from host.closures import closure
-from host.glpk import Problem, address, library
-from host.matrices import SparseMatrix
-from host.model import Model
+from host.data.matrices import SparseMatrix
+from host.solvers.glpk import Glpk
+from host.solvers.glpk_library import library
+from host.solvers.glpk_problem import address
 
 ROWS, COLUMNS, EACH = 200_000, 100_000, 10  # nonzeros in a row
 
@@ -26,13 +28,13 @@ def matrix():
 def build(a):
     """Seconds in all and in closures."""
     in_closures, start = closure.seconds, time.perf_counter()
-    native = Problem()
-    model = Model(native)
-    x = model.variable([COLUMNS])
-    with model.evaluator.w.scratch():
-        model.constrain(model.evaluator.mul_left(a, model.evaluator.push_variable(x)), 0.0, 1.0)
+    model = Model("linear")
+    x = model.variable("x", COLUMNS)
+    rows = model.constrain("rows", a @ x, lower=0.0, upper=1.0)
+    model.build()
+    model.native.bring(model, Glpk)
     seconds = time.perf_counter() - start
-    assert native.nonzeros == a.mnnz
+    assert rows.shape == (ROWS,) and model.native.adapter.rows == ROWS
     return seconds, closure.seconds - in_closures
 
 

@@ -5,9 +5,10 @@ import array
 import statistics
 import time
 
-from host.model import Model
-from host.row_store import RowStore
-from host.variables import Variable
+from host.evaluator.expressions import Evaluator
+from host.index_maps.arrays import IndexArray
+from host.index_maps.variables import Variable
+from host.model.row_store import RowStore
 
 BUILD = ("product", "merging and simplification", "storing")
 STEPS = (*BUILD, "build", "update")
@@ -15,8 +16,8 @@ STEPS = (*BUILD, "build", "update")
 
 def road(n):
     """Seconds in each of the steps."""
-    model, store = Model(None), RowStore()
-    ev, matrix = model.evaluator, model.parameter_array([n, n], array.array("d", [1.0]) * (n * n))
+    table, store = array.array("d", [1.0]) * (n * n), RowStore()
+    ev, matrix = Evaluator(table), IndexArray([n, n], range(n * n))
     x, rows = Variable([n], range(1, n + 1)), array.array("i", range(n))
     store.add_rows(n)
     times = [time.thread_time()]
@@ -31,8 +32,8 @@ def road(n):
     values, updates = array.array("d", range(n * n)), []
     for _ in range(5):
         start = time.thread_time()
-        matrix.values = values
-        _, _, coefficients = store.evaluate(model.param_value, ev.x)
+        table[:] = values
+        _, _, coefficients = store.evaluate(table, ev.x)
         updates.append(time.thread_time() - start)
     assert coefficients == values
     return [*steps, sum(steps), statistics.median(updates)]

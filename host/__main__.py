@@ -12,8 +12,8 @@ With --matrix-parameters each nonzero of the constraint matrix is a parameter of
 are done for the matrix as it is, and for one with each nonzero times a random factor between 0.9
 and 1.1, the same ones in each run.
 
-The time in the host takes in handing the model to the solver and taking the solution from it; the
-time in the solver is that of solving alone. Reading the file is in neither, and the second road is
+The time in the host takes in handing the model to the solver; the time in the solver is that of
+solving and of taking the solution from it. Reading the file is in neither, and the second road is
 not in the account. While all this takes its time, standard error tells the step that it is in, if
 that is a terminal.
 
@@ -25,14 +25,19 @@ missing.
 
 import argparse
 import math
+import os
 import sys
+from typing import NoReturn, Optional, Sequence
 
 from .closures import load
-from .glpk import SolverError
-from .linear import LinearRoads, MatrixRoads
-from .progress import progress
-from .sdpa import FormatError
-from .semidefinite import SemidefiniteRoads
+from .demo.comparison import Roads
+from .demo.linear import LinearRoads, MatrixRoads
+from .demo.progress import progress
+from .demo.semidefinite import SemidefiniteRoads
+from .formats.sdpa import FormatError
+from .solvers import SolverError
+
+SDPA, MPS = ".dat-s", (".mps", ".mps.gz")
 
 
 class UsageError(Exception):
@@ -40,12 +45,12 @@ class UsageError(Exception):
 
 
 class Parser(argparse.ArgumentParser):
-    def error(self, message):
+    def error(self, message: str) -> NoReturn:
         raise UsageError("%s (usage: python -m host FILE [--parameter P | --matrix-parameters] "
                          "[--maximize])" % message)
 
 
-def finite(text):
+def finite(text: str) -> float:
     try:
         value = float(text)
     except ValueError:
@@ -55,9 +60,13 @@ def finite(text):
     return value
 
 
-def roads(options):
+def roads(options: argparse.Namespace) -> Roads:
     """The Roads of the file, by its name."""
-    if options.file.endswith(".dat-s"):
+    name = os.path.basename(options.file).lower()
+    if "." in name and not name.endswith((SDPA, *MPS)):
+        raise UsageError("%s is neither an MPS file (.mps, .mps.gz or without a suffix) nor one in "
+                         "SDPA's sparse format (.dat-s)" % options.file)
+    if name.endswith(SDPA):
         if options.maximize:
             raise UsageError("--maximize is for MPS files: SDPA's format tells what to maximize")
         if options.matrix_parameters:
@@ -67,7 +76,7 @@ def roads(options):
     return kind(options.file, options.maximize)
 
 
-def run(arguments):
+def run(arguments: Optional[Sequence[str]]) -> int:
     """The exit status; errors for the user are raised."""
     parser = Parser(prog="python -m host", allow_abbrev=False, description="Solves a "
                     "problem through the closures and by its solver alone, and compares the two.")
@@ -107,7 +116,7 @@ def run(arguments):
     return 0
 
 
-def main(arguments=None):
+def main(arguments: Optional[Sequence[str]] = None) -> int:
     try:
         return run(arguments)
     except OSError as error:
@@ -121,5 +130,6 @@ def main(arguments=None):
 
 
 if __name__ == "__main__":
-    sys.stdout.reconfigure(errors="backslashreplace")  # for names of any bytes
+    # Names may have any bytes.
+    sys.stdout.reconfigure(errors="backslashreplace")  # type: ignore[attr-defined]
     sys.exit(main())

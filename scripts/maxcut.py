@@ -8,7 +8,7 @@ maximise <L, X> / 4, with L the Laplacian of the graph, where the diagonal of X 
 import sys
 from array import array
 
-from host.sdpa import SdpaProblem
+from host.formats.sdpa import SdpaProblem
 
 
 def relaxation(nodes, edges):

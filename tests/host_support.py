@@ -1,16 +1,10 @@
 """What the tests of the host share: an evaluator whose stacks tell what is written outside."""
 
-import os
-import re
-import subprocess
-import sys
-import tempfile
-import unittest
 from array import array
 
-from host import expressions
+from host.evaluator import expressions
 from host.closures import Closures
-from host.stacks import Expression, Stack
+from host.evaluator.stacks import Expression, Hold, Stack
 from support import MARKER, gaps, push, strided
 
 KINDS = {"i": "i32", "q": "i64", "d": "f64"}
@@ -57,47 +51,16 @@ class Evaluator(expressions.Evaluator):
         """A `Model` on the stack."""
         header = vars(push(self.w, model))
         header.pop("nd")
-        return Expression(shape=tuple(model.shape), finished=False, **header)
+        hold = Hold(self.w, header["shape_base"])
+        return Expression(shape=tuple(model.shape), finished=False, hold=hold, **header)
 
 
 def call_spread(closures, number, *arguments, call=Closures.__call__):
     """Calls a closure with the elements of each array apart in a larger one."""
-    spread = {id(a): (a, strided(a)) for a in arguments if isinstance(a, array) and len(a) > 0}
+    plain = lambda a: isinstance(a, array) or isinstance(a, memoryview) and a.ndim == 1
+    spread = {id(a): (a, strided(a)) for a in arguments if plain(a) and len(a) > 0}
     result = call(closures, number, *(spread.get(id(a), (a, a))[1] for a in arguments))
     for a, view in spread.values():
-        a[:] = array(a.typecode, view)
-        assert not set(gaps(view)) - {MARKER[a.typecode]}, number
+        a[:] = array(view.format, view)
+        assert not set(gaps(view)) - {MARKER[view.format]}, number
     return result
-
-
-class DemoCase(unittest.TestCase):
-    """Runs the command `python -m host` on texts, each as the file `file_name`."""
-
-    def setUp(self):
-        directory = tempfile.TemporaryDirectory()
-        self.addCleanup(directory.cleanup)
-        self.path = os.path.join(directory.name, self.file_name)
-
-    def run_host(self, *arguments, change=None, **environment):
-        """Status, output and errors of the command, or of one where Python text changed things."""
-        command = ["-m", "host"] if change is None else [
-            "-c", change + "\nfrom host.__main__ import main\nsys.exit(main())"]
-        result = subprocess.run([sys.executable, *command, *arguments], universal_newlines=True,
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                env={**os.environ, **environment})
-        return result.returncode, result.stdout, result.stderr
-
-    def solve(self, text, *arguments, **how):
-        with open(self.path, "w") as file:
-            file.write(text)
-        return self.run_host(self.path, *arguments, **how)
-
-    def row(self, output, label):
-        (line,) = (line for line in output.splitlines() if line.startswith(label))
-        return line[len(label) :].split()
-
-    def assert_refused(self, expected, answer):
-        """Status 2 and one line on standard error, which says what is expected."""
-        status, output, errors = answer
-        self.assertEqual((status, output), (2, ""))
-        self.assertRegex(errors, r"\Ahost: .*%s.*\n\Z" % re.escape(expected))

@@ -1,30 +1,15 @@
-"""The host: its operations by meaning, its models, and the demo command on tiny problems."""
+"""The evaluator: its operations by meaning, and what it refuses."""
 
-import math
-import os
-import textwrap
 import unittest
-from array import array
-from math import inf
 from unittest import mock
 
-import host
-from host import stacks
-from host.expressions import Evaluator
-from host.glpk import Problem, SolverError
-from host.matrices import DenseMatrix, SparseMatrix
-from host.model import Constraint, Model
-from host.variables import Variable
-from host_support import DemoCase
+from host.evaluator import stacks
+from host.evaluator.expressions import Evaluator
+from host.index_maps.arrays import IndexArray
+from host.data.matrices import DenseMatrix, SparseMatrix
+from host.index_maps.variables import Variable
 from host_support import Evaluator as GuardedEvaluator
 from support import Sampler, evaluate, product, read
-
-try:
-    Problem()
-    needs_glpk = lambda test: test
-except SolverError as missing:
-    needs_glpk = unittest.skip(str(missing))
-
 
 def times(rows, values, d1=1):
     """The plain product of a matrix, given by its rows, and row-major values of `d1` columns."""
@@ -147,6 +132,33 @@ class Operations(unittest.TestCase):
                     self.assertEqual(e.w.mark(), mark)
                     self.assertEqual([list(a) for a in (e.w.i32, e.w.i64, e.w.f64)], held)
 
+    def test_expressions_of_another_stack_and_freed_ones(self):
+        e, other, square = Evaluator(name="one"), Evaluator(name="another"), [1.0, 2.0, 3.0, 4.0]
+        m, foreign = DenseMatrix(2, 2, square), other.push_expression([2, 2], square)
+        with e.w.scratch():
+            freed = e.push_expression([2, 2], square)
+        here = e.push_expression([2, 2], square)  # stands where the freed one did
+        p = IndexArray([2, 2], range(4))
+        for x, text in ((foreign, "stands on another, not on one"), (freed, "on one no more")):
+            for method, *arguments in (
+                    (e.finish, x), (e.merge_terms, x), (e.mul_left, m, x), (e.mul_right, x, m),
+                    (e.weighted_sum, [here, x], [1, 1]), (e.weighted_add, 1, here, 1, x),
+                    (e.weighted_add, 1, x, 1, here), (e.mul_param_scalar, 0, x), (e.dot, m, x),
+                    (e.mul_const, 2.0, x), (e.mul_elm, m, x), (e.mul_diag_left, m, x),
+                    (e.mul_diag_right, x, m), (e.mul_scalar_matrix, m, x), (e.sum_axis, x, 0),
+                    (e.symmetrize, x, 0, 1), (e.triangle, x, 0, 1), (e.densify, x),
+                    (e.scale_offdiag, x, 0, 1, 2.0), (e.stack, [here, x], 0), (e.repeat, x, 2, 0),
+                    (e.transpose, x), (e.permute_dims, x, [1, 0]), (e.slice, x, [0, 0], [1, 1]),
+                    (e.pick, x, [0]), (e.pick_subscripts, x, [[0, 0]]), (e.mul_param_left, p, x),
+                    (e.mul_param_right, x, p), (e.mul_param_elem, p, x), (e.dot_param, p, x),
+                    (e.diag_param_left, p, x), (e.diag_param_right, x, p)):
+                self.assertRaisesRegex(ValueError, text, method, *arguments)
+        with self.assertRaises(KeyError), e.w.undone_on_error():
+            undone = e.mul_const(2.0, here)
+            e.mul_const(1.0, undone)
+            raise KeyError
+        self.assertRaisesRegex(ValueError, "no more", e.mul_const, 1.0, undone)
+
     def test_a_stack_that_is_full(self):
         stack = stacks.Stack()
         mark = stack.mark()
@@ -161,191 +173,6 @@ class Operations(unittest.TestCase):
         sparse = Variable([3, 4], [7, 8, 9, 6], [1, 5, 6, 11]).slice([1, 1], [3, 3])
         self.assertEqual((list(sparse.nativeidxs), list(sparse.sparsity)), ([8, 9], [0, 1]))
 
-
-@needs_glpk
-class Models(unittest.TestCase):
-    def test_example_of_the_package(self):
-        names = {}
-        example = host.__doc__[host.__doc__.index("    from math") :]
-        exec(textwrap.dedent(example), names)
-        self.assertEqual([[list(part) for part in names[stage]] for stage in ("first", "second")],
-                         [[[0.0, 3.0], [0.25]], [[0.0, 6.0], [0.25]]])
-
-    def test_parameters_everywhere(self):
-        """max p x + y + q with p x + y <= 4 p, y <= q as a row, 0 <= x <= 5."""
-        model = Model(Problem())
-        model.evaluator = GuardedEvaluator()
-        x, y = model.variable([1], 0.0, 5.0), model.variable([1])
-        p, q, e = model.parameter(2.0), model.parameter(1.0), model.evaluator
-        one = lambda: e.push_expression([1], [1.0])
-        times_p = lambda h: e.mul_param_scalar(p.index, h)
-        gain = e.weighted_sum([times_p(e.push_variable(x)), e.push_variable(y)], [1, 1])
-        model.minimize(one())
-        model.maximize(e.weighted_sum([gain, e.mul_param_scalar(q.index, one())], [1, 1]))
-        upper = model.constrain(e.weighted_sum([gain, times_p(one())], [1, -4]), -inf, 0.0)
-        bound = model.constrain(e.weighted_sum([e.push_variable(y), e.mul_param_scalar(
-            q.index, one())], [1, -1]), -inf, [0.0])
-        with self.assertRaisesRegex(ValueError, "no solution"):
-            model.levels(x)
-        for p.value, q.value in ((2.0, 1.0), (4.0, 9.0), (0.5, 1.0)):
-            self.assertEqual(model.solve(), "optimal")
-            self.assertAlmostEqual(model.objective(), 4 * p.value + q.value)
-            self.assertAlmostEqual(model.row_levels(upper)[0], 4 * p.value)
-            self.assertAlmostEqual(model.row_duals(upper)[0], 1.0)
-            self.assertLessEqual(model.row_levels(bound)[0], q.value)
-        model.minimize(one())
-        self.assertEqual((model.solve(), model.objective()), ("optimal", 1.0))
-        model.minimize(times_p(one()))
-        model.minimize(times_p(e.push_expression([1], [0.0])))
-        self.assertEqual((model.solve(), model.objective()), ("optimal", 0.0))
-
-    def test_refusals_change_nothing(self):
-        model = Model(Problem())
-        e, x = model.evaluator, model.variable([2], 0.0, 9.0)
-        model.remove(model.variable([2]))
-        one, semidefinite = (e.push_expression([1], [1.0], [0, k], [-1], [1.0]) for k in (0, 1))
-        model.maximize(one)
-        infinite = e.push_expression([1], [inf])
-        self.assertEqual(model.solve(), "optimal")
-        native = model.native
-        state = lambda: (native.rows, native.columns, native.maximize, native.column_bounds(),
-                         native.objective(), model.objective(), list(model.param_value))
-        before = state()
-        for refused, *arguments in (
-                (model.constrain, semidefinite, 0.0, 0.0), (model.constrain, infinite, 0.0, 0.0),
-                (model.constrain, one, [0.0, 0.0], 0.0), (model.constrain, one, math.nan, 0.0),
-                (model.constrain, one, inf, inf), (model.constrain, one, 0.0, 1.0, infinite),
-                (model.minimize, infinite), (model.minimize, e.push_expression([2], [1.0, 1.0])),
-                (model.variable, [-1, -1]), (model.variable, [3], [5.0, 5.0, math.nan]),
-                (model.variable, [3], 0.0, [5.0, 5.0, -inf]), (model.levels, Variable([1], [-1])),
-                (model.row_duals, Constraint([1], array("i", [-1]))),
-                (e.mul_param_scalar, 0, one), (model.parameters, [1.0, "two"])):
-            self.assertRaises(ValueError, refused, *arguments)
-            self.assertEqual(state(), before)
-        vast = e.push_variable(Variable([2 ** 31 - 1], [1], [5]))
-        for add, *arguments in ((native.add_rows, 10 ** 8 + 1), (model.variable, [2 ** 31 - 1]),
-                                (model.constrain, vast, 0.0, 1.0)):
-            self.assertRaisesRegex(SolverError, "can't hold", add, *arguments)
-        self.assertRaises(OverflowError, model.constrain, e.push_expression([1], [1e308]), -1e308,
-                          1.0)
-        model.minimize(one)
-        self.assertRaisesRegex(ValueError, "no solution", model.objective)
-
-
-# min x + 2 y + 3 z - 10 with x + y = 4, 1 <= y + z <= 3, -x <= -1, a free row, x <= 3, z >= -1.
-# With the first four sides times p and x = 4 p - y that is min 4 p + y + 3 z - 10, so from p = 1 on
-# z = -1 and y = p + 1.
-MIXED = """\
-NAME MIXED
-ROWS
- N COST
- E SUM
- G RANGE
- L NEG
- N WATCH
-COLUMNS
- X COST 1 SUM 1
- X NEG -1 WATCH 1
- Y COST 2 SUM 1
- Y RANGE 1
- Z COST 3 RANGE 1
- Z WATCH 1
-RHS
- B COST -10 SUM 4
- B RANGE 1 NEG -1
-RANGES
- R RANGE 2
-BOUNDS
- UP BND X 3
- LO BND Z -1
-ENDATA
-"""
-# max 2 x with 2 x <= 1; an integer column without bounds is binary.
-FIXED_FORMAT = """\
-NAME          TINY
-ROWS
- N  COST
- L  LIM 1
-COLUMNS
-    MARK1     'MARKER'                 'INTORG'
-    X 1       COST             -2.0    LIM 1            2.0
-    MARK2     'MARKER'                 'INTEND'
-RHS
-    RHS       LIM 1             1.0
-ENDATA
-"""
-
-
-def lp(columns, rhs="", rows=" G LOW\n L HIGH\n", end=""):
-    return "NAME T\nROWS\n N COST\n%sCOLUMNS\n%s\nRHS\n%s%sENDATA\n" % (
-        rows, columns, rhs + "\n" if rhs else "", end)
-
-
-@needs_glpk
-class Demo(DemoCase):
-    file_name = "model.mps"
-
-    def test_objectives(self):
-        empty = lp(" X LOW 1 HIGH 1", " B LOW 1 HIGH 5")
-        negative = lp(" X COST 1 LOW 1", " B LOW -3", end="BOUNDS\n FR BND X\n")
-        no_rows = lp(" X COST -1", rows="", end="BOUNDS\n UP BND X 4\n")
-        both_sides = lp(" X COST 1 LOW 1", " B LOW 2", end="RANGES\n R LOW 0\n")
-        for text, arguments, objectives in (
-            (MIXED, [], [-7, -6.5]),
-            (MIXED, ["--maximize"], [1, 1.5]),  # z = 3 p - y and y = 4 p - 3
-            (MIXED, ["--parameter", "0"], [-7, -10]),
-            (MIXED, ["--parameter", "-1"], [-7, "infeasible"]),
-            (FIXED_FORMAT, ["--parameter", "2"], [-1, -2]),
-            (empty, [], [0, 0]),
-            (empty, ["--maximize"], [0, 0]),
-            (negative, ["--parameter", "-2e0"], [-3, 6]),
-            (no_rows, [], [-4, -4]),
-            (both_sides, ["--parameter", "3"], [2, 6]),
-        ):
-            with self.subTest(text=text, arguments=arguments):
-                status, output, errors = self.solve(text, *arguments)
-                self.assertEqual((status, errors), (0, ""))
-                for road in ("objective by closures", "objective by GLPK alone"):
-                    found = [v if v.isalpha() else float(v) for v in self.row(output, road)]
-                    for value, expected in zip(found, objectives):
-                        self.assertAlmostEqual(value, expected)
-                for numbers in ("levels", "duals"):
-                    for value in self.row(output, "largest difference of " + numbers):
-                        self.assertTrue(value == "-" or float(value) <= 1e-6)
-        self.assertIn("1 integer column taken", self.solve(FIXED_FORMAT)[1])
-
-    def test_roads_that_differ(self):
-        change = ("import sys, host.linear as l\nsolve = l.Reference.solve\n"
-                  "l.Reference.solve = lambda self, p: solve(self, p * %s)")
-        for factor, status in (("1.0000000001", 0), ("1.0001", 1), ("-1.0", 1)):
-            found, output, errors = self.solve(MIXED, change=change % factor)
-            self.assertEqual((found, errors.count("\n")), (status, status), output)
-
-    def test_bad_input(self):
-        infeasible = lp(" X LOW 1 HIGH 1", " B LOW 2 HIGH 1")
-        hopeless = lp(" X COST 1 HIGH 1e308")
-        no_module = "import sys, host.closures as c\nc.BUILDS = ()\nsys.modules['fragments'] = None"
-        no_glpk = "import sys, host.glpk as g\ng.LIBRARY = 'libnone.so.1'"
-        for expected, answer in (
-            ("required: FILE", self.run_host()),
-            ("No such file", self.run_host(self.path)),
-            ("directory", self.run_host(os.path.dirname(self.path))),
-            ("not an MPS file: line 1", self.solve("hello\n")),
-            ("not an MPS file: line 1", self.solve("")),
-            ("not an MPS file: line 11", self.solve(MIXED.replace("Y COST 2", "Y COST two"))),
-            ("infeasible", self.solve(infeasible)),
-            ("unbounded", self.solve(lp(" X COST 1 LOW 1"), "--maximize")),
-            ("GLPK", self.solve(hopeless)),
-            ("'x' is not a finite number", self.solve(MIXED, "--parameter", "x")),
-            ("finite", self.solve(MIXED, "--parameter", "nan")),
-            ("finite", self.solve(MIXED, "--parameter", "1e999")),
-            ("not finite", self.solve(lp(" X COST 1 LOW 1", " B LOW 4e9"), "--parameter", "1e300")),
-            ("unrecognized", self.solve(MIXED, "--param-eter", "1")),
-            ("module fragments", self.solve(MIXED, change=no_module)),
-            ("libnone.so.1", self.solve(MIXED, change=no_glpk)),
-        ):
-            with self.subTest(expected=expected):
-                self.assert_refused(expected, answer)
 
 
 if __name__ == "__main__":

@@ -3,14 +3,12 @@
 import unittest
 from unittest import mock
 
-from host import parameter_products, sums
-from host.arrays import IndexArray
-from host.glpk import Problem
-from host.matrices import DenseMatrix
-from host.model import Model
-from host_support import DemoCase, Evaluator
+from host.data import buffers
+from host.evaluator import copies
+from host.index_maps.arrays import IndexArray
+from host.data.matrices import DenseMatrix
+from host_support import Evaluator
 from support import Sampler, product
-from test_host import needs_glpk
 from test_host_sums import HostCase, cases
 from test_parameter_products import meetings, shapes
 
@@ -71,8 +69,8 @@ class ParameterProducts(HostCase):
                     p.indexes[-1] = 2
                     self.refuse(ev, "no parameter", run, *arguments(operation, p, e))
                 p = IndexArray(fitting, [0] * product(fitting))
-                with mock.patch.object(parameter_products, "LARGEST", 5), \
-                        mock.patch.object(sums, "LARGEST", 5):
+                with mock.patch.object(copies, "LARGEST", 5), \
+                        mock.patch.object(buffers, "LARGEST", 5):
                     full = ev.push(s.model([2, 3]))
                     self.refuse(ev, "the most is 5", run, *arguments(operation, p, full))
                 self.refuse(ev, "ready for a model", run,
@@ -83,57 +81,20 @@ class ParameterProducts(HostCase):
         ev, n = Evaluator(), 10
         e = ev.push_expression([n], [1.0] * n)
         p = IndexArray([n, n], [0] * n, range(0, n * n, n + 1))
-        with mock.patch.object(parameter_products, "LARGEST", 3 * n), \
-                mock.patch.object(sums, "LARGEST", 3 * n):
+        with mock.patch.object(copies, "LARGEST", 3 * n), \
+                mock.patch.object(buffers, "LARGEST", 3 * n):
             self.assertEqual(ev.mul_param_left(p, e).nnz, n)
             self.assertEqual(ev.mul_param_right(e, p).nnz, n)
 
-
-@needs_glpk
-class MatrixOfParameters(DemoCase):
-    file_name = "model.mps"
-
-    def test_rows_and_objective_follow_the_values(self):
-        for seed in range(40):
-            s = Sampler(seed)
-            shape = rows, columns = s.rng.randrange(1, 4), s.rng.randrange(1, 4)
-            model, fixed = Model(Problem()), [s.number() for _ in range(rows * columns)]
-            ev, x = model.evaluator, model.variable([columns])
-            places = s.pattern(rows * columns)
-            p = model.parameter_array(shape, [0.0] * len(places), places)
-            costs = model.parameter_array([columns], [0.0] * columns)
-            with ev.w.scratch():
-                v = ev.push_variable(x)
-                model.minimize(ev.dot_param(costs, v))
-                parts = [ev.mul_param_left(p, v), ev.mul_left(DenseMatrix(*shape, fixed), v)]
-                model.constrain(ev.weighted_sum(parts, [1.0, 1.0]), 0.0, 1.0)
-            for _ in range(3):
-                costs.values, p.values = ([s.number() for _ in q.indexes] for q in (costs, p))
-                model.update()
-                expected = dict(enumerate(fixed))
-                for place, value in zip(places, p.values):
-                    expected[place] += value
-                (m,) = model.native.matrices([(0, columns)])
-                found = {i * columns + j: v for i, j, v in zip(m.msubi, m.msubj, m.mval)}
-                self.assertEqual(found, {k: v for k, v in expected.items() if v != 0.0})
-                self.assertEqual(model.native.objective()[1:], costs.values)
-            with self.assertRaisesRegex(ValueError, "parameters can't have"):
-                p.values = [1.0] * (len(places) + 1)
-
-    def test_demo(self):
-        text = "NAME\nROWS\n N C\n G R\nCOLUMNS\n X C 1 R 2\nRHS\n B R 4\nENDATA\n"
-        status, output, errors = self.solve(text, "--matrix-parameters")
-        self.assertEqual((status, errors), (0, ""))
-        for road in ("objective by closures", "objective by GLPK alone"):
-            read, changed = map(float, self.row(output, road))
-            self.assertEqual(read, 2.0)
-            self.assertTrue(2.0 / 1.1 <= changed <= 2.0 / 0.9 and changed != 2.0)
-        for expected, answer in (
-            ("not allowed", self.solve(text, "--matrix-parameters", "--parameter", "2")),
-            ("for MPS files", self.run_host("model.dat-s", "--matrix-parameters")),
-            ("not finite", self.solve(text.replace("R 2", "R 1.79e308"), "--matrix-parameters")),
-        ):
-            self.assert_refused(expected, answer)
+    @cases(40)
+    def test_push_parameters(self, s, ev, sparse, single):
+        shape = s.shape(1 if single else 3)
+        stored, values = s.pattern(product(shape), 0.6 if sparse else 1.0), [0.0] * product(shape)
+        indexes = [s.rng.randrange(s.parameter_count) for _ in stored]
+        for k, index in zip(stored, indexes):
+            values[k] = s.parameters[index]
+        arguments = (shape, indexes) + (stored,) * sparse
+        self.check(s, ev, ev.push_parameters, *arguments, shape=shape, sparse=sparse, values=values)
 
 
 if __name__ == "__main__":

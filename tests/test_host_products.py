@@ -4,10 +4,11 @@ import contextlib
 import unittest
 from unittest import mock
 
-from host import products, sums
-from host.matrices import DenseMatrix, SparseMatrix
-from host.products import SparseTensor
-from host.variables import Variable
+from host.data import buffers
+from host.evaluator import copies
+from host.data.matrices import DenseMatrix, SparseMatrix
+from host.evaluator.products import SparseTensor
+from host.index_maps.variables import Variable
 from host_support import Evaluator
 from product_support import random_matrix, triplets
 from support import Sampler, evaluate, product, read
@@ -206,7 +207,8 @@ class Products(unittest.TestCase):
 
     @contextlib.contextmanager
     def limited(self, most):
-        with mock.patch.object(products, "LARGEST", most), mock.patch.object(sums, "LARGEST", most):
+        with mock.patch.object(copies, "LARGEST", most), \
+                mock.patch.object(buffers, "LARGEST", most):
             yield
 
     def test_refuses_what_a_stack_cant_hold(self):
@@ -236,6 +238,13 @@ class Products(unittest.TestCase):
             for h in (ev.mul_left(band, sparse), ev.mul_right(sparse, band),
                       ev.mul_plain_left(band, spread), ev.mul_plain_right(spread, band)):
                 self.assertEqual((h.nelem, h.nnz), (16, 16))
+        # No entry meets the longest element.
+        e = ev.push_expression([2], [0.0, 1.0], [0, 9, 9], range(1, 10), [1.0] * 9)
+        column = SparseMatrix(8, 2, range(8), [1] * 8, [1.0] * 8)
+        row = SparseMatrix(2, 8, [1] * 8, range(8), [1.0] * 8)
+        with self.limited(16):
+            self.assertEqual(ev.mul_left(column, e).nnz, 8)
+            self.assertEqual(ev.mul_right(e, row).nnz, 8)
 
 
 if __name__ == "__main__":

@@ -1,84 +1,19 @@
-"""Semidefinite problems in SDPA's format: read, and solved on two roads."""
+"""SDPA's format: what is written is read, also by way of a model; errors name the line."""
 
 import io
-import math
 import random
-import shutil
 import unittest
 import unittest.mock
 
-from host.csdp import Csdp, Translation
-from host.sdpa import FormatError, SdpaProblem
-from host.semidefinite import build
-from host_support import DemoCase
+from host.demo.semidefinite import build
+from host.formats.sdpa import FormatError, SdpaProblem
+from host.solvers.csdp import sdpa_text
 from support import f64
-
-needs_csdp = unittest.skipUnless(shutil.which("csdp"), "CSDP is missing")
-
-# The largest eigenvalue of [[2, 1], [1, 2]], with a diagonal block for what the trace leaves.
-EIGENVALUE = """\
-"a comment
-* another
-1 = number of constraints
-2 = number of blocks
-{2, -1}
-(1.0)
-0 1 1 1 2.0
-0 1 1 2 1.0
-0 1 2 2 2
-1 1 1 1 1
-1 1 2 2 1.0
-1 2 1 1 1
-"""
 
 
 def sdpa(constraints, blocks, c, *entries):
     return "\n".join((str(constraints), str(len(blocks)), " ".join(map(str, blocks)), c,
                       *entries)) + "\n"
-
-
-def pentagon():
-    """Lovasz' theta number of the cycle of five nodes: the square root of 5."""
-    ones = ["0 1 %d %d 1" % (i, j) for i in range(1, 6) for j in range(i, 6)]
-    trace = ["1 1 %d %d 1" % (i, i) for i in range(1, 6)]
-    edges = ["%d 1 %d %d 1" % (k + 2, *sorted((k % 5 + 1, (k + 1) % 5 + 1))) for k in range(5)]
-    return sdpa(6, [5], "1 0 0 0 0 0", *ones, *trace, *edges)
-
-
-@needs_csdp
-class Demo(DemoCase):
-    file_name = "model.dat-s"
-
-    def test_objectives(self):
-        for text, p, objectives in ((EIGENVALUE, "2", (3, 6)),
-                                    (pentagon(), "0.5", (math.sqrt(5), math.sqrt(5) / 2))):
-            with self.subTest(text=text):
-                status, output, errors = self.solve(text, "--parameter", p)
-                self.assertEqual((status, errors), (0, ""))
-                for road in ("objective by closures", "objective by CSDP alone"):
-                    for found, expected in zip(self.row(output, road), objectives):
-                        self.assertAlmostEqual(float(found), expected, places=6)
-                for kind in ("matrices", "duals"):
-                    for value in self.row(output, "largest difference of " + kind):
-                        self.assertLessEqual(float(value), 1e-7)
-
-    def test_roads_that_differ(self):
-        change = "import sys, host.sdpa as s\ns.SdpaProblem.objective = lambda self, X: 3.0001"
-        self.assertEqual(self.solve(EIGENVALUE, change=change)[0], 1)
-
-    def test_bad_input(self):
-        infeasible = sdpa(2, [2], "1 2", "1 1 1 1 1", "2 1 1 1 1")
-        for expected, answer in (
-            ("No such file", self.run_host(self.path)),
-            ("line 1: 'hello' stands where", self.solve("hello\n")),
-            ("line 5: the entry (1, 3) lies outside of block 1",
-             self.solve(sdpa(1, [2], "1", "1 1 1 3 1"))),
-            ("CSDP says: Success: SDP is primal infeasible", self.solve(infeasible)),
-            ("--maximize", self.solve(EIGENVALUE, "--maximize")),
-            ("no program csdp", self.solve(EIGENVALUE, PATH="/nowhere")),
-        ):
-            with self.subTest(expected=expected):
-                self.assert_refused(expected, answer)
 
 
 class Format(unittest.TestCase):
@@ -97,8 +32,11 @@ class Format(unittest.TestCase):
         text = io.StringIO()
         problem.write(text)
         self.assertEqual(self.read(text.getvalue()), problem)
-        handed = build(problem, None).model.problem()
-        self.assertEqual(Translation(handed).native, problem)  # blocks in their order
+        built = build(problem)
+        built.parameter.value = 3.0
+        problem.c = f64([3.0 * c for c in problem.c])
+        # Blocks come in their order, entries too.
+        self.assertEqual(self.read(sdpa_text(built.model.problem())), problem)
 
     def test_errors_name_the_line(self):
         for line, what, text in (
@@ -119,18 +57,6 @@ class Format(unittest.TestCase):
         ):
             with self.assertRaisesRegex(FormatError, r"F .*line %d: .*%s" % (line, what)):
                 self.read(text)
-
-    def test_model_hands_over_what_was_read(self):
-        problem = self.read(EIGENVALUE.replace("0 1 2 2 2", "0 1 2 2 0.1"))
-        problem.c[0] = 0.7
-        built = build(problem, Csdp())
-        built.scale.value = 3.0
-        handed = built.model.problem()
-        self.assertEqual(list(handed.rows.offset), [0.0, -3.0 * 0.7])
-        entries = zip(handed.rows.barsubi, handed.rows.matsubj, handed.rows.matsubi,
-                      handed.rows.matcof)
-        self.assertEqual(sorted(entries), [(0, 0, 0, 2.0), (0, 0, 1, 1.0), (0, 1, 1, 0.1),
-                                           (1, 0, 0, 1.0), (1, 1, 1, 1.0)])
 
 
 if __name__ == "__main__":

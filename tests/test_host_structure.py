@@ -3,9 +3,9 @@
 import unittest
 from unittest import mock
 
-from host import structure
+from host.evaluator import structure
 from host_support import Evaluator
-from support import Model, Sampler, Term, positions
+from support import Model, Sampler, Term, positions, product
 from test_host_sums import HostCase, cases
 
 
@@ -47,6 +47,21 @@ class Structure(HostCase):
         self.check(s, ev, ev.transpose, e, shape=e.shape[::-1], sparse=sparse,
                    values={x[::-1]: v for x, v in values.items()})
 
+    @cases(60)
+    def test_other_shapes(self, s, ev, sparse, coded):
+        shape = s.shape(3)
+        e, values = self.operand(s, ev, shape, sparse, coded)
+        for other in ([product(shape)], [1, *shape[::-1]]):
+            self.check(s, ev, ev.reshape, e, other, shape=other, sparse=sparse,
+                       values=list(values.values()))
+        e, values = self.operand(s, ev, shape[:1], sparse, coded)
+        self.check(s, ev, ev.diagonal_matrix, e, shape=shape[:1] * 2, sparse=True,
+                   values={(i, j): values[i,] if i == j else 0.0
+                           for i in range(shape[0]) for j in range(shape[0])})
+        e, values = self.operand(s, ev, [1] * len(shape), sparse, coded)
+        self.check(s, ev, ev.spread, e, shape, shape=shape, sparse=sparse,
+                   values=[*values.values()] * product(shape))
+
     @cases(150)
     def test_parts(self, s, ev, sparse, coded):
         shape = s.shape(s.rng.randrange(4))
@@ -77,6 +92,9 @@ class Structure(HostCase):
             for copies, dim in ((1, -1), (1, 2), (-1, 0), (0.5, 0), (1, None)):
                 self.refuse(ev, "can't be repeated", ev.repeat, e, copies, dim)
             self.refuse(ev, "not two dimensions", ev.transpose, g)
+            self.refuse(ev, "can't become", ev.reshape, e, [5])
+            self.refuse(ev, "one element is needed", ev.spread, e, [2, 3])
+            self.refuse(ev, "a vector is needed", ev.diagonal_matrix, e)
             for perm in ([0], [0, 0], [1, 2], [-1, 0], [0, 1, 2]):
                 self.refuse(ev, "no permutation", ev.permute_dims, e, perm)
             for first, last in (([0], [1]), ([0, 0], [1]), ([-1, 0], [1, 1]), ([0, 0], [2, 4]),

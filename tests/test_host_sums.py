@@ -4,9 +4,9 @@ import unittest
 from unittest import mock
 
 from host.closures import Closures
-from host.construction import RowWise
-from host.matrices import DenseMatrix, SparseMatrix
-from host.variables import Variable
+from host.evaluator.construction import RowWise
+from host.data.matrices import DenseMatrix, SparseMatrix
+from host.index_maps.variables import Variable
 from host_support import Evaluator, call_spread
 from support import OP_CONST, Model, Sampler, Term, evaluate, positions, product, read
 
