@@ -8,7 +8,7 @@ import resource
 import sys
 import unittest
 
-from declarations import read_declarations
+from scripts.declarations import read_declarations
 from support import call, closure, fragments, i32
 from test_buffers import Buffer
 
