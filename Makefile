@@ -1,6 +1,6 @@
 # `make test` and `make demo` set up all they need, build the module and run it. See scripts/.
 
-.PHONY: test checked sanitize test311 demo demo-sdp bench lint clean
+.PHONY: test checked sanitize test311 demo demo-sdp bench docs lint clean
 
 # Where a test runs: as shipped, with each array access tested, under the sanitizers, for 3.11.
 test:     preset = release
@@ -30,6 +30,11 @@ demo-sdp:
 bench:
 	@scripts/build.sh benchmarks
 	@build/benchmarks/python benchmarks/run.py $(OPTIONS)
+
+# Pages in build/docs/html.
+docs:
+	@scripts/build.sh release
+	@scripts/docs.sh
 
 # make lint [FILES="kernels/products/left_product.cpp ..."]
 lint:
