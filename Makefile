@@ -31,7 +31,8 @@ bench:
 	@scripts/build.sh benchmarks
 	@build/benchmarks/python benchmarks/run.py $(OPTIONS)
 
-# Pages in build/docs/html.
+# make docs [TABLES=FILE]: pages in build/docs/html; TABLES is what `make bench` printed, to be drawn
+docs: export TABLES := $(TABLES)
 docs:
 	@scripts/build.sh release
 	@scripts/docs.sh
