@@ -21,4 +21,3 @@ html_static_path = ["static"]
 html_css_files = ["reference.css"]
 html_copy_source = False
 add_module_names = False
-exclude_patterns = ["examples"]

@@ -2,7 +2,7 @@
 
 import ast
 import doctest
-import importlib
+import importlib.util
 import os
 import pathlib
 import re
@@ -15,13 +15,13 @@ from docs.chains import Chain, contradictions
 from scripts.declarations import parse
 from support import fragments
 
-DOCS = pathlib.Path(__file__).resolve().parent.parent / "docs"
-PAGE = DOCS / "writing_a_host.rst"
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+PAGE = ROOT / "docs" / "writing_a_host.rst"
 ROWS = "[10.0, 20.0]\n[0, 2, 3]\n[5, 7, 6]\n[3.0, 2.0, 4.0]\n"
 
 
-def run_example(name):
-    return subprocess.run([sys.executable, str(DOCS / "examples" / name)], stdout=subprocess.PIPE,
+def run_example(name, *arguments):
+    return subprocess.run([sys.executable, str(ROOT / "examples" / name), *arguments], stdout=subprocess.PIPE,
                           stderr=subprocess.PIPE, universal_newlines=True)
 
 
@@ -44,6 +44,15 @@ class WritingAHost(unittest.TestCase):
     @unittest.skipUnless("FRAGMENTS_CHECKED" in os.environ, "only the checked build tests accesses")
     def test_access_that_the_checked_build_refuses(self):
         self.assert_told(run_example("checked_access.py").stderr.splitlines()[-1] + "\n")
+
+
+@unittest.skipUnless(importlib.util.find_spec("distributed"), "Dask's scheduler is not there")
+class Sharded(unittest.TestCase):
+    def test_rows_of_shards_are_those_of_one_process(self):
+        done = run_example("sharded.py", "--nonzeros", "3000", "--shards", "1", "3")
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        shards = [line.split()[0] for line in done.stdout.splitlines()[2:]]
+        self.assertEqual(shards, ["none", "1", "3"])
 
 
 class Chains(unittest.TestCase):

@@ -89,7 +89,7 @@ def model_rows(s, e):
     fixed, ptrb = array("d", [0]) * e.nelem, array("i", [0]) * (e.nelem + 1)
     subj, cof = array("i", [0]) * nlin, array("d", [0]) * nlin
     closure(76, fixed, cof, e.cof, e.nelem, e.nidxs, e.ptr, ptrb, s.f64, s.i32, s.i64, subj)
-    return list(fixed), list(ptrb), list(subj), list(cof)
+    return fixed, ptrb, subj, cof
 
 
 def main():
@@ -98,8 +98,9 @@ def main():
     # [2 3 0]       [10]
     # [0 0 4] * x + [20]
     ax = product(s, 2, 3, array("i", [0, 0, 1]), array("i", [0, 1, 2]), array("d", [2, 3, 4]), x)
-    return model_rows(s, in_order(s, total(s, constant(s, array("d", [10, 20])), ax)))
+    rows = model_rows(s, in_order(s, total(s, constant(s, array("d", [10, 20])), ax)))
+    print(*map(list, rows), sep="\n")
 
 
 if __name__ == "__main__":
-    print(*main(), sep="\n")
+    main()
