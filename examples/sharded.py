@@ -24,7 +24,7 @@ def matrix(nonzeros):
     """A random sparse matrix in the order of the closures, (subi, subj, val), and the constants."""
     rows = max(8, nonzeros // 100)
     random = numpy.random.default_rng(1)
-    places = numpy.unique(random.integers(0, rows * COLUMNS, nonzeros))
+    places = numpy.sort(random.choice(rows * COLUMNS, nonzeros, replace=False, shuffle=False))
     subi, subj = (x.astype("i") for x in divmod(places, COLUMNS))
     return subi, subj, random.random(len(places)), random.random(rows)
 

@@ -52,7 +52,7 @@ fi
 # they are missing.
 if [[ -n $version && $EUID -eq 0 && $python == "$(command -pv "python$version")" ]] &&
     command -v apt-get >/dev/null; then
-    for module in cvxopt distributed; do
+    for module in cvxopt distributed pip; do
         "$python" -c "import $module" 2>/dev/null || (install "$module" "python3-$module") || true
     done
 fi
