@@ -1,6 +1,6 @@
 # `make test` and `make demo` set up all they need, build the module and run it. See scripts/.
 
-.PHONY: test checked sanitize test311 test-clang demo demo-sdp bench docs types lint clean
+.PHONY: test checked sanitize test311 test-clang fuzz demo demo-sdp bench docs types lint clean
 
 # Where a test runs: as shipped, with each array access tested, under the sanitizers, for 3.11, as
 # clang compiles it.
@@ -12,6 +12,12 @@ test-clang: preset = clang
 test checked sanitize test311 test-clang:
 	@scripts/build.sh $(preset)
 	@ctest --preset $(preset) --parallel $$(nproc)
+
+# Calls that the tests make, right and with wrong arguments. make fuzz [OPTIONS="--seed 7"]
+fuzz:
+	@scripts/build.sh checked
+	@ctest --preset checked --parallel $$(nproc) --exclude-regex 'frame|shared_object|fuzz' --quiet
+	@build/checked/python tests/fuzz.py build/checked/calls $(OPTIONS)
 
 # make demo [MODEL=FILE.mps] [PARAMETER=1.1 | MATRIX=1]
 demo: export MODEL := $(MODEL)

@@ -73,7 +73,7 @@ def facts(group):
     """Which arrays the closures of the group read and write, and where they stand."""
     for label, written in (("only reads", False), ("writes", True)):
         names = dict.fromkeys(", ".join("``%s``" % p.name for _, p in d.arrays
-                                        if p.written == written) for d in group)
+                                        if p.is_written == written) for d in group)
         text = "; ".join(filter(None, names))
         if text:
             yield "%s %s" % (label, text)

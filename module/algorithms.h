@@ -23,7 +23,7 @@ constexpr int64_t short_run = 32;
 
 /// target[i] = source[i].
 template <class T, class S>
-void copy_n(Array<T, S> source, int64_t n, Array<T, S> target)
+void copy_n(Array<T, S> source, int64_t n, ArrayOut<T, S> target)
 {
     if constexpr (is_block<S>) {
         // A block move is the ascending copy unless the target starts inside the source.
@@ -40,19 +40,20 @@ void copy_n(Array<T, S> source, int64_t n, Array<T, S> target)
 
 /// target[i] = source[i], converted to the target's kind.
 template <class From, class To, class S>
-void convert_n(Array<From, S> source, int64_t n, Array<To, S> target)
+void convert_n(Array<From, S> source, int64_t n, ArrayOut<To, S> target)
 {
     for (int64_t i = 0; i < n; ++i) target[i] = static_cast<To>(source[i]);
 }
 
 /// target[i] = value.
 template <class T, class S>
-void fill_n(Array<T, S> target, int64_t n, std::type_identity_t<T> value)
+void fill_n(ArrayOut<T, S> target, int64_t n, std::type_identity_t<T> value)
 {
     if constexpr (std::is_same_v<T, int32_t> && is_block<S>) {
-        // The C library has this fill for 32-bit characters, and for the machine's vector width.
+        // The C library has this fill for 32-bit characters, which it asks to be aligned, and for
+        // the machine's vector width.
         static_assert(sizeof(wchar_t) == sizeof(int32_t));
-        if (n >= short_run) {
+        if (n >= short_run && reinterpret_cast<uint64_t>(target.data()) % alignof(wchar_t) == 0) {
             std::wmemset(reinterpret_cast<wchar_t*>(target.data()), value, static_cast<size_t>(n));
             return;
         }
@@ -62,28 +63,28 @@ void fill_n(Array<T, S> target, int64_t n, std::type_identity_t<T> value)
 
 /// target[i] = source[places[i]].
 template <class T, class P, class S>
-void gather_n(Array<T, S> source, int64_t n, Array<P, S> places, Array<T, S> target)
+void gather_n(Array<T, S> source, int64_t n, Array<P, S> places, ArrayOut<T, S> target)
 {
     for (int64_t i = 0; i < n; ++i) target[i] = source[places[i]];
 }
 
 /// target[places[i]] = source[i]. Of several entries for one place the last stays.
 template <class T, class P, class S>
-void scatter_n(Array<T, S> source, int64_t n, Array<P, S> places, Array<T, S> target)
+void scatter_n(Array<T, S> source, int64_t n, Array<P, S> places, ArrayOut<T, S> target)
 {
     for (int64_t i = 0; i < n; ++i) target[places[i]] = source[i];
 }
 
 /// target[i] = i.
 template <class T, class S>
-void iota_n(Array<T, S> target, int64_t n)
+void iota_n(ArrayOut<T, S> target, int64_t n)
 {
     for (int64_t i = 0; i < n; ++i) target[i] = static_cast<T>(i);
 }
 
 /// ptr[i + 1] += ptr[i] for i below `n`: counts, each stored one entry up, become offsets.
 template <class T, class S>
-void running_sum(Array<T, S> ptr, int64_t n)
+void running_sum(ArrayOut<T, S> ptr, int64_t n)
 {
     if (n <= 0) return;
     T total = ptr[0];
@@ -93,7 +94,7 @@ void running_sum(Array<T, S> ptr, int64_t n)
 /// ptr[i] = ptr[i - 1] for i from `n` down to 1: cursors, each left at the end of its group, become
 /// the groups' starts again. Entry 0 stays.
 template <class T, class S>
-void shift_up(Array<T, S> ptr, int64_t n)
+void shift_up(ArrayOut<T, S> ptr, int64_t n)
 {
     for (int64_t i = n; i > 0; --i) ptr[i] = ptr[i - 1];
 }
@@ -116,7 +117,7 @@ Product product_behind(Product initial, Array<T, S> extents, int64_t k, int64_t 
 /// The extents behind dimension `k`, up to but not including dimension `end`, each moved by `shift`
 /// dimensions: target[i + shift] = shape[i].
 template <class S>
-void copy_behind(int64_t k, int64_t end, I32<S> shape, int64_t shift, I32<S> target)
+void copy_behind(int64_t k, int64_t end, I32<S> shape, int64_t shift, I32Out<S> target)
 {
     copy_n(shape.from(k + 1), end - 1 - k, target.from(k + 1 + shift));
 }
@@ -143,7 +144,7 @@ T greatest(T initial, Array<T, S> list, int64_t n)
 template <class T, class S, class Strides>
 void row_major_strides(Array<T, S> extents, int64_t nd, Strides strides)
 {
-    using Stride = std::remove_cvref_t<decltype(strides[0])>;
+    using Stride = decltype(+strides[0]);
     for (int64_t i = nd - 2; i >= 0; --i)
         strides[i] = static_cast<Stride>(extents[i + 1]) * strides[i + 1];
 }
@@ -183,7 +184,7 @@ bool ascending(bool flag, Array<T, S> list, int64_t n)
 
 /// A matrix row by row: target[i * columns + j] = matrix(i, j).
 template <class T, class S>
-void flatten(Matrix<T, S> matrix, int64_t rows, int64_t columns, Array<T, S> target)
+void flatten(Matrix<T, S> matrix, int64_t rows, int64_t columns, ArrayOut<T, S> target)
 {
     for (int64_t i = 0; i < rows; ++i)
         for (int64_t j = 0; j < columns; ++j) target[i * columns + j] = matrix(i, j);
@@ -197,7 +198,7 @@ void flatten(Matrix<T, S> matrix, int64_t rows, int64_t columns, Array<T, S> tar
 
 /// ptr[key(i) + 1] += 1.
 template <class P, class S, class Key>
-void count_keys(int64_t n, Key key, Array<P, S> ptr)
+void count_keys(int64_t n, Key key, ArrayOut<P, S> ptr)
 {
     for (int64_t i = 0; i < n; ++i) ++ptr[key(i) + 1];
 }
@@ -205,7 +206,7 @@ void count_keys(int64_t n, Key key, Array<P, S> ptr)
 /// The items item(0) to item(n - 1), in this order, each to the next free place of its group:
 /// target[next[key(item)]] = item, and then that place advances. Stable.
 template <class P, class T, class S, class Item, class Key>
-void place_by_key(int64_t n, Item item, Key key, Array<P, S> next, Array<T, S> target)
+void place_by_key(int64_t n, Item item, Key key, ArrayOut<P, S> next, ArrayOut<T, S> target)
 {
     for (int64_t i = 0; i < n; ++i) {
         const auto p = item(i);
@@ -220,7 +221,8 @@ constexpr auto each_position = [](int64_t i) { return i; };
 
 /// All three steps over `ptr`, of `keys` + 1 entries, which it fills with 0 first.
 template <class P, class T, class S, class Item, class Key>
-void counting_sort(int64_t n, Item item, Key key, int64_t keys, Array<P, S> ptr, Array<T, S> target)
+void counting_sort(int64_t n, Item item, Key key, int64_t keys, ArrayOut<P, S> ptr,
+                   ArrayOut<T, S> target)
 {
     fill_n(ptr, keys + 1, 0);
     count_keys(n, key, ptr);
@@ -231,7 +233,7 @@ void counting_sort(int64_t n, Item item, Key key, int64_t keys, Array<P, S> ptr,
 /// Counting sort of 0 to `n` - 1 by `key`, stable: the positions with key c go to `perm` from
 /// ptr[c] up to but not including ptr[c + 1]. All `keys` + 1 entries of `ptr` are written.
 template <class S, class Key>
-void group_by(int64_t n, Key key, int keys, I32<S> ptr, I32<S> perm)
+void group_by(int64_t n, Key key, int keys, I32Out<S> ptr, I32Out<S> perm)
 {
     counting_sort(n, each_position, key, keys, ptr, perm);
     shift_up(ptr, keys);
@@ -241,7 +243,8 @@ void group_by(int64_t n, Key key, int keys, I32<S> ptr, I32<S> perm)
 /// One pass of an LSD radix sort, stable: `sorted` gets the positions 0 to `n` - 1 in the order of
 /// `perm`, rearranged by ascending digit. `counter` is scratch of `digits` + 1 entries.
 template <class S, class Digit>
-void radix_pass(I32<S> perm, int64_t n, Digit digit, int64_t digits, I32<S> counter, I32<S> sorted)
+void radix_pass(I32<S> perm, int64_t n, Digit digit, int64_t digits, I32Out<S> counter,
+                I32Out<S> sorted)
 {
     counting_sort(
         n, [&](int64_t t) { return perm[t]; }, digit, digits, counter, sorted);

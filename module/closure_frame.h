@@ -2,34 +2,40 @@
 
 /// The frame that all closures share: one typed declaration becomes one METH_VARARGS entry.
 ///
-///     /// What it computes.
+///     /// The place `nitem` - 1 steps behind `item`.
 ///     CLOSURE(644, int, (int item, I32 next, int nitem))
 ///     {
 ///         return walk(next, item, nitem - 1);
 ///     }
 ///
-/// The number, the result and the parameter list are the whole contract at the boundary: format
-/// letters, kinds, ranks, array names and result form follow from them at compile time.
+///     /// new_vval[i] = scale * vval[i] for i below `size`.
+///     CLOSURE(610, void, (F64Out new_vval, double scale, int size, F64 vval))
+///     {
+///         scaled_copy(vval, size, scale, new_vval);
+///     }
 ///
-/// Parameters: `int` (i), `long long` (L), `double` (d), `bool` (p), and the arrays I32, I64, F64,
-/// I32Matrix, F64Matrix (rank 2) and I32List (a list of arrays). Array names must stand in
-/// ascending byte order. Results: `void` (None), `int`, `long long`, `bool`, or
+/// The number, the result and the parameter list are the whole contract at the boundary: format
+/// letters, kinds, ranks, array names, what is written and the form of the result follow from them
+/// at compile time.
+///
+/// Parameters: `int` (i), `long long` (L), `double` (d), `bool` (p); the arrays I32, I64, F64, the
+/// rank-2 arrays I32Matrix, F64Matrix and the list of arrays I32List, which are read; and I32Out,
+/// I64Out, F64Out, I32MatrixOut, F64MatrixOut, which are written, or read and written. Array names
+/// must stand in ascending byte order. Results: `void` (None), `int`, `long long`, `bool`, or
 /// `results(int, ...)` for a tuple.
 ///
-/// The body is compiled twice, for arrays that are all contiguous and for run-time strides.
+/// The body is compiled twice, for arrays that are all contiguous and for run-time strides. What
+/// doesn't depend on types stands once for all closures, in call.cpp.
 
-// Python's header asks to stand before all others.
-#include <Python.h>
-
-#include <algorithm>
 #include <array>
 #include <cstddef>
-#include <new>
 #include <tuple>
 #include <type_traits>
 #include <utility>
 
 #include "array.h"
+#include "parameter_names.h"
+#include "signature.h"
 
 namespace fragments {
 
@@ -38,226 +44,91 @@ namespace fragments {
 template <int Number>
 [[gnu::visibility("hidden")]] PyObject* closure(PyObject* module, PyObject* arguments);
 
-/// What the frame tests of an array parameter. The first character of the view's format must be
-/// `kind` or `also`; a list's format must be "O" alone.
-struct ArraySpec
-{
-    const char* name;
-    int rank;
-    char kind;
-    char also;
-    Py_ssize_t item_size;
+// How each parameter type passes: its format letter, for an array its spec, and the body's argument
+// from what the call has taken.
 
-    bool accepts(const Py_buffer& view) const
-    {
-        const char c = view.format[0];
-        return view.ndim == rank && (c == kind || c == also) &&
-               (kind != 'O' || view.format[1] == '\0');
-    }
-};
-
-/// Sets the exception for an array that its spec doesn't accept.
-void report_refusal(const char* name);
-
-/// Turns the exception in flight, out of a body, into the interpreter's. Returns null.
-PyObject* report_failure(int number);
-
-/// The views of a list's entries, null for None.
-class EntryViews
-{
-public:
-    /// Takes a view of each entry of `list`. On failure sets the exception, with the list's name,
-    /// and returns false; what has been taken is held until release.
-    bool take(const Py_buffer& list, const ArraySpec& entry, const char* name);
-    void release();
-
-    int64_t length() const { return length_; }
-    const Py_buffer* operator[](int64_t k) const
-    {
-        return views_[k] == nullptr ? nullptr : PyMemoryView_GET_BUFFER(views_[k]);
-    }
-
-private:
-    PyObject** views_ = nullptr;
-    int64_t length_ = 0;
-};
-
-/// The views of one call, taken left to right and released in reverse. `List` is the place of the
-/// closure's list of arrays among its `Count` arrays, or `Count`.
-template <size_t Count, size_t List>
-class Views
-{
-public:
-    Views() = default;
-    ~Views() { release(); }
-    Views(const Views&) = delete;
-    Views& operator=(const Views&) = delete;
-
-    /// Takes a view of the next array, or none for None. On failure sets the exception and returns
-    /// false.
-    [[gnu::always_inline]] bool take(PyObject* object, const ArraySpec& spec)
-    {
-        if (object == Py_None) {
-            memoryviews_[count_++] = nullptr;
-            return true;
-        }
-        PyObject* memoryview = PyMemoryView_FromObject(object);
-        if (memoryview == nullptr) return false;
-        memoryviews_[count_++] = memoryview;
-        const Py_buffer& view = *PyMemoryView_GET_BUFFER(memoryview);
-        if (!spec.accepts(view)) {
-            report_refusal(spec.name);
-            return false;
-        }
-        gaps_ |= view.strides[spec.rank - 1] - spec.item_size;
-        return true;
-    }
-
-    /// The same for the list's entries, once the list itself is taken.
-    bool take_entries(const ArraySpec& entry, const char* name)
-    {
-        const Py_buffer* list = (*this)[List];
-        return list == nullptr || entries_.take(*list, entry, name);
-    }
-
-    [[gnu::always_inline]] void release()
-    {
-        while (count_ > 0) {
-            --count_;
-            if constexpr (List < Count)
-                if (count_ == List) entries_.release();
-            Py_XDECREF(memoryviews_[count_]);
-        }
-    }
-
-    /// Null for None.
-    const Py_buffer* operator[](size_t k) const
-    {
-        return memoryviews_[k] == nullptr ? nullptr : PyMemoryView_GET_BUFFER(memoryviews_[k]);
-    }
-    const EntryViews& entries() const { return entries_; }
-
-    /// Whether the elements of each array follow each other, in its last dimension.
-    bool contiguous() const { return gaps_ == 0; }
-
-private:
-    PyObject* memoryviews_[Count + 1]; // owned references; one more, as Count may be 0
-    size_t count_ = 0;
-    Py_ssize_t gaps_ = 0; // all distances between neighbouring elements, combined
-    EntryViews entries_;
-};
-
-/// Names of the parameters in a stringised parameter list, each ended by a null character.
-template <size_t Size>
-struct ParameterNames
-{
-    consteval explicit ParameterNames(const char (&list)[Size])
-    {
-        size_t count = 0;
-        size_t start = 0; // of the identifier read last
-        bool inside = false;
-        for (size_t i = 0; i < Size; ++i) {
-            const char c = list[i];
-            const bool word = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                              (c >= '0' && c <= '9') || c == '_';
-            if (word && !inside) start = i;
-            inside = word;
-            if (c == ',' || c == ')') offset[count++] = start;
-            text[i] = word ? c : '\0';
-        }
-    }
-
-    constexpr const char* operator[](size_t k) const { return text + offset[k]; }
-
-    char text[Size]{};
-    size_t offset[40]{};
-};
-
-constexpr bool precedes(const char* a, const char* b)
-{
-    while (*a != '\0' && *a == *b) ++a, ++b;
-    return static_cast<unsigned char>(*a) < static_cast<unsigned char>(*b);
-}
-
-/// How a parameter type passes: its format letter, its slot for PyArg_ParseTuple and, for arrays,
-/// its spec and its value made from the view.
 template <class P>
 struct Parameter;
 
-template <char Letter, class SlotType>
+template <char Letter>
 struct Scalar
 {
     static constexpr char letter = Letter;
     static constexpr bool is_array = false;
-    static constexpr bool is_list = false;
-    using Slot = SlotType;
 };
 template <>
-struct Parameter<int> : Scalar<'i', int>
+struct Parameter<int> : Scalar<'i'>
 {
+    static int argument(const Slot& slot) { return slot.i; }
 };
 template <>
-struct Parameter<long long> : Scalar<'L', long long>
+struct Parameter<long long> : Scalar<'L'>
 {
+    static long long argument(const Slot& slot) { return slot.l; }
 };
 template <>
-struct Parameter<double> : Scalar<'d', double>
+struct Parameter<double> : Scalar<'d'>
 {
+    static double argument(const Slot& slot) { return slot.d; }
 };
 template <>
-struct Parameter<bool> : Scalar<'p', int>
+struct Parameter<bool> : Scalar<'p'>
 {
+    static bool argument(const Slot& slot) { return slot.i != 0; }
 };
 
-/// A byte count or stride in elements of type T; the division is unsigned.
-template <class T>
-constexpr int64_t elements(Py_ssize_t bytes)
-{
-    // NOLINTNEXTLINE(bugprone-sizeof-expression): T may be a pointer, in a list of objects.
-    return static_cast<int64_t>(static_cast<uint64_t>(bytes) / sizeof(T));
-}
-
+template <class T, int Rank, bool Written>
 struct ArrayParameter
 {
     static constexpr char letter = 'O';
     static constexpr bool is_array = true;
-    static constexpr bool is_list = false;
-    using Slot = PyObject*;
+    static constexpr Kind kind = std::is_same_v<T, int32_t>   ? Kind::i32
+                                 : std::is_same_v<T, int64_t> ? Kind::i64
+                                                              : Kind::f64;
+    static constexpr uint8_t rank = Rank;
+    static constexpr bool written = Written;
+};
 
-    template <class T>
-    static constexpr ArraySpec spec_of(const char* name, int rank)
+template <class T, class S>
+struct Parameter<Array<T, S>> : ArrayParameter<T, 1, false>
+{
+    static Array<T, S> argument(const ArrayView& view, const char* name)
     {
-        constexpr char kind = std::is_same_v<T, int32_t>   ? 'i'
-                              : std::is_same_v<T, int64_t> ? 'l'
-                                                           : 'd';
-        return {name, rank, kind, kind == 'l' ? 'q' : kind, sizeof(T)};
+        return {static_cast<T*>(view.data), S{view.stride[0]}, view.extent[0], name};
+    }
+};
+template <class T, class S>
+struct Parameter<ArrayOut<T, S>> : ArrayParameter<T, 1, true>
+{
+    static ArrayOut<T, S> argument(const ArrayView& view, const char* name)
+    {
+        return {static_cast<T*>(view.data), S{view.stride[0]}, view.extent[0], name};
     }
 };
 
 template <class T, class S>
-struct Parameter<Array<T, S>> : ArrayParameter
+struct Parameter<Matrix<T, S>> : ArrayParameter<T, 2, false>
 {
-    static constexpr ArraySpec spec(const char* name) { return spec_of<T>(name, 1); }
-    static Array<T, S> make(const Py_buffer* view, const char* name)
+    static Matrix<T, S> argument(const ArrayView& view, const char* name)
     {
-        if (view == nullptr) return {nullptr, S{}, 0, name};
-        return {static_cast<T*>(view->buf), S{elements<T>(view->strides[0])},
-                elements<T>(view->len), name};
+        return {static_cast<T*>(view.data),
+                view.stride[0],
+                S{view.stride[1]},
+                view.extent[0],
+                view.extent[1],
+                name};
     }
 };
-
 template <class T, class S>
-struct Parameter<Matrix<T, S>> : ArrayParameter
+struct Parameter<MatrixOut<T, S>> : ArrayParameter<T, 2, true>
 {
-    static constexpr ArraySpec spec(const char* name) { return spec_of<T>(name, 2); }
-    static Matrix<T, S> make(const Py_buffer* view, const char* name)
+    static MatrixOut<T, S> argument(const ArrayView& view, const char* name)
     {
-        if (view == nullptr) return {nullptr, 0, S{}, 0, 0, name};
-        return {static_cast<T*>(view->buf),
-                elements<T>(view->strides[0]),
-                S{elements<T>(view->strides[1])},
-                view->shape[0],
-                view->shape[1],
+        return {static_cast<T*>(view.data),
+                view.stride[0],
+                S{view.stride[1]},
+                view.extent[0],
+                view.extent[1],
                 name};
     }
 };
@@ -267,31 +138,34 @@ template <class T>
 class ArrayList
 {
 public:
-    ArrayList(const EntryViews& entries, const char* name) : entries_(entries), name_(name) {}
+    ArrayList(const ArrayView& list, const char* name)
+        : entries_(static_cast<const ArrayView*>(list.data)), length_(list.extent[0]), name_(name)
+    {
+    }
 
-    int64_t length() const { return entries_.length(); }
+    int64_t length() const { return length_; }
 
     Array<T, Strided> operator[](int64_t i) const
     {
 #ifdef FRAGMENTS_CHECKED
-        check(name_, i, length());
+        check(name_, i, length_);
 #endif
-        return Parameter<Array<T, Strided>>::make(entries_[i], name_);
+        return Parameter<Array<T, Strided>>::argument(entries_[i], name_);
     }
 
 private:
-    const EntryViews& entries_;
+    const ArrayView* entries_;
+    int64_t length_;
     const char* name_;
 };
 
-template <class T>
-struct Parameter<ArrayList<T>> : ArrayParameter
+template <>
+struct Parameter<ArrayList<int32_t>> : ArrayParameter<int32_t, 1, false>
 {
-    static constexpr bool is_list = true;
-    static constexpr ArraySpec entry = spec_of<T>(nullptr, 1);
-    static constexpr ArraySpec spec(const char* name)
+    static constexpr Kind kind = Kind::list_of_i32;
+    static ArrayList<int32_t> argument(const ArrayView& list, const char* name)
     {
-        return {name, 1, 'O', 'O', sizeof(PyObject*)};
+        return {list, name};
     }
 };
 
@@ -308,168 +182,158 @@ struct ResultOf<results(R...)>
     using Type = std::tuple<R...>;
 };
 
-inline PyObject* build(int value)
+/// The letters of a result, and its numbers as the call takes them.
+template <class R>
+struct Returned
 {
-    return PyLong_FromLong(value);
-}
-inline PyObject* build(long long value)
-{
-    return PyLong_FromLongLong(value);
-}
-inline PyObject* build(bool value)
-{
-    return PyBool_FromLong(value);
-}
-template <class... R>
-PyObject* build(const std::tuple<R...>& values)
-{
-    PyObject* tuple = PyTuple_New(sizeof...(R));
-    if (tuple == nullptr) return nullptr;
-    const bool built = [&]<size_t... K>(std::index_sequence<K...>)
+    static constexpr char letters[most_results + 1] = {Parameter<R>::letter};
+    static constexpr bool is_tuple = false;
+    static void store(R number, Slot* slots)
     {
-        const auto set = [&](Py_ssize_t k, PyObject* number) {
-            PyTuple_SET_ITEM(tuple, k, number);
-            return number != nullptr;
-        };
-        return (set(K, build(std::get<K>(values))) && ...);
+        if constexpr (std::is_same_v<R, long long>)
+            slots->l = number;
+        else
+            slots->i = number;
     }
-    (std::index_sequence_for<R...>{});
-    if (built) return tuple;
-    Py_DECREF(tuple);
-    return nullptr;
-}
+};
+template <>
+struct Returned<void>
+{
+    static constexpr char letters[most_results + 1] = {};
+    static constexpr bool is_tuple = false;
+};
+template <class... R>
+struct Returned<std::tuple<R...>>
+{
+    static constexpr char letters[most_results + 1] = {Parameter<R>::letter...};
+    static constexpr bool is_tuple = true;
+    static void store(const std::tuple<R...>& numbers, Slot* slots)
+    {
+        std::apply(
+            [&](auto... number) { (Returned<decltype(number)>::store(number, slots++), ...); },
+            numbers);
+    }
+};
 
-/// Runs the call of one closure; `Body<S>::run` is its body for stride S.
-template <int Number, template <class> class Body, class Signature>
-class Frame;
+/// What a declaration says, as a Signature; `Body<S>::run` is its body for stride S.
+template <int Number, template <class> class Body, class Function = decltype(&Body<Strided>::run)>
+struct Declaration;
 
 template <int Number, template <class> class Body, class Result, class... P>
-class Frame<Number, Body, Result (*)(P...)>
+struct Declaration<Number, Body, Result (*)(P...)>
 {
-    using Slots = std::tuple<typename Parameter<P>::Slot...>;
-    using Indexes = std::index_sequence_for<P...>;
-
-    static constexpr char format[] = {Parameter<P>::letter..., '\0'};
+    static constexpr size_t count = sizeof...(P);
+    static constexpr bool is_array[] = {Parameter<P>::is_array..., false};
+    static constexpr ParameterNames names{Body<Strided>::parameters};
 
     /// For the k-th parameter, how many arrays stand before it.
     static constexpr size_t arrays_before(size_t k)
     {
-        constexpr bool is_array[] = {Parameter<P>::is_array..., false};
-        return static_cast<size_t>(std::count(is_array, is_array + k, true));
+        size_t arrays = 0;
+        for (size_t i = 0; i < k; ++i) arrays += is_array[i];
+        return arrays;
     }
-    static constexpr size_t array_count = arrays_before(sizeof...(P));
-
-    /// Where the list of arrays stands among the arrays.
-    static constexpr size_t list_place()
-    {
-        constexpr bool is_list[] = {Parameter<P>::is_list..., true};
-        return arrays_before(
-            static_cast<size_t>(std::find(is_list, is_list + sizeof...(P), true) - is_list));
-    }
-
-    template <size_t... K>
-    static constexpr std::array<ArraySpec, array_count> make_specs(std::index_sequence<K...>)
-    {
-        std::array<ArraySpec, array_count> specs{};
-        const auto add = [&]<class Q>(std::type_identity<Q>, size_t k) {
-            if constexpr (Parameter<Q>::is_array)
-                specs[arrays_before(k)] = Parameter<Q>::spec(Body<Strided>::names[k]);
-        };
-        (add(std::type_identity<P>{}, K), ...);
-        return specs;
-    }
-    static constexpr std::array<ArraySpec, array_count> specs = make_specs(Indexes{});
+    static constexpr size_t array_count = arrays_before(count);
+    static_assert(count <= most_parameters && array_count <= most_arrays);
 
     static constexpr bool names_ascend()
     {
-        for (size_t n = 0; n + 1 < array_count; ++n)
-            if (!precedes(specs[n].name, specs[n + 1].name)) return false;
+        size_t last = count;
+        for (size_t k = 0; k < count; ++k) {
+            if (!is_array[k]) continue;
+            if (last < count && !names.precedes(last, k)) return false;
+            last = k;
+        }
         return true;
     }
     static_assert(names_ascend(), "array names must stand in ascending byte order");
 
-    using CallViews = Views<array_count, list_place()>;
-
-    /// Takes the view of parameter K, if it is an array.
-    template <class Q, size_t K>
-    static bool take([[maybe_unused]] CallViews& views, [[maybe_unused]] const Slots& slots)
+    /// Where the name of parameter k, an array, stands in the text.
+    static constexpr size_t place_of_name(size_t k)
     {
-        if constexpr (Parameter<Q>::is_array) {
-            constexpr ArraySpec spec = specs[arrays_before(K)];
-            if (!views.take(std::get<K>(slots), spec)) return false;
-            if constexpr (Parameter<Q>::is_list)
-                return views.take_entries(Parameter<Q>::entry, spec.name);
-        }
-        return true;
+        size_t place = count + 1;
+        for (size_t i = 0; i < k; ++i)
+            if (is_array[i]) place += names[i].end - names[i].begin + 1;
+        return place;
     }
+
+    static constexpr auto text = [] {
+        std::array<char, place_of_name(count)> characters{Parameter<P>::letter...};
+        for (size_t k = 0; k < count; ++k)
+            if (is_array[k])
+                for (size_t i = names[k].begin; i < names[k].end; ++i)
+                    characters[place_of_name(k) + i - names[k].begin] = names.list[i];
+        return characters;
+    }();
+
+    static constexpr auto specs = []<size_t... K>(std::index_sequence<K...>)
+    {
+        std::array<ArraySpec, array_count> found{};
+        const auto add = [&]<class Q>(std::type_identity<Q>, size_t k) {
+            if constexpr (Parameter<Q>::is_array)
+                found[arrays_before(k)] = {static_cast<uint16_t>(place_of_name(k)),
+                                           static_cast<uint8_t>(k), Parameter<Q>::kind,
+                                           Parameter<Q>::rank, Parameter<Q>::written};
+        };
+        (add(std::type_identity<P>{}, K), ...);
+        return found;
+    }
+    (std::index_sequence_for<P...>{});
 
     /// Parameter K as the body takes it.
     template <class Q, size_t K>
-    static Q argument([[maybe_unused]] const CallViews& views, [[maybe_unused]] const Slots& slots)
+    static Q argument([[maybe_unused]] const Slot* parameters,
+                      [[maybe_unused]] const ArrayView* arrays)
     {
-        if constexpr (Parameter<Q>::is_list) {
-            return {views.entries(), specs[arrays_before(K)].name};
-        } else if constexpr (Parameter<Q>::is_array) {
-            constexpr size_t n = arrays_before(K);
-            return Parameter<Q>::make(views[n], specs[n].name);
-        } else {
-            return static_cast<Q>(std::get<K>(slots));
-        }
+        if constexpr (Parameter<Q>::is_array)
+            return Parameter<Q>::argument(arrays[arrays_before(K)], &text[place_of_name(K)]);
+        else
+            return Parameter<Q>::argument(parameters[K]);
     }
 
-    template <class... Q, size_t... K>
-    static Result run(Result (*body)(Q...), const CallViews& views, const Slots& slots,
-                      std::index_sequence<K...>)
+    /// Runs the body for stride S, whose parameters are Q.
+    template <class S, class... Q, size_t... K>
+    static void run_body(Result (*)(Q...), const Slot* parameters, const ArrayView* arrays,
+                         [[maybe_unused]] Slot* results, std::index_sequence<K...>)
     {
-        return body(argument<Q, K>(views, slots)...);
+        if constexpr (std::is_void_v<Result>)
+            Body<S>::run(argument<Q, K>(parameters, arrays)...);
+        else
+            Returned<Result>::store(Body<S>::run(argument<Q, K>(parameters, arrays)...), results);
+    }
+    template <class S>
+    static void body(const Slot* parameters, const ArrayView* arrays, Slot* results)
+    {
+        run_body<S>(&Body<S>::run, parameters, arrays, results, std::index_sequence_for<P...>{});
     }
 
-    static Result run(const CallViews& views, const Slots& slots)
-    {
-        return views.contiguous() ? run(&Body<Contiguous>::run, views, slots, Indexes{})
-                                  : run(&Body<Strided>::run, views, slots, Indexes{});
-    }
-
-    template <size_t... K>
-    static PyObject* call(PyObject* arguments, std::index_sequence<K...>)
-    {
-        Slots slots{};
-        if (!PyArg_ParseTuple(arguments, format, &std::get<K>(slots)...)) return nullptr;
-        CallViews views;
-        if (!(take<P, K>(views, slots) && ...)) return nullptr;
-        try {
-            if constexpr (std::is_void_v<Result>) {
-                run(views, slots);
-                views.release();
-                Py_RETURN_NONE;
-            } else {
-                const Result result = run(views, slots);
-                views.release();
-                return build(result);
-            }
-        } catch (...) {
-            views.release();
-            return report_failure(Number);
-        }
-    }
-
-public:
-    static PyObject* call(PyObject* arguments) { return call(arguments, Indexes{}); }
+    static constexpr Signature signature = [] {
+        Signature s{.text = text.data(),
+                    .arrays = specs.data(),
+                    .contiguous = body<Contiguous>,
+                    .strided = body<Strided>,
+                    .number = Number,
+                    .parameters = count,
+                    .array_count = array_count,
+                    .tuple = Returned<Result>::is_tuple,
+                    .results = {}};
+        for (int k = 0; k < most_results; ++k) s.results[k] = Returned<Result>::letters[k];
+        return s;
+    }();
 };
-
-template <int Number, template <class> class Body>
-PyObject* call(PyObject* arguments)
-{
-    return Frame<Number, Body, decltype(&Body<Strided>::run)>::call(arguments);
-}
 
 /// What a body may name without its stride: the array types for the stride that it runs with.
 #define FRAGMENTS_ARRAY_NAMES(Stride)                                                              \
     using I32 [[maybe_unused]] = ::fragments::I32<Stride>;                                         \
     using I64 [[maybe_unused]] = ::fragments::I64<Stride>;                                         \
     using F64 [[maybe_unused]] = ::fragments::F64<Stride>;                                         \
+    using I32Out [[maybe_unused]] = ::fragments::I32Out<Stride>;                                   \
+    using I64Out [[maybe_unused]] = ::fragments::I64Out<Stride>;                                   \
+    using F64Out [[maybe_unused]] = ::fragments::F64Out<Stride>;                                   \
     using I32Matrix [[maybe_unused]] = ::fragments::Matrix<int32_t, Stride>;                       \
     using F64Matrix [[maybe_unused]] = ::fragments::Matrix<double, Stride>;                        \
+    using I32MatrixOut [[maybe_unused]] = ::fragments::MatrixOut<int32_t, Stride>;                 \
+    using F64MatrixOut [[maybe_unused]] = ::fragments::MatrixOut<double, Stride>;                  \
     using I32List [[maybe_unused]] = ::fragments::ArrayList<int32_t>
 
 #define CLOSURE(Number, Declared, Parameters)                                                      \
@@ -478,14 +342,15 @@ PyObject* call(PyObject* arguments)
     struct Body##Number                                                                            \
     {                                                                                              \
         FRAGMENTS_ARRAY_NAMES(Stride);                                                             \
-        static constexpr ::fragments::ParameterNames names{#Parameters};                           \
+        static constexpr const char* parameters = #Parameters;                                     \
         static auto run Parameters->::fragments::ResultOf<Declared>::Type;                         \
     };                                                                                             \
     }                                                                                              \
     template <>                                                                                    \
     PyObject* closure<Number>(PyObject*, PyObject * arguments)                                     \
     {                                                                                              \
-        return ::fragments::call<Number, Body##Number>(arguments);                                 \
+        return ::fragments::run(::fragments::Declaration<Number, Body##Number>::signature,         \
+                                arguments);                                                        \
     }                                                                                              \
     template <class Stride>                                                                        \
     auto Body##Number<Stride>::run Parameters->::fragments::ResultOf<Declared>::Type

@@ -16,7 +16,7 @@ namespace fragments {
 
 /// Folds the extents of `axes` into dim[q], which the host has set to 1.
 template <class S>
-void fold_extents(I32<S> shape, Range axes, I32<S> dim, int q)
+void fold_extents(I32<S> shape, Range axes, I32Out<S> dim, int q)
 {
     for (int64_t k = axes.begin; k < axes.end; ++k) dim[q] *= shape[k];
 }

@@ -1,3 +1,6 @@
+// Python's header asks to stand before all others.
+#include <Python.h>
+
 #include "closure_frame.h"
 
 #include <algorithm>

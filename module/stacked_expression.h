@@ -35,48 +35,54 @@ struct CodeSections
     int cconst;
 };
 
-/// The sections of an expression. Those that a closure doesn't use are left out, those of the code
-/// are not touched without code, and `sp` is set by itself for a sparse expression.
-template <class S>
+/// The sections of an expression, as arrays that are read (Array) or written (ArrayOut). Those that
+/// a closure doesn't use are left out, those of the code are not touched without code, and `sp` is
+/// set by itself for a sparse expression.
+template <template <class, class> class View, class S>
 struct Sections
 {
-    Sections(I32<S> i32, TermSections terms) : ptr(i32.from(terms.ptr)) {}
-    Sections(I32<S> i32, I64<S> i64, F64<S> f64, TermSections terms)
+    using I32 = View<int32_t, S>;
+    using I64 = View<int64_t, S>;
+    using F64 = View<double, S>;
+
+    Sections(I32 i32, TermSections terms) : ptr(i32.from(terms.ptr)) {}
+    Sections(I32 i32, I64 i64, F64 f64, TermSections terms)
         : ptr(i32.from(terms.ptr)), nidxs(i64.from(terms.nidxs)), cof(f64.from(terms.cof))
     {
     }
-    Sections(I32<S> i32, I64<S> i64, F64<S> f64, TermSections terms, CodeSections atoms)
+    Sections(I32 i32, I64 i64, F64 f64, TermSections terms, CodeSections atoms)
         : Sections(i32, i64, f64, terms)
     {
         set_code(i32, f64, atoms);
     }
 
-    void set_code(I32<S> i32, F64<S> f64, CodeSections atoms)
+    void set_code(I32 i32, F64 f64, CodeSections atoms)
     {
         codeptr = i32.from(atoms.codeptr);
         code = i32.from(atoms.code);
         cconst = f64.from(atoms.cconst);
     }
 
-    I32<S> ptr{};
-    I64<S> sp{};
-    I64<S> nidxs{};
-    F64<S> cof{};
-    I32<S> codeptr{};
-    I32<S> code{};
-    F64<S> cconst{};
+    I32 ptr{};
+    I64 sp{};
+    I64 nidxs{};
+    F64 cof{};
+    I32 codeptr{};
+    I32 code{};
+    F64 cconst{};
 };
 
 /// An expression that is read.
 template <class S>
-struct Operand : Sections<S>
+struct Operand : Sections<Array, S>
 {
-    using Sections<S>::Sections;
-    using Sections<S>::ptr;
-    using Sections<S>::codeptr;
+    using Base = Sections<Array, S>;
+    using Base::Base;
+    using Base::codeptr;
+    using Base::ptr;
 
     /// Of an operand that is only measured: `ptr` and `codeptr` alone.
-    static Operand sizes(I32<S> i32, int ptr_base, int codeptr_base)
+    static Operand sizes(fragments::I32<S> i32, int ptr_base, int codeptr_base)
     {
         Operand e(i32, {ptr_base, 0, 0});
         e.codeptr = i32.from(codeptr_base);
@@ -158,19 +164,20 @@ struct Written
 
 /// An expression that is written. Entry 0 of `ptr` and of `codeptr` is the host's.
 template <class S>
-struct Result : Sections<S>, Written
+struct Result : Sections<ArrayOut, S>, Written
 {
-    using Sections<S>::ptr;
-    using Sections<S>::sp;
-    using Sections<S>::nidxs;
-    using Sections<S>::cof;
-    using Sections<S>::codeptr;
-    using Sections<S>::code;
-    using Sections<S>::cconst;
+    using Base = Sections<ArrayOut, S>;
+    using Base::cconst;
+    using Base::code;
+    using Base::codeptr;
+    using Base::cof;
+    using Base::nidxs;
+    using Base::ptr;
+    using Base::sp;
 
-    Result(I32<S> i32, I64<S> i64, F64<S> f64, TermSections terms, CodeSections atoms,
+    Result(I32Out<S> i32, I64Out<S> i64, F64Out<S> f64, TermSections terms, CodeSections atoms,
            Written written = {0, 0, 0})
-        : Sections<S>(i32, i64, f64, terms, atoms), Written(written)
+        : Base(i32, i64, f64, terms, atoms), Written(written)
     {
     }
 
@@ -218,7 +225,8 @@ struct Result : Sections<S>, Written
     }
 
     /// The same, each times factors[k], which is not read for an element without terms.
-    void append_scaled(const Operand<S>& e, int64_t q, F64<S> factors, int64_t k, Code form)
+    void append_scaled(const Operand<S>& e, int64_t q, fragments::F64<S> factors, int64_t k,
+                       Code form)
     {
         const Range terms{e.ptr[q], e.ptr[q + 1]};
         if (terms.begin < terms.end) append_scaled(e, terms, factors[k], form);
@@ -307,7 +315,7 @@ struct Result : Sections<S>, Written
 
     /// Ends `count` elements whose terms have been copied as one block; `from` is the copied
     /// expression's `ptr`, from the first of them on.
-    void close_elements(I32<S> from, int64_t count)
+    void close_elements(fragments::I32<S> from, int64_t count)
     {
         const int moved = nnzi - from[count];
         for (int64_t i = 1; i <= count; ++i) ptr[elmi + i] = from[i] + moved;
@@ -337,8 +345,8 @@ struct Result : Sections<S>, Written
 #define SPARSE_OPERAND() ::fragments::with_sp(STACKED_OPERAND(), wi64.from(sp_base))
 #define SPARSE_RESULT(...) ::fragments::with_sp(STACKED_RESULT(__VA_ARGS__), ri64.from(rsp_base))
 
-template <class Expression, class S>
-Expression with_sp(Expression e, I64<S> sp)
+template <class Expression>
+Expression with_sp(Expression e, typename Expression::I64 sp)
 {
     e.sp = sp;
     return e;

@@ -93,7 +93,7 @@ Sum linear_of_row(Sum initial, Matrix<int32_t, S> table, int64_t i, int nd, Stri
 
 /// Adds the linear index of each of the first `n` rows of the table to its entry of `sp`.
 template <class S>
-void add_linear_indexes(int n, int nd, I64<S> strides, I64<S> sp, Matrix<int32_t, S> table)
+void add_linear_indexes(int n, int nd, I64<S> strides, I64Out<S> sp, Matrix<int32_t, S> table)
 {
     for (int i = 0; i < n; ++i)
         for (int k = 0; k < nd; ++k) sp[i] += table(i, k) * strides[k];
@@ -102,7 +102,7 @@ void add_linear_indexes(int n, int nd, I64<S> strides, I64<S> sp, Matrix<int32_t
 /// The entry of `list` at each row of the table.
 template <class T, class S>
 void pick_rows(Array<T, S> list, Matrix<int32_t, S> table, int nd, I64<S> strides,
-               Array<T, S> target)
+               ArrayOut<T, S> target)
 {
     for (int i = 0; i < table.rows(); ++i)
         target[i] = list[linear_of_row(int64_t{0}, table, i, nd, strides)];

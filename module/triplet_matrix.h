@@ -40,8 +40,8 @@ std::tuple<bool, bool> test_independently(bool badidx, bool badorder, int md0, i
 
 /// The entries of a `rows` x `columns` matrix to triplets, row by row, zeros too. Returns how many.
 template <class S>
-int64_t dense_to_triplets(int rows, int columns, Matrix<double, S> matrix, I32<S> subi, I32<S> subj,
-                          F64<S> val)
+int64_t dense_to_triplets(int rows, int columns, Matrix<double, S> matrix, I32Out<S> subi,
+                          I32Out<S> subj, F64Out<S> val)
 {
     int64_t k = 0;
     for (int i = 0; i < rows; ++i) {
@@ -57,7 +57,8 @@ int64_t dense_to_triplets(int rows, int columns, Matrix<double, S> matrix, I32<S
 /// Triplets into a row-major matrix of `columns` columns: matrix[subi[t] * columns + subj[t]] =
 /// val[t] for the first `n`. Of several entries for one place the last stays.
 template <class S>
-void scatter_triplets(int64_t n, I32<S> subi, I32<S> subj, F64<S> val, int columns, F64<S> matrix)
+void scatter_triplets(int64_t n, I32<S> subi, I32<S> subj, F64<S> val, int columns,
+                      F64Out<S> matrix)
 {
     for (int64_t t = 0; t < n; ++t) matrix[int64_t{subi[t]} * columns + subj[t]] = val[t];
 }

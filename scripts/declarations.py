@@ -35,7 +35,7 @@ class Parameter:
         return 2 if "Matrix" in self.type else 1
 
     @property
-    def written(self):
+    def is_written(self):
         """Whether the closure may write the array; it may read it as well."""
         return self.type.endswith("Out")
 

@@ -8,11 +8,14 @@ products are exact in any order and results compare with ==.
 import array
 import importlib
 import itertools
+import os
 import random
 from dataclasses import dataclass, field
 from typing import List, Optional, Tuple
 
 fragments = importlib.import_module("fragments")
+if "FRAGMENTS_CALLS" in os.environ:
+    importlib.import_module("recorder").record_into(fragments, os.environ["FRAGMENTS_CALLS"])
 
 OP_PARAM, OP_CONST, OP_ADD, OP_NEG, OP_MUL, OP_INV, OP_SUM, OP_FOLDED = 1, 2, 3, 4, 5, 6, 8, 10
 NO_OPERAND = (OP_ADD, OP_NEG, OP_MUL, OP_INV)

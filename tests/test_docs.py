@@ -85,7 +85,7 @@ class Declarations(unittest.TestCase):
         found = {d.number: d for d in parse(text, None)}
         self.assertEqual([found[n].comment for n in (3, 2, 1, 0)],
                          ["Own,\ntwo lines.", "Of both.", "Of both.", ""])
-        self.assertEqual([p.written for p in found[3].parameters], [True, False])
+        self.assertEqual([p.is_written for p in found[3].parameters], [True, False])
 
     def test_stubs_have_all_closures(self):
         stubs = pathlib.Path(fragments.__file__).parent / "fragments.pyi"

@@ -385,22 +385,6 @@ class Strides(unittest.TestCase):
             self.assertEqual([k for k, x in enumerate(memory) if x == 1], ones)
 
 
-class ListOfArrays(unittest.TestCase):
-    def test_entries_of_any_stride_and_none(self):
-        for step in (1, 2):
-            shape = i32([2, 3])
-            spread = memoryview(i32([0, 9, 7, 9]))[::2]
-            entries = [None, i32([2, 5]), spread]
-            items = tuple(x for e in entries for x in [e] + ["gap"] * (step - 1))
-            call(444, 1, shape, Buffer(items, "O", 8, (3,), (8 * step,)))
-            self.assertEqual(list(shape), [2, 15])
-
-    def test_null_reference_counts_as_none(self):
-        shape = i32([4])
-        call(444, 0, shape, Buffer(bytearray(8), "O", 8, (1,), (8,)))
-        self.assertEqual(list(shape), [4])
-
-
 class MemoryFailure(FrameTest):
     @contextlib.contextmanager
     def little_memory(self):

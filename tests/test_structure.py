@@ -12,6 +12,7 @@ from product_support import call_by_name, header_bindings, stack_bindings
 from support import (MARKER, OP_CONST, Model, Sampler, Stack, Term, assert_only_sections_written,
                      call, i32, i64, matrix, positions, product, push, read, reserve, row_major,
                      strided)
+from test_buffers import Buffer
 
 PARAMETERS = {d.number: " ".join(p.name for p in d.parameters) for d in read_declarations()}
 
@@ -208,6 +209,17 @@ class Structure(unittest.TestCase):
             self.assertIs(call(407, i64([0, index]), total, False), unfit)
         for row, unfit in (([2, 0], True), ([0, -1], True), ([1, 3], True), ([1, 2], False)):
             self.assertIs(call(405, matrix("i", [[0, 0], row]), 2, i32([2, 3]), False), unfit)
+
+    def test_largest_entries_of_a_list(self):
+        for step in (1, 2):
+            shape = i32([2, 3])
+            entries = [None, i32([2, 5]), strided(i32([0, 7]))]
+            items = tuple(x for e in entries for x in [e] + ["gap"] * (step - 1))
+            call(444, 1, shape, Buffer(items, "O", 8, (3,), (8 * step,)))
+            self.assertEqual(list(shape), [2, 15])
+        null_reference = Buffer(bytearray(8), "O", 8, (1,), (8,))
+        call(444, 0, shape, null_reference)
+        self.assertEqual(list(shape), [2, 15])
 
     def test_extents(self):
         shape, targets = i32([3, 4, 5]), [i32([9] * 4), i32([9] * 4)]

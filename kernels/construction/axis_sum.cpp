@@ -52,7 +52,7 @@ struct Targets
 CLOSURE(537, results(int, int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d0, int d1,
          int d2, int j, int m, int nidxs_base, int ptr_base, int rcconst_base, int rcode_base,
-         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rncodeatom,
+         int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rncodeatom,
          int rnidxs_base, int rptr_base, int st0, int st1, F64 wf64, I32 wi32, I64 wi64))
 {
     const auto e = STACKED_OPERAND();
@@ -69,10 +69,10 @@ CLOSURE(537, results(int, int, int),
     return {r.codei, r.elmi, r.nnzi};
 }
 
-CLOSURE_AS(536, void, (int dim, int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+CLOSURE_AS(536, void, (int dim, int nd, I32Out ri32, int rshape_base, int shape_base, I32 wi32),
            copy_behind(dim, nd, wi32.from(shape_base), -1, ri32.from(rshape_base)))
 
-CLOSURE_AS(535, void, (int dim, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+CLOSURE_AS(535, void, (int dim, I32Out ri32, int rshape_base, int shape_base, I32 wi32),
            copy_n(wi32.from(shape_base), dim, ri32.from(rshape_base)))
 
 CLOSURE_AS(534, int, (int d2, int dim, int nd, int shape_base, I32 wi32),
@@ -86,9 +86,9 @@ CLOSURE_AS(533, int, (int d0, int dim, int shape_base, I32 wi32),
 CLOSURE(532, results(int, int, int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base,
          int curperm_base, int d0, int d2, int i, int j, int m, int nelem, int nidxs_base,
-         int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64,
-         I32 ri32, I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base, int slab,
-         int sp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32))
+         int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base,
+         F64Out rf64, I32Out ri32, I64Out ri64, int rncodeatom, int rnidxs_base, int rptr_base,
+         int rsp_base, int slab, int sp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32))
 {
     const auto e = STACKED_OPERAND();
     auto r = SPARSE_RESULT(codei, j, m);
@@ -107,10 +107,10 @@ CLOSURE(532, results(int, int, int, int),
     return {r.codei, static_cast<int>(end), r.elmi, r.nnzi};
 }
 
-CLOSURE_AS(531, void, (int dim, int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+CLOSURE_AS(531, void, (int dim, int nd, I32Out ri32, int rshape_base, int shape_base, I32 wi32),
            copy_behind(dim, nd, wi32.from(shape_base), -1, ri32.from(rshape_base)))
 
-CLOSURE_AS(530, void, (int dim, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+CLOSURE_AS(530, void, (int dim, I32Out ri32, int rshape_base, int shape_base, I32 wi32),
            copy_n(wi32.from(shape_base), dim, ri32.from(rshape_base)))
 
 /// Counts the result elements of the sorted places: each change of target adds 1 to `rnelem`, from
@@ -141,7 +141,7 @@ CLOSURE_AS(527, int, (int d0, int dim, int shape_base, I32 wi32),
 /// dimension. Returns (curperm_base, tmpperm_base), the sorted permutation's position first.
 CLOSURE(526, results(int, int),
         (int curperm_base, int dim, int nd, int nelem, int radix_base, int shape_base, int sp_base,
-         int tmpperm_base, I32 wi32, I64 wi64, I32 xi32))
+         int tmpperm_base, I32 wi32, I64 wi64, I32Out xi32))
 {
     if (dim >= nd - 1) return {curperm_base, tmpperm_base};
     const auto shape = wi32.from(shape_base);
@@ -162,7 +162,7 @@ CLOSURE(526, results(int, int),
     return {curperm_base, tmpperm_base};
 }
 
-CLOSURE_AS(525, void, (int curperm_base, int nelem, I32 xi32),
+CLOSURE_AS(525, void, (int curperm_base, int nelem, I32Out xi32),
            iota_n(xi32.from(curperm_base), nelem))
 
 /// Largest of `maxd` and the extents.

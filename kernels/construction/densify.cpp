@@ -11,7 +11,7 @@ namespace fragments {
 CLOSURE(555, void,
         (int cconst_base, int code_base, int codeptr_base, int cof_base, bool hassp, int ncodeatom,
          int nd, int nelem, int nidxs_base, int nnz, int ptr_base, int rcconst_base, int rcode_base,
-         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnelem,
+         int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rnelem,
          int rnidxs_base, int rptr_base, int rshape_base, int shape_base, int sp_base, F64 wf64,
          I32 wi32, I64 wi64))
 {

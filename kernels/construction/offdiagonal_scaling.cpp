@@ -42,7 +42,7 @@ CLOSURE_AS(542, long long, (long long d4, int nd, int shape_base, I32 wi32, int 
 /// Scales the coefficients off the diagonal in place.
 CLOSURE(543, void,
         (long long d0, long long d1, long long d2, long long d3, long long d4, bool hassp,
-         int nelem, int rcof_base, F64 rf64, I32 ri32, int rptr_base, double scale, int sp_base,
+         int nelem, int rcof_base, F64Out rf64, I32 ri32, int rptr_base, double scale, int sp_base,
          I64 wi64))
 {
     const auto ptr = ri32.from(rptr_base);
@@ -61,8 +61,8 @@ CLOSURE(543, void,
 CLOSURE(544, void,
         (int cconst_base, int code_base, int codeptr_base, long long d0, long long d1, long long d2,
          long long d3, long long d4, bool hassp, int ncodeatom, int nelem, int ptr_base,
-         int rcconst_base, int rcode_base, int rcodeptr_base, F64 rf64, I32 ri32, double scale,
-         int sp_base, F64 wf64, I32 wi32, I64 wi64))
+         int rcconst_base, int rcode_base, int rcodeptr_base, F64Out rf64, I32Out ri32,
+         double scale, int sp_base, F64 wf64, I32 wi32, I64 wi64))
 {
     if (ncodeatom == 0) return;
     const Operand<Stride> operand(wi32, {}, wf64, {ptr_base, 0, 0},
@@ -84,8 +84,8 @@ CLOSURE(544, void,
 
 // A shape without axis `n`, in two parts.
 
-CLOSURE_AS(538, void, (int n, I32 r, I32 shape), copy_n(shape, n, r))
-CLOSURE_AS(539, void, (int n, I32 r, I32 shape),
+CLOSURE_AS(538, void, (int n, I32Out r, I32 shape), copy_n(shape, n, r))
+CLOSURE_AS(539, void, (int n, I32Out r, I32 shape),
            copy_n(shape.from(int64_t{n} + 1), shape.length() - 1 - n, r.from(n)))
 
 } // namespace fragments

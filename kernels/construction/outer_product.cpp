@@ -25,8 +25,8 @@ CLOSURE(581, int, (I32 eshape, int n))
 /// 584 for entry j of `a`, called on the strided view of them, turns them into the result's. What
 /// 584 leaves in `ptrb` is overwritten here.
 CLOSURE(582, void,
-        (F64 a, F64 bfix, F64 cof, [[maybe_unused]] int dim, F64 ebfix, F64 ecof, I64 einst,
-         I64 eptrb, I64 esubj, I64 ptrb, [[maybe_unused]] I32 sub, I64 subj))
+        (F64 a, F64Out bfix, F64Out cof, [[maybe_unused]] int dim, F64 ebfix, F64 ecof, I64 einst,
+         I64 eptrb, I64 esubj, I64Out ptrb, [[maybe_unused]] I32 sub, I64Out subj))
 {
     const int64_t ne = einst.length();
     const int64_t na = a.length();
@@ -51,7 +51,7 @@ CLOSURE(582, void,
 // indexes are copies of the expression's.
 
 /// The coefficients of the rows for entry `ia`, from entry `t` on.
-CLOSURE(583, void, (F64 a, F64 cof, F64 ecof, int enz, int ia, long long t))
+CLOSURE(583, void, (F64 a, F64Out cof, F64 ecof, int enz, int ia, long long t))
 {
     for (int64_t i = 0; i < enz; ++i) cof[t + i] = ecof[i] * a[ia];
 }
@@ -61,7 +61,8 @@ CLOSURE(583, void, (F64 a, F64 cof, F64 ecof, int enz, int ia, long long t))
 ///
 /// As `einst` is overwritten, the host passes a copy of the expression's list, which lies where the
 /// result's entries for `ia` go.
-CLOSURE(584, long long, (int dim, I64 einst, I64 eptrb, int ia, long long n, I64 ptrb, I32 sub))
+CLOSURE(584, long long,
+        (int dim, I64Out einst, I64 eptrb, int ia, long long n, I64Out ptrb, I32 sub))
 {
     for (int64_t e = 0; e < einst.length(); ++e, ++n) {
         einst[e] = einst[e] * dim + sub[ia];
@@ -71,7 +72,7 @@ CLOSURE(584, long long, (int dim, I64 einst, I64 eptrb, int ia, long long n, I64
 }
 
 /// All fixed terms; `einst` only counts the elements. Without `bfix` nothing is written.
-CLOSURE(585, void, (F64 a, F64 bfix, F64 ebfix, I64 einst))
+CLOSURE(585, void, (F64 a, F64Out bfix, F64 ebfix, I64 einst))
 {
     if (!bfix.given()) return;
     const int64_t ne = einst.length();
@@ -83,8 +84,8 @@ CLOSURE(585, void, (F64 a, F64 bfix, F64 ebfix, I64 einst))
 /// or the entry of `a` if `transposed`. Writes `inst` only for a sparse `a`, and `ptrb` from entry
 /// 1 on.
 CLOSURE(586, void,
-        (F64 a, F64 cof, int dim, I64 inst, I64 ptrb, I32 sub, I64 subj, bool transposed,
-         int varsize))
+        (F64 a, F64Out cof, int dim, I64Out inst, I64Out ptrb, I32 sub, I64Out subj,
+         bool transposed, int varsize))
 {
     const int64_t na = a.length();
     const bool sparse = na != dim;

@@ -17,7 +17,7 @@ namespace {
 
 /// Sets the extents from `from` up to but not including `end` to 1.
 template <class S>
-void fill_with_ones(I32<S> shape, int64_t from, int64_t end)
+void fill_with_ones(I32Out<S> shape, int64_t from, int64_t end)
 {
     fill_n(shape.from(from), end - from, 1);
 }
@@ -27,7 +27,7 @@ void fill_with_ones(I32<S> shape, int64_t from, int64_t end)
 /// push_expression: the row-wise form goes onto the stack as a dense expression. Each element gets
 /// its terms and then always one with index 0, its fixed term.
 CLOSURE(601, void,
-        (F64 bfix, int cof_base, F64 cof_v, F64 f64, I32 i32, I64 i64, int nd, int nelem,
+        (F64 bfix, int cof_base, F64 cof_v, F64Out f64, I32Out i32, I64Out i64, int nd, int nelem,
          int nidxs_base, int ptr_base, I64 ptrb, I32 shape, int shape_base, I64 subj))
 {
     const auto ptr = i32.from(ptr_base);
@@ -48,24 +48,24 @@ CLOSURE(601, void,
     }
 }
 
-CLOSURE_AS(600, void, (int end, int from, I32 shape), fill_with_ones(shape, from, end))
-CLOSURE_AS(598, void, (int end, int from, I32 shape), fill_with_ones(shape, from, end))
+CLOSURE_AS(600, void, (int end, int from, I32Out shape), fill_with_ones(shape, from, end))
+CLOSURE_AS(598, void, (int end, int from, I32Out shape), fill_with_ones(shape, from, end))
 
-CLOSURE_AS(599, void, (int n, I32 sh, I32 shape), copy_n(sh, n, shape))
-CLOSURE_AS(597, void, (int n, I32 sh, I32 shape), copy_n(sh, n, shape))
+CLOSURE_AS(599, void, (int n, I32 sh, I32Out shape), copy_n(sh, n, shape))
+CLOSURE_AS(597, void, (int n, I32 sh, I32Out shape), copy_n(sh, n, shape))
 
 // Row-wise form from pairs (ii[k], idxs[k]): a counting sort by row, of which each closure is one
 // step. Pairs of one row keep their order.
 
-CLOSURE(593, void, (I64 ii, int n, I64 ptrb))
+CLOSURE(593, void, (I64 ii, int n, I64Out ptrb))
 {
     count_keys(
         n, [&](int64_t k) { return ii[k]; }, ptrb);
 }
 
-CLOSURE_AS(594, void, (I64 ptrb, int n), running_sum(ptrb, n))
+CLOSURE_AS(594, void, (I64Out ptrb, int n), running_sum(ptrb, n))
 
-CLOSURE(595, void, (I64 idxs, I64 ii, int n, I64 ptrb, I64 subj))
+CLOSURE(595, void, (I64 idxs, I64 ii, int n, I64Out ptrb, I64Out subj))
 {
     for (int k = 0; k < n; ++k) {
         subj[ptrb[ii[k]]] = idxs[k];
@@ -73,26 +73,26 @@ CLOSURE(595, void, (I64 idxs, I64 ii, int n, I64 ptrb, I64 subj))
     }
 }
 
-CLOSURE_AS(596, void, (I64 ptrb, int n), shift_up(ptrb, n))
+CLOSURE_AS(596, void, (I64Out ptrb, int n), shift_up(ptrb, n))
 
 /// Number of positions of the first `n` dimensions, times `size`.
 CLOSURE_AS(592, int, (int n, I32 shape, int size), product(size, shape, n))
 
 /// Pads row `k` of a table of shapes with ones, from the length of `shp` on.
-CLOSURE(591, void, (int k, int nd, I32Matrix shapes, I32 shp))
+CLOSURE(591, void, (int k, int nd, I32MatrixOut shapes, I32 shp))
 {
     for (int64_t i = shp.length(); i < nd; ++i) shapes(k, i) = 1;
 }
 
 /// Row `k` of a table of shapes.
-CLOSURE(590, void, (int k, I32Matrix shapes, I32 shp))
+CLOSURE(590, void, (int k, I32MatrixOut shapes, I32 shp))
 {
     for (int64_t i = 0; i < shp.length(); ++i) shapes(k, i) = shp[i];
 }
 
-CLOSURE_AS(589, void, (int n, I32 s, I32 shape), fill_with_ones(shape, s.length(), n))
+CLOSURE_AS(589, void, (int n, I32 s, I32Out shape), fill_with_ones(shape, s.length(), n))
 
-CLOSURE_AS(588, void, (I32 s, I32 shape), copy_n(s, s.length(), shape))
+CLOSURE_AS(588, void, (I32 s, I32Out shape), copy_n(s, s.length(), shape))
 
 /// Largest and smallest number of dimensions of operands 1 to `n` - 1 and of the values passed.
 CLOSURE(587, results(int, int), (int maxnd, int minnd, int n, I32 nds))
@@ -104,26 +104,26 @@ CLOSURE(587, results(int, int), (int maxnd, int minnd, int n, I32 nds))
     return {maxnd, minnd};
 }
 
-CLOSURE(580, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx))
+CLOSURE(580, void, (int dimi, int dimj, I32Out msubi, I32Out msubj, F64Out mval, F64Matrix mx))
 {
     dense_to_triplets(dimi, dimj, mx, msubi, msubj, mval);
 }
-CLOSURE(579, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx))
+CLOSURE(579, void, (int dimi, int dimj, I32Out msubi, I32Out msubj, F64Out mval, F64Matrix mx))
 {
     dense_to_triplets(dimi, dimj, mx, msubi, msubj, mval);
 }
-CLOSURE(578, void, (int dimi, int dimj, I32 msubi, I32 msubj, F64 mval, F64Matrix mx))
+CLOSURE(578, void, (int dimi, int dimj, I32Out msubi, I32Out msubj, F64Out mval, F64Matrix mx))
 {
     dense_to_triplets(dimi, dimj, mx, msubi, msubj, mval);
 }
 
-CLOSURE_AS(577, void, (int n, int nd, I64 s, I64 sp, I32Matrix sparsity),
+CLOSURE_AS(577, void, (int n, int nd, I64 s, I64Out sp, I32Matrix sparsity),
            add_linear_indexes(n, nd, s, sp, sparsity))
-CLOSURE_AS(575, void, (int n, int nd, I64 s, I64 sp, I32Matrix sparsity),
+CLOSURE_AS(575, void, (int n, int nd, I64 s, I64Out sp, I32Matrix sparsity),
            add_linear_indexes(n, nd, s, sp, sparsity))
 
-CLOSURE_AS(576, void, (int nd, I64 s, I32 shp), row_major_strides(shp, nd, s))
-CLOSURE_AS(574, void, (int nd, I64 s, I32 shp), row_major_strides(shp, nd, s))
+CLOSURE_AS(576, void, (int nd, I64Out s, I32 shp), row_major_strides(shp, nd, s))
+CLOSURE_AS(574, void, (int nd, I64Out s, I32 shp), row_major_strides(shp, nd, s))
 
 CLOSURE_AS(573, int, (int size, I32 vals), product(size, vals, vals.length()))
 
@@ -141,13 +141,13 @@ CLOSURE(572, results(bool, bool, bool),
 }
 
 /// Pointers and coefficients of an expression with one term of coefficient 1.0 in each element.
-CLOSURE(571, void, (int cof_base, int nelem, int nnz, int ptr_base, F64 rf64, I32 ri32))
+CLOSURE(571, void, (int cof_base, int nelem, int nnz, int ptr_base, F64Out rf64, I32Out ri32))
 {
     iota_n(ri32.from(ptr_base), int64_t{nelem} + 1);
     fill_n(rf64.from(cof_base), nnz, 1.0);
 }
 
-CLOSURE_AS(570, void, (I32 ri32, I32 shape, int shape_base),
+CLOSURE_AS(570, void, (I32Out ri32, I32 shape, int shape_base),
            copy_n(shape, shape.length(), ri32.from(shape_base)))
 
 } // namespace fragments

@@ -77,17 +77,17 @@ CLOSURE_AS(556, int, (int maxd, int nd, int shape_base, I32 wi32),
            greatest(maxd, wi32.from(shape_base), nd))
 
 /// dim[0], dim[2] and dim[4] of the view around axes `dim1` and `dim2`, each times what it holds.
-CLOSURE_AS(557, void, (I32 dim, int dim1, int shape_base, I32 wi32),
+CLOSURE_AS(557, void, (I32Out dim, int dim1, int shape_base, I32 wi32),
            fold_extents(wi32.from(shape_base), {0, dim1}, dim, 0))
-CLOSURE_AS(558, void, (I32 dim, int dim1, int dim2, int shape_base, I32 wi32),
+CLOSURE_AS(558, void, (I32Out dim, int dim1, int dim2, int shape_base, I32 wi32),
            fold_extents(wi32.from(shape_base), {int64_t{dim1} + 1, dim2}, dim, 2))
-CLOSURE_AS(559, void, (I32 dim, int dim2, int nd, int shape_base, I32 wi32),
+CLOSURE_AS(559, void, (I32Out dim, int dim2, int nd, int shape_base, I32 wi32),
            fold_extents(wi32.from(shape_base), {int64_t{dim2} + 1, nd}, dim, 4))
 
 /// stride[3] down to stride[0] of the view, in 64 bits; stride[4] is the host's.
-CLOSURE_AS(560, void, (I32 dim, I64 stride), row_major_strides(dim, 5, stride))
+CLOSURE_AS(560, void, (I32 dim, I64Out stride), row_major_strides(dim, 5, stride))
 
-CLOSURE_AS(561, void, (int curperm_base, int nelem, I32 xi32),
+CLOSURE_AS(561, void, (int curperm_base, int nelem, I32Out xi32),
            iota_n(xi32.from(curperm_base), nelem))
 
 /// Sorts the permutation at `curperm_base` by the axes sortidx[0] to sortidx[3], least significant
@@ -95,7 +95,7 @@ CLOSURE_AS(561, void, (int curperm_base, int nelem, I32 xi32),
 /// from one permutation to the other; returns the positions of (the sorted one, the other one).
 CLOSURE(562, results(int, int),
         (int curperm_base, I32 dim, int nelem, I32 sortidx, int sp_base, I64 stride,
-         int tmpperm_base, I64 wi64, I32 xi32, int xradix_base))
+         int tmpperm_base, I64 wi64, I32Out xi32, int xradix_base))
 {
     const auto sp = wi64.from(sp_base);
     for (int k = 0; k < 4; ++k) {
@@ -112,7 +112,8 @@ CLOSURE(562, results(int, int),
 }
 
 /// The mirrored linear index of each element.
-CLOSURE(563, void, (I32 dim, int nelem, int sp_base, I64 stride, I64 wi64, I64 xi64, int xsp_base))
+CLOSURE(563, void,
+        (I32 dim, int nelem, int sp_base, I64 stride, I64 wi64, I64Out xi64, int xsp_base))
 {
     const auto sp = wi64.from(sp_base);
     const auto mirrored = xi64.from(xsp_base);
@@ -142,7 +143,7 @@ CLOSURE(564, results(int, int, int),
     return {sizes.rncodeatom, sizes.rnelem, static_cast<int>(sizes.rnnz)};
 }
 
-CLOSURE_AS(565, void, (int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+CLOSURE_AS(565, void, (int nd, I32Out ri32, int rshape_base, int shape_base, I32 wi32),
            copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base)))
 
 /// Writes a sparse result: `ptr`, `sp`, the terms and, if `rncodeatom` is not 0, their programs.
@@ -150,9 +151,9 @@ CLOSURE_AS(565, void, (int nd, I32 ri32, int rshape_base, int shape_base, I32 wi
 CLOSURE(566, results(int, int, int, int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base,
          int curperm_base, int eli, int i1, int i2, int nelem, int nidxs_base, int nnzi,
-         int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64,
-         I32 ri32, I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base,
-         int sp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64, int xsp_base))
+         int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base,
+         F64Out rf64, I32Out ri32, I64Out ri64, int rncodeatom, int rnidxs_base, int rptr_base,
+         int rsp_base, int sp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64, int xsp_base))
 {
     const auto e = STACKED_OPERAND();
     auto r = SPARSE_RESULT(codei, eli, nnzi);
@@ -187,7 +188,7 @@ CLOSURE(567, results(int, int),
     return {rncodeatom, rnnz};
 }
 
-CLOSURE_AS(568, void, (int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+CLOSURE_AS(568, void, (int nd, I32Out ri32, int rshape_base, int shape_base, I32 wi32),
            copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base)))
 
 /// Writes a dense result: `ptr`, the terms and, if `rncodeatom` is not 0, their programs.
@@ -195,8 +196,8 @@ CLOSURE_AS(568, void, (int nd, I32 ri32, int rshape_base, int shape_base, I32 wi
 CLOSURE(569, results(int, int, int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, I32 dim,
          int eli, int nidxs_base, int nnzi, int ptr_base, int rcconst_base, int rcode_base,
-         int rcodeptr_base, int rcof_base, int relemi, F64 rf64, I32 ri32, I64 ri64, int rncodeatom,
-         int rnidxs_base, int rptr_base, I64 stride, F64 wf64, I32 wi32, I64 wi64))
+         int rcodeptr_base, int rcof_base, int relemi, F64Out rf64, I32Out ri32, I64Out ri64,
+         int rncodeatom, int rnidxs_base, int rptr_base, I64 stride, F64 wf64, I32 wi32, I64 wi64))
 {
     const auto e = STACKED_OPERAND();
     auto r = STACKED_RESULT(codei, relemi, nnzi);

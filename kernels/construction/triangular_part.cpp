@@ -29,7 +29,7 @@ void walk_triangle(bool lower, I32<S> dim, I32<S> stride, Visit visit)
 
 /// Lists the positions of the triangle from entry `n` on. Returns the next n.
 template <class S>
-int list_positions(bool lower, I32<S> dim, I32<S> stride, int n, I64<S> positions)
+int list_positions(bool lower, I32<S> dim, I32<S> stride, int n, I64Out<S> positions)
 {
     walk_triangle(lower, dim, stride, [&](int32_t index) { positions[n++] = index; });
     return n;
@@ -38,15 +38,15 @@ int list_positions(bool lower, I32<S> dim, I32<S> stride, int n, I64<S> position
 } // namespace
 
 /// dim[0], dim[2] and dim[4] of the view, each times what it holds.
-CLOSURE_AS(545, void, (I32 dim, int shape_base, I32 wi32, int xdim),
+CLOSURE_AS(545, void, (I32Out dim, int shape_base, I32 wi32, int xdim),
            fold_extents(wi32.from(shape_base), {0, xdim}, dim, 0))
-CLOSURE_AS(546, void, (I32 dim, int shape_base, I32 wi32, int xdim, int ydim),
+CLOSURE_AS(546, void, (I32Out dim, int shape_base, I32 wi32, int xdim, int ydim),
            fold_extents(wi32.from(shape_base), {int64_t{xdim} + 1, ydim}, dim, 2))
-CLOSURE_AS(547, void, (I32 dim, int nd, int shape_base, I32 wi32, int ydim),
+CLOSURE_AS(547, void, (I32Out dim, int nd, int shape_base, I32 wi32, int ydim),
            fold_extents(wi32.from(shape_base), {int64_t{ydim} + 1, nd}, dim, 4))
 
 /// stride[3] down to stride[0] of the view, in 32 bits; stride[4] is the host's.
-CLOSURE_AS(548, void, (I32 dim, I32 stride), row_major_strides(dim, 5, stride))
+CLOSURE_AS(548, void, (I32 dim, I32Out stride), row_major_strides(dim, 5, stride))
 
 /// Sizes of the result: adds the terms and atoms in the triangle to (rncodeatom, rnnz).
 CLOSURE(549, results(int, int),
@@ -69,14 +69,14 @@ CLOSURE(549, results(int, int),
     return {sizes.rncodeatom, static_cast<int>(sizes.rnnz)};
 }
 
-CLOSURE_AS(550, void, (int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+CLOSURE_AS(550, void, (int nd, I32Out ri32, int rshape_base, int shape_base, I32 wi32),
            copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base)))
 
 /// The result's `sp` for the lower triangle, from entry `n` on, ascending. Returns the next n.
-CLOSURE_AS(551, int, (I32 dim, int n, I64 ri64, int rsp_base, I32 stride),
+CLOSURE_AS(551, int, (I32 dim, int n, I64Out ri64, int rsp_base, I32 stride),
            list_positions(true, dim, stride, n, ri64.from(rsp_base)))
 /// The same for the upper triangle.
-CLOSURE_AS(552, int, (I32 dim, int n, I64 ri64, int rsp_base, I32 stride),
+CLOSURE_AS(552, int, (I32 dim, int n, I64Out ri64, int rsp_base, I32 stride),
            list_positions(false, dim, stride, n, ri64.from(rsp_base)))
 
 /// Writes the elements at the `count` positions that stand in the result's `sp`: `ptr`, the terms
@@ -84,7 +84,7 @@ CLOSURE_AS(552, int, (I32 dim, int n, I64 ri64, int rsp_base, I32 stride),
 CLOSURE(553, results(int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int count,
          bool hassp, int nelem, int nidxs_base, int nnzi, int ptr_base, int rcconst_base,
-         int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64,
+         int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64,
          int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base, int sp_base, F64 wf64,
          I32 wi32, I64 wi64))
 {

@@ -40,8 +40,8 @@ CLOSURE(508, void,
          int codeptr2_base, int cof1_base, int cof2_base, double mul1, double mul2, int ncodeatom1,
          int ncodeatom2, int nelem1, int nelem2, int nidxs1_base, int nidxs2_base, int ptr1_base,
          int ptr2_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base,
-         F64 rf64, I32 ri32, I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base,
-         int sp1_base, int sp2_base, F64 wf64, I32 wi32, I64 wi64))
+         F64Out rf64, I32Out ri32, I64Out ri64, int rncodeatom, int rnidxs_base, int rptr_base,
+         int rsp_base, int sp1_base, int sp2_base, F64 wf64, I32 wi32, I64 wi64))
 {
     const Operand<Stride> e1(wi32, wi64, wf64, {ptr1_base, nidxs1_base, cof1_base},
                              {codeptr1_base, code1_base, cconst1_base});
@@ -65,7 +65,7 @@ CLOSURE(508, void,
         });
 }
 
-CLOSURE_AS(507, void, (I32 ri32, int rnd, int rshape_base, int shape_base, I32 wi32),
+CLOSURE_AS(507, void, (I32Out ri32, int rnd, int rshape_base, int shape_base, I32 wi32),
            copy_n(wi32.from(shape_base), rnd, ri32.from(rshape_base)))
 
 /// Sizes the sum of two sparse expressions: adds the number of distinct linear indexes to `rnelem`.
@@ -92,7 +92,7 @@ CLOSURE(504, results(int, int, int, int, int),
          int codeptr1_base, int codeptr2_base, int cof1_base, int cof2_base, int eli, int i1,
          int i2, double mul1, double mul2, int ncodeatom1, int ncodeatom2, int nelem1, int nelem2,
          int nidxs1_base, int nidxs2_base, int nnzi, int ptr1_base, int ptr2_base, int rcconst_base,
-         int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64,
+         int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64,
          int rncodeatom, int rnidxs_base, int rptr_base, int sp2_base, F64 wf64, I32 wi32,
          I64 wi64))
 {
@@ -116,7 +116,7 @@ CLOSURE(504, results(int, int, int, int, int),
     return {r.codei, r.elmi, static_cast<int>(list1.begin), static_cast<int>(list2.begin), r.nnzi};
 }
 
-CLOSURE_AS(503, void, (I32 ri32, int rnd, int rshape_base, int shape_base, I32 wi32),
+CLOSURE_AS(503, void, (I32Out ri32, int rnd, int rshape_base, int shape_base, I32 wi32),
            copy_n(wi32.from(shape_base), rnd, ri32.from(rshape_base)))
 
 /// Both dense: writes all `rnelem` elements. Returns (codei, cofi).
@@ -125,8 +125,8 @@ CLOSURE(502, results(int, int),
          int codeptr1_base, int codeptr2_base, int cof1_base, int cof2_base, int cofi, double mul1,
          double mul2, int ncodeatom1, int ncodeatom2, int nidxs1_base, int nidxs2_base,
          int ptr1_base, int ptr2_base, int rcconst_base, int rcode_base, int rcodeptr_base,
-         int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rncodeatom, int rnelem, int rnidxs_base,
-         int rptr_base, F64 wf64, I32 wi32, I64 wi64))
+         int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rncodeatom, int rnelem,
+         int rnidxs_base, int rptr_base, F64 wf64, I32 wi32, I64 wi64))
 {
     const Operand<Stride> e1(wi32, wi64, wf64, {ptr1_base, nidxs1_base, cof1_base},
                              {codeptr1_base, code1_base, cconst1_base});

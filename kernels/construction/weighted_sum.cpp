@@ -65,7 +65,7 @@ void merge_operands(int n, I32<S> nelem, I32<S> sp_base, I64<S> wi64, Take take,
 /// `target(e)` is the result element that element e goes to.
 template <class S, class Target>
 void count_elements(bool anycode, I32<S> codeptr, int k, I32<S> ncodeatom, I32<S> nelem,
-                    I32<S> ptr_base, I32<S> rptr, I32<S> wi32, I32<S> xcode, Target target)
+                    I32<S> ptr_base, I32Out<S> rptr, I32<S> wi32, I32Out<S> xcode, Target target)
 {
     const int n = nelem[k];
     if (n < 1) return;
@@ -84,7 +84,7 @@ void count_elements(bool anycode, I32<S> codeptr, int k, I32<S> ncodeatom, I32<S
 /// its next free atom. Both are left behind what was written.
 template <class S, class Target>
 void scatter(const OperandList<S>& operands, bool anycode, int k, I32<S> nelem, F64<S> w,
-             Result<S> r, I32<S> xcode, Target target)
+             Result<S> r, I32Out<S> xcode, Target target)
 {
     const int n = nelem[k];
     if (n < 1) return;
@@ -137,23 +137,23 @@ CLOSURE(512, results(int, int, int),
 }
 
 /// The result's shape: that of operand 0.
-CLOSURE(513, void, (I32 nd, I32 ri32, int rshape_base, I32 shape_base, I32 wi32))
+CLOSURE(513, void, (I32 nd, I32Out ri32, int rshape_base, I32 shape_base, I32 wi32))
 {
     if (nd[0] > 0) copy_n(wi32.from(shape_base[0]), nd[0], ri32.from(rshape_base));
 }
 
-CLOSURE_AS(514, void, (I32 ri32, int rnelem, int rptr_base),
+CLOSURE_AS(514, void, (I32Out ri32, int rnelem, int rptr_base),
            fill_n(ri32.from(rptr_base), int64_t{rnelem} + 1, 0))
 
-CLOSURE(515, void, (int rncodeatom, int rnelem, int xcode_base, I32 xi32))
+CLOSURE(515, void, (int rncodeatom, int rnelem, int xcode_base, I32Out xi32))
 {
     if (rncodeatom > 0) fill_n(xi32.from(xcode_base), int64_t{rnelem} + 1, 0);
 }
 
 /// Counts the terms and atoms of sparse operand k.
 CLOSURE(516, void,
-        (bool anycode, I32 codeptr, int k, I32 ncodeatom, I32 nelem, I32 ptr_base, I32 ri32,
-         int rptr_base, I32 sp_base, I32 wi32, I64 wi64, int xcode_base, I32 xi32))
+        (bool anycode, I32 codeptr, int k, I32 ncodeatom, I32 nelem, I32 ptr_base, I32Out ri32,
+         int rptr_base, I32 sp_base, I32 wi32, I64 wi64, int xcode_base, I32Out xi32))
 {
     count_elements(anycode, codeptr, k, ncodeatom, nelem, ptr_base, ri32.from(rptr_base), wi32,
                    xi32.from(xcode_base), [&](int e) { return wi64[sp_base[k] + e]; });
@@ -161,17 +161,17 @@ CLOSURE(516, void,
 
 /// Counts the terms and atoms of dense operand k.
 CLOSURE(517, void,
-        (bool anycode, I32 codeptr, int k, I32 ncodeatom, I32 nelem, I32 ptr_base, I32 ri32,
-         int rptr_base, I32 wi32, int xcode_base, I32 xi32))
+        (bool anycode, I32 codeptr, int k, I32 ncodeatom, I32 nelem, I32 ptr_base, I32Out ri32,
+         int rptr_base, I32 wi32, int xcode_base, I32Out xi32))
 {
     count_elements(anycode, codeptr, k, ncodeatom, nelem, ptr_base, ri32.from(rptr_base), wi32,
                    xi32.from(xcode_base), [](int e) { return e; });
 }
 
-CLOSURE_AS(518, void, (I32 ri32, int rnelem, int rptr_base),
+CLOSURE_AS(518, void, (I32Out ri32, int rnelem, int rptr_base),
            running_sum(ri32.from(rptr_base), rnelem))
 
-CLOSURE(519, void, (int rncodeatom, int rnelem, int xcode_base, I32 xi32))
+CLOSURE(519, void, (int rncodeatom, int rnelem, int xcode_base, I32Out xi32))
 {
     if (rncodeatom > 0) running_sum(xi32.from(xcode_base), rnelem);
 }
@@ -180,8 +180,9 @@ CLOSURE(519, void, (int rncodeatom, int rnelem, int xcode_base, I32 xi32))
 CLOSURE(520, void,
         (bool anycode, I32 cconst, I32 code, I32 codeptr, I32 cof_base, int k, I32 ncodeatom,
          I32 nelem, I32 nidxs_base, I32 ptr_base, int rcconst_base, int rcode_base,
-         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
-         int rptr_base, I32 sp_base, F64 w, F64 wf64, I32 wi32, I64 wi64, int xcode_base, I32 xi32))
+         int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base,
+         int rptr_base, I32 sp_base, F64 w, F64 wf64, I32 wi32, I64 wi64, int xcode_base,
+         I32Out xi32))
 {
     scatter(OPERAND_LIST(), anycode, k, nelem, w, STACKED_RESULT(), xi32.from(xcode_base),
             [&](int e) { return wi64[sp_base[k] + e]; });
@@ -191,20 +192,21 @@ CLOSURE(520, void,
 CLOSURE(521, void,
         (bool anycode, I32 cconst, I32 code, I32 codeptr, I32 cof_base, int k, I32 ncodeatom,
          I32 nelem, I32 nidxs_base, I32 ptr_base, int rcconst_base, int rcode_base,
-         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
-         int rptr_base, F64 w, F64 wf64, I32 wi32, I64 wi64, int xcode_base, I32 xi32))
+         int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base,
+         int rptr_base, F64 w, F64 wf64, I32 wi32, I64 wi64, int xcode_base, I32Out xi32))
 {
     scatter(OPERAND_LIST(), anycode, k, nelem, w, STACKED_RESULT(), xi32.from(xcode_base),
             [](int e) { return e; });
 }
 
-CLOSURE_AS(522, void, (I32 ri32, int rnelem, int rptr_base), shift_up(ri32.from(rptr_base), rnelem))
+CLOSURE_AS(522, void, (I32Out ri32, int rnelem, int rptr_base),
+           shift_up(ri32.from(rptr_base), rnelem))
 
 /// The merge path: writes `ptr`, `sp`, the terms and their programs.
 CLOSURE(523, void,
         (bool anycode, I32 cconst, I32 code, I32 codeptr, I32 cof_base, int n, I32 ncodeatom,
          I32 nelem, I32 nidxs_base, I32 ptr_base, int rcconst_base, int rcode_base,
-         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
+         int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base,
          int rptr_base, int rsp_base, I32 sp_base, F64 w, F64 wf64, I32 wi32, I64 wi64))
 {
     const auto operands = OPERAND_LIST();

@@ -25,7 +25,7 @@ void for_each_listed(Matrix<int32_t, S> table, int64_t n, int nd, Strides stride
 /// the length of `domlb` different ones, at the rows of the table `domsp`. Only for these the
 /// shape, of at least one dimension, is read.
 CLOSURE(82, void,
-        (F64 bl, F64 bu, bool domhassp, F64 domlb, bool domscalar, I32Matrix domsp, F64 domub,
+        (F64Out bl, F64Out bu, bool domhassp, F64 domlb, bool domscalar, I32Matrix domsp, F64 domub,
          int nd, int n, I32 ri32, int shape_base))
 {
     const auto set = [&](int64_t to, int64_t from) {
@@ -45,7 +45,7 @@ CLOSURE(82, void,
 }
 
 /// The bounds of the one-sided form, at the rows of the table.
-CLOSURE(100, void, (F64 b, F64 dombnd, I32Matrix domsp, int nd, I32 stride))
+CLOSURE(100, void, (F64Out b, F64 dombnd, I32Matrix domsp, int nd, I32 stride))
 {
     for_each_listed(domsp, domsp.rows(), nd, stride,
                     [&](int64_t i, int64_t position) { b[position] = dombnd[i]; });

@@ -40,7 +40,8 @@ void for_each_square_row(int64_t pre, int64_t dim, int64_t mid, int64_t post, Vi
 /// perm[position of an element] = its position in cone order, from `pos` on; then, if `ofs` is
 /// given, its first `nofs` values go to cone order: g[perm[i]] = ofs[i]. Returns the position
 /// behind the last.
-CLOSURE(96, int, (int conesize, int pre, int post, int nofs, F64 g, int pos, F64 ofs, I32 perm))
+CLOSURE(96, int,
+        (int conesize, int pre, int post, int nofs, F64Out g, int pos, F64 ofs, I32Out perm))
 {
     for_each_in_cone_order(pre, conesize, post, [&](int64_t position) { perm[position] = pos++; });
     if (ofs.given())
@@ -49,7 +50,7 @@ CLOSURE(96, int, (int conesize, int pre, int post, int nofs, F64 g, int pos, F64
 }
 
 /// Gathers a list in cone order, from slot `pos` on. Returns the slot behind the last.
-CLOSURE(59, int, (int conesize, int pre, int post, I32 nativeidxs, int pos, I32 permidxs))
+CLOSURE(59, int, (int conesize, int pre, int post, I32 nativeidxs, int pos, I32Out permidxs))
 {
     for_each_in_cone_order(pre, conesize, post,
                            [&](int64_t position) { permidxs[pos++] = nativeidxs[position]; });
@@ -59,7 +60,7 @@ CLOSURE(59, int, (int conesize, int pre, int post, I32 nativeidxs, int pos, I32 
 /// Scale of the rows off the diagonal, those on it keep theirs. `aconidxs` lists the rows from slot
 /// `pos` on, each triangle packed column by column. Returns the slot behind the last.
 CLOSURE(87, int,
-        (F64 acon_elm_scale, I32 aconidxs, long long pre, long long dim, long long mid,
+        (F64Out acon_elm_scale, I32 aconidxs, long long pre, long long dim, long long mid,
          long long dim2, long long post, int pos, double scale))
 {
     for (int64_t cone = 0; cone < pre * mid * post; ++cone)
@@ -74,7 +75,7 @@ CLOSURE(87, int,
 /// order from slot `pos` on: the lower half is packed column by column, the upper one row by row of
 /// the mirrored entries. Returns the slot behind the last.
 CLOSURE(88, int,
-        (I32 afeidxs, I32 afetrilperm, int trisize, long long pre, long long dim, long long mid,
+        (I32 afeidxs, I32Out afetrilperm, int trisize, long long pre, long long dim, long long mid,
          long long dim2, long long post, int pos, bool upper))
 {
     for_each_square_row(pre, dim2, mid, post, [&](int64_t p, int64_t cone) {
@@ -92,7 +93,7 @@ CLOSURE(88, int,
 /// the same rows. `upper` makes no difference.
 CLOSURE(89, void,
         (I32 afeidxs, int trisize, long long pre, long long dim, long long mid, long long dim2,
-         long long post, I32 pafeidxs, [[maybe_unused]] bool upper))
+         long long post, I32Out pafeidxs, [[maybe_unused]] bool upper))
 {
     int64_t next = 0;
     for_each_square_row(pre, dim, mid, post, [&](int64_t p, int64_t cone) {

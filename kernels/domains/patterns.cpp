@@ -25,7 +25,7 @@ int64_t linear_index(int nd, Subscript subscript, I32<S> strides)
 /// Linear indexes of the rows up to the first that isn't in the shape. Returns whether there is
 /// one; nothing is written if that was known before.
 template <class S>
-bool read_pattern(bool bad, int n, I32<S> shape, Matrix<int32_t, S> sp, I64<S> sparsity,
+bool read_pattern(bool bad, int n, I32<S> shape, Matrix<int32_t, S> sp, I64Out<S> sparsity,
                   I32<S> strides)
 {
     for (int64_t i = 0; !bad && i < n; ++i) {
@@ -39,8 +39,8 @@ bool read_pattern(bool bad, int n, I32<S> shape, Matrix<int32_t, S> sp, I64<S> s
 
 /// One pass of the radix sort of the table's rows, by dimension `nd` - 1 - `pass`.
 template <class S>
-void sort_pass(I32<S> curperm, int pass, Matrix<int32_t, S> midxs, int n, int nd, I32<S> ptr,
-               I32<S> shape, I32<S> tgtperm)
+void sort_pass(I32<S> curperm, int pass, Matrix<int32_t, S> midxs, int n, int nd, I32Out<S> ptr,
+               I32<S> shape, I32Out<S> tgtperm)
 {
     const int dim = nd - 1 - pass;
     radix_pass(
@@ -49,7 +49,7 @@ void sort_pass(I32<S> curperm, int pass, Matrix<int32_t, S> midxs, int n, int nd
 
 /// Linear indexes of the rows in the order of `curperm`.
 template <class S>
-void write_sorted(I32<S> curperm, Matrix<int32_t, S> midxs, int n, int nd, I64<S> sparsity,
+void write_sorted(I32<S> curperm, Matrix<int32_t, S> midxs, int n, int nd, I64Out<S> sparsity,
                   I32<S> strides)
 {
     for (int64_t i = 0; i < n; ++i)
@@ -63,31 +63,33 @@ void write_sorted(I32<S> curperm, Matrix<int32_t, S> midxs, int n, int nd, I64<S
 CLOSURE_AS(42, bool, (bool sorted, I64 sp), strictly_ascending(sorted, sp, sp.length()))
 
 /// Linear indexes in 64 bits of the first `n` rows of a table that is known to be in range.
-CLOSURE(44, void, (int nd, int n, I64 sp, I32Matrix sparsity, I64 strides))
+CLOSURE(44, void, (int nd, int n, I64Out sp, I32Matrix sparsity, I64 strides))
 {
     for (int64_t i = 0; i < n; ++i) sp[i] = linear_of_row(int64_t{0}, sparsity, i, nd, strides);
 }
 
 /// Linear indexes of the first `n` rows of the table `sp`, in all of its columns. Returns whether
 /// `bad`, or a row lies outside of the shape: neither that row nor a later one is written.
-CLOSURE_AS(51, bool, (bool bad, int n, I32 shape, I32Matrix sp, I64 sparsity, I32 strides),
+CLOSURE_AS(51, bool, (bool bad, int n, I32 shape, I32Matrix sp, I64Out sparsity, I32 strides),
            read_pattern(bad, n, shape, sp, sparsity, strides))
-CLOSURE_AS(64, bool, (bool bad, int n, I32 shape, I32Matrix sp, I64 sparsity, I32 strides),
+CLOSURE_AS(64, bool, (bool bad, int n, I32 shape, I32Matrix sp, I64Out sparsity, I32 strides),
            read_pattern(bad, n, shape, sp, sparsity, strides))
 
 /// One pass of an LSD radix sort, stable: `tgtperm` gets the rows of `curperm` by ascending
 /// subscript in dimension `nd` - 1 - `pass`. `ptr` is scratch, one entry more than that dimension.
 CLOSURE_AS(54, void,
-           (I32 curperm, int pass, I32Matrix midxs, int n, int nd, I32 ptr, I32 shape, I32 tgtperm),
+           (I32 curperm, int pass, I32Matrix midxs, int n, int nd, I32Out ptr, I32 shape,
+            I32Out tgtperm),
            sort_pass(curperm, pass, midxs, n, nd, ptr, shape, tgtperm))
 CLOSURE_AS(67, void,
-           (I32 curperm, int pass, I32Matrix midxs, int n, int nd, I32 ptr, I32 shape, I32 tgtperm),
+           (I32 curperm, int pass, I32Matrix midxs, int n, int nd, I32Out ptr, I32 shape,
+            I32Out tgtperm),
            sort_pass(curperm, pass, midxs, n, nd, ptr, shape, tgtperm))
 
 /// Linear indexes of the rows as sorted. Repeated rows stay, side by side.
-CLOSURE_AS(55, void, (I32 curperm, I32Matrix midxs, int n, int nd, I64 sparsity, I32 strides),
+CLOSURE_AS(55, void, (I32 curperm, I32Matrix midxs, int n, int nd, I64Out sparsity, I32 strides),
            write_sorted(curperm, midxs, n, nd, sparsity, strides))
-CLOSURE_AS(68, void, (I32 curperm, I32Matrix midxs, int n, int nd, I64 sparsity, I32 strides),
+CLOSURE_AS(68, void, (I32 curperm, I32Matrix midxs, int n, int nd, I64Out sparsity, I32 strides),
            write_sorted(curperm, midxs, n, nd, sparsity, strides))
 
 } // namespace fragments

@@ -28,8 +28,8 @@ struct ElementTables
 template <class S>
 struct TriangleEntries
 {
-    I32<S> row, column;
-    F64<S> value;
+    I32Out<S> row, column;
+    F64Out<S> value;
 
     /// Slot k gets the place of table entry u and the value that stands for `coefficient` there.
     void set(int64_t k, const ElementTables<S>& tables, int64_t u, double coefficient)
@@ -44,8 +44,8 @@ struct TriangleEntries
 template <class S>
 struct ScalarTerms
 {
-    I32<S> subj;
-    F64<S> cof;
+    I32Out<S> subj;
+    F64Out<S> cof;
     int64_t count = 0;
 
     void append(int64_t variable, double coefficient)
@@ -86,7 +86,7 @@ std::tuple<int, int, int> count_row_parts(int nmat, I32<S> barj, int nlin, int n
 /// The scalar terms of `nelem` elements; ptrb[e + 1] - ptrb[e] of them are of element e. Those of
 /// index 0 go to `constant(e, coefficient)`, which returns whether it has taken it.
 template <class S, class P, class Constant>
-void write_row_scalars(const Operand<S>& e, int nelem, ScalarTerms<S> list, Array<P, S> ptrb,
+void write_row_scalars(const Operand<S>& e, int nelem, ScalarTerms<S> list, ArrayOut<P, S> ptrb,
                        Constant constant)
 {
     for (int64_t element = 0; element < nelem; ++element) {
@@ -105,8 +105,8 @@ void write_row_scalars(const Operand<S>& e, int nelem, ScalarTerms<S> list, Arra
 template <class S>
 struct Matrices
 {
-    I32<S> barsubj, matdim;
-    I64<S> matnnz;
+    I32Out<S> barsubj, matdim;
+    I64Out<S> matnnz;
 };
 
 /// The matrices of `nelem` elements and their entries, from the slots `nmat` and `nz` on; those of
@@ -115,7 +115,7 @@ template <class S, class P>
 std::tuple<int, int> write_row_matrices(int nz, int nmat, const Operand<S>& e, int nelem,
                                         const ElementTables<S>& tables, I32<S> barvar_dim,
                                         Matrices<S> matrices, TriangleEntries<S> entries,
-                                        Array<P, S> ptr)
+                                        ArrayOut<P, S> ptr)
 {
     for (int64_t element = 0; element < nelem; ++element) {
         int64_t t = e.ptr[element];
@@ -152,7 +152,8 @@ CLOSURE(46, results(int, int), (int nlin, int nidxs_base, int n, int nbar, I64 r
 }
 
 /// The terms of scalar variables and constants, in any order.
-CLOSURE(47, void, (F64 cof, int cof_base, int nidxs_base, int n, F64 rf64, I64 ri64, I32 subj))
+CLOSURE(47, void,
+        (F64Out cof, int cof_base, int nidxs_base, int n, F64 rf64, I64 ri64, I32Out subj))
 {
     const auto nidxs = ri64.from(nidxs_base);
     const auto coefficients = rf64.from(cof_base);
@@ -165,7 +166,8 @@ CLOSURE(47, void, (F64 cof, int cof_base, int nidxs_base, int n, F64 rf64, I64 r
 /// column `subl` and value.
 CLOSURE(48, void,
         (I32 barvar_block_elm_barj, I32 barvar_block_elm_i, I32 barvar_block_elm_j, int cof_base,
-         int nidxs_base, int n, F64 rf64, I64 ri64, I32 subj, I32 subk, I32 subl, F64 val))
+         int nidxs_base, int n, F64 rf64, I64 ri64, I32Out subj, I32Out subk, I32Out subl,
+         F64Out val))
 {
     const ElementTables<Stride> tables{barvar_block_elm_barj, barvar_block_elm_i,
                                        barvar_block_elm_j};
@@ -202,8 +204,8 @@ CLOSURE(78, results(int, int, int),
 /// The scalar terms of all elements, in pointer form: ptrb[0] is the host's. In 76 the constants of
 /// element e are added to bfix[e].
 CLOSURE(76, void,
-        (F64 bfix, F64 cof, int cof_base, int nelem, int nidxs_base, int ptr_base, I32 ptrb,
-         F64 rf64, I32 ri32, I64 ri64, I32 subj))
+        (F64Out bfix, F64Out cof, int cof_base, int nelem, int nidxs_base, int ptr_base,
+         I32Out ptrb, F64 rf64, I32 ri32, I64 ri64, I32Out subj))
 {
     const Operand<Stride> e(ri32, ri64, rf64, {ptr_base, nidxs_base, cof_base});
     write_row_scalars(e, nelem, {subj, cof}, ptrb, [&](int64_t element, double coefficient) {
@@ -212,8 +214,8 @@ CLOSURE(76, void,
     });
 }
 CLOSURE(79, void,
-        (F64 cof, int cof_base, int nelem, int nidxs_base, int ptr_base, I64 ptrb, F64 rf64,
-         I32 ri32, I64 ri64, I32 subj))
+        (F64Out cof, int cof_base, int nelem, int nidxs_base, int ptr_base, I64Out ptrb, F64 rf64,
+         I32 ri32, I64 ri64, I32Out subj))
 {
     const Operand<Stride> e(ri32, ri64, rf64, {ptr_base, nidxs_base, cof_base});
     write_row_scalars(e, nelem, {subj, cof}, ptrb, [](int64_t, double) { return false; });
@@ -222,10 +224,10 @@ CLOSURE(79, void,
 /// The matrices of all elements, from `nmat` on, and their entries, from `nz` on: (nz, nmat). `ptr`
 /// gets the running number of matrices, above its entry 0.
 CLOSURE(77, results(int, int),
-        (int nz, int nmat, I32 barsubj, I32 barvar_block_elm_barj, I32 barvar_block_elm_i,
-         I32 barvar_block_elm_j, I32 barvar_dim, int cof_base, F64 matcof, I32 matdim, I64 matnnz,
-         I32 matsubi, I32 matsubj, int nidxs_base, int nelem, I32 ptr, int ptr_base, F64 rf64,
-         I32 ri32, I64 ri64))
+        (int nz, int nmat, I32Out barsubj, I32 barvar_block_elm_barj, I32 barvar_block_elm_i,
+         I32 barvar_block_elm_j, I32 barvar_dim, int cof_base, F64Out matcof, I32Out matdim,
+         I64Out matnnz, I32Out matsubi, I32Out matsubj, int nidxs_base, int nelem, I32Out ptr,
+         int ptr_base, F64 rf64, I32 ri32, I64 ri64))
 {
     const Operand<Stride> e(ri32, ri64, rf64, {ptr_base, nidxs_base, cof_base});
     return write_row_matrices(
@@ -233,10 +235,10 @@ CLOSURE(77, results(int, int),
         barvar_dim, {barsubj, matdim, matnnz}, {matsubi, matsubj, matcof}, ptr);
 }
 CLOSURE(80, results(int, int),
-        (int nz, int nmat, I32 barsubj, I32 barvar_block_elm_barj, I32 barvar_block_elm_i,
-         I32 barvar_block_elm_j, I32 barvar_dim, int cof_base, F64 matcof, I32 matdim, I64 matnnz,
-         I32 matsubi, I32 matsubj, int nidxs_base, int nelem, I64 ptr, int ptr_base, F64 rf64,
-         I32 ri32, I64 ri64))
+        (int nz, int nmat, I32Out barsubj, I32 barvar_block_elm_barj, I32 barvar_block_elm_i,
+         I32 barvar_block_elm_j, I32 barvar_dim, int cof_base, F64Out matcof, I32Out matdim,
+         I64Out matnnz, I32Out matsubi, I32Out matsubj, int nidxs_base, int nelem, I64Out ptr,
+         int ptr_base, F64 rf64, I32 ri32, I64 ri64))
 {
     const Operand<Stride> e(ri32, ri64, rf64, {ptr_base, nidxs_base, cof_base});
     return write_row_matrices(

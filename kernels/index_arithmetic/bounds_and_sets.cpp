@@ -62,8 +62,8 @@ CLOSURE(282, long long, (I32 lsubi, I32 lsubj, long long nunion, I32 usubi, I32 
 /// Writes the merged bounds: a position in each row of `inst`, its values in `lbv` and `ubv`, 0.0
 /// at a side without an entry.
 CLOSURE(283, void,
-        (I32Matrix inst, F64 lbv, I32 lsubi, I32 lsubj, F64 lval, F64 ubv, I32 usubi, I32 usubj,
-         F64 uval))
+        (I32MatrixOut inst, F64Out lbv, I32 lsubi, I32 lsubj, F64 lval, F64Out ubv, I32 usubi,
+         I32 usubj, F64 uval))
 {
     int64_t k = 0;
     merge_positions(Positions<Stride>{lsubi, lsubj}, Positions<Stride>{usubi, usubj},
@@ -77,13 +77,14 @@ CLOSURE(283, void,
 }
 
 // Triplets into a dense array of `n` columns; all other entries stay.
-CLOSURE_AS(284, void, (int n, F64 lval, I32 subi, I32 subj, F64 v),
+CLOSURE_AS(284, void, (int n, F64Out lval, I32 subi, I32 subj, F64 v),
            scatter_triplets(subi.length(), subi, subj, v, n, lval))
-CLOSURE_AS(285, void, (int n, I32 subi, I32 subj, F64 uval, F64 v),
+CLOSURE_AS(285, void, (int n, I32 subi, I32 subj, F64Out uval, F64 v),
            scatter_triplets(subi.length(), subi, subj, v, n, uval))
 
 /// Dense bounds row by row, from slot `dstpos` on. Returns the slot behind the last.
-CLOSURE(286, int, (int dim0, int dim1, int dstpos, F64Matrix lb, F64 lval, F64Matrix ub, F64 uval))
+CLOSURE(286, int,
+        (int dim0, int dim1, int dstpos, F64Matrix lb, F64Out lval, F64Matrix ub, F64Out uval))
 {
     flatten(lb, dim0, dim1, lval.from(dstpos));
     flatten(ub, dim0, dim1, uval.from(dstpos));
@@ -91,7 +92,7 @@ CLOSURE(286, int, (int dim0, int dim1, int dstpos, F64Matrix lb, F64 lval, F64Ma
 }
 
 /// Positions as a table.
-CLOSURE(287, void, (I32Matrix inst, I32 msubi, I32 msubj))
+CLOSURE(287, void, (I32MatrixOut inst, I32 msubi, I32 msubj))
 {
     for (int64_t k = 0; k < msubi.length(); ++k) {
         inst(k, 0) = msubi[k];
@@ -100,12 +101,12 @@ CLOSURE(287, void, (I32Matrix inst, I32 msubi, I32 msubj))
 }
 
 /// One set behind the other; common members are not looked for.
-CLOSURE(275, void, (I32 r, I32 set1, I32 set2))
+CLOSURE(275, void, (I32Out r, I32 set1, I32 set2))
 {
     copy_n(set1, set1.length(), r);
     copy_n(set2, set2.length(), r.from(set1.length()));
 }
 
-CLOSURE_AS(274, void, (I32 r, I32 set1), copy_n(set1, set1.length(), r))
+CLOSURE_AS(274, void, (I32Out r, I32 set1), copy_n(set1, set1.length(), r))
 
 } // namespace fragments

@@ -25,7 +25,7 @@ struct Box
 /// and `index`, of `nd` entries, gets its subscripts. Without dimensions all elements lie in the
 /// box, and no linear index is looked at.
 template <class S, class Linear, class Element>
-void for_each_in_box(int64_t n, Linear linear, const Box<S>& box, I32<S> index, Element element)
+void for_each_in_box(int64_t n, Linear linear, const Box<S>& box, I32Out<S> index, Element element)
 {
     for (int64_t k = 0; k < n; ++k) {
         if (box.nd > 0) split_linear(linear(k), box.strides, box.shape, box.nd, index);
@@ -45,7 +45,7 @@ void for_each_in_range(int start, int stop, I64<S> sp, Element element)
 
 /// Sizes the box of a sparse array: `count` plus its elements. The length of `nidxs` counts.
 CLOSURE(320, int,
-        (I32 astart, I32 astop, int count, I32 index, int nd, I32 nidxs, I32 shape, I64 sp,
+        (I32 astart, I32 astop, int count, I32Out index, int nd, I32 nidxs, I32 shape, I64 sp,
          I64 stride))
 {
     for_each_in_box(
@@ -57,8 +57,8 @@ CLOSURE(320, int,
 /// Writes the box of a sparse array from slot `ipos` on: the entry of `nidxs`, and the linear index
 /// by the strides of the box. Returns the slot behind the last.
 CLOSURE(322, int,
-        (I32 astart, I32 astop, I32 index, int ipos, int nd, I32 nidxs, I32 rnidxs, I64 rsp,
-         I64 rstride, I32 shape, I64 sp, I64 stride))
+        (I32 astart, I32 astop, I32Out index, int ipos, int nd, I32 nidxs, I32Out rnidxs,
+         I64Out rsp, I64 rstride, I32 shape, I64 sp, I64 stride))
 {
     for_each_in_box(
         nidxs.length(), [&](int64_t k) { return sp[k]; },
@@ -72,7 +72,7 @@ CLOSURE(322, int,
 
 /// The same for a dense array, whose element k has linear index k.
 CLOSURE(319, int,
-        (I32 astart, I32 astop, I32 index, int ipos, int nd, I32 nidxs, I32 rnidxs, I32 shape,
+        (I32 astart, I32 astop, I32Out index, int ipos, int nd, I32 nidxs, I32Out rnidxs, I32 shape,
          I64 stride))
 {
     for_each_in_box(nidxs.length(), each_position, Box<Stride>{astart, astop, nd, shape, stride},
@@ -89,7 +89,7 @@ CLOSURE(323, int, (int count, I64 sp, int start, int stop))
 
 /// Writes the range of a sparse array from slot `count` on, linear indexes counted from `start`.
 /// Returns the slot behind the last.
-CLOSURE(324, int, (int count, I32 nidxs, I32 rnidxs, I64 rsp, I64 sp, int start, int stop))
+CLOSURE(324, int, (int count, I32 nidxs, I32Out rnidxs, I64Out rsp, I64 sp, int start, int stop))
 {
     for_each_in_range(start, stop, sp, [&](int64_t k) {
         rnidxs[count] = nidxs[k];

@@ -24,7 +24,7 @@ auto subscript_in(int dim, I32<S> rshape, I64<S> strides, I64<S> sp)
 
 /// The elements in the order of `perm`, each to the next place of its subscript in `perm2`.
 template <class S, class Subscript>
-void place(int64_t n, I32<S> perm, Subscript subscript_of, I32<S> ptr, I32<S> perm2)
+void place(int64_t n, I32<S> perm, Subscript subscript_of, I32Out<S> ptr, I32Out<S> perm2)
 {
     place_by_key(
         n, [=](int64_t k) { return perm[k]; }, subscript_of, ptr, perm2);
@@ -33,38 +33,40 @@ void place(int64_t n, I32<S> perm, Subscript subscript_of, I32<S> ptr, I32<S> pe
 } // namespace
 
 // The order as it is.
-CLOSURE_AS(300, void, (I32 perm, int n), iota_n(perm, n))
-CLOSURE_AS(53, void, (I32 curperm, int n), iota_n(curperm, n))
-CLOSURE_AS(66, void, (I32 curperm, int n), iota_n(curperm, n))
-CLOSURE_AS(219, void, (I32 curperm, int n), iota_n(curperm, n))
-CLOSURE_AS(237, void, (I32 curperm, int n), iota_n(curperm, n))
-CLOSURE_AS(152, void, (int n, I64 perm), iota_n(perm, n))
+CLOSURE_AS(300, void, (I32Out perm, int n), iota_n(perm, n))
+CLOSURE_AS(53, void, (I32Out curperm, int n), iota_n(curperm, n))
+CLOSURE_AS(66, void, (I32Out curperm, int n), iota_n(curperm, n))
+CLOSURE_AS(219, void, (I32Out curperm, int n), iota_n(curperm, n))
+CLOSURE_AS(237, void, (I32Out curperm, int n), iota_n(curperm, n))
+CLOSURE_AS(152, void, (int n, I64Out perm), iota_n(perm, n))
 
 // The counters to zero: those of `n` subscripts, or of dimension `k`, and the one above them.
-CLOSURE_AS(301, void, (int n, I32 ptr), fill_n(ptr, int64_t{n} + 1, 0))
-CLOSURE_AS(220, void, (int k, I32 ptr, I32 rshape), fill_n(ptr, int64_t{rshape[k]} + 1, 0))
-CLOSURE_AS(241, void, (int k, I32 ptr, I32 rshape), fill_n(ptr, int64_t{rshape[k]} + 1, 0))
+CLOSURE_AS(301, void, (int n, I32Out ptr), fill_n(ptr, int64_t{n} + 1, 0))
+CLOSURE_AS(220, void, (int k, I32Out ptr, I32 rshape), fill_n(ptr, int64_t{rshape[k]} + 1, 0))
+CLOSURE_AS(241, void, (int k, I32Out ptr, I32 rshape), fill_n(ptr, int64_t{rshape[k]} + 1, 0))
 
 // The count, each subscript one entry up.
-CLOSURE_AS(302, void, (int dim, I32 ptr, int rnelem, I32 rshape, I64 rstrides, I64 sp),
+CLOSURE_AS(302, void, (int dim, I32Out ptr, int rnelem, I32 rshape, I64 rstrides, I64 sp),
            count_keys(rnelem, subscript_in(dim, rshape, rstrides, sp), ptr))
-CLOSURE_AS(221, void, (int k, I32 ptr, int n, I32 rshape, I64 rsp, I64 s),
+CLOSURE_AS(221, void, (int k, I32Out ptr, int n, I32 rshape, I64 rsp, I64 s),
            count_keys(n, subscript_in(k, rshape, s, rsp), ptr))
-CLOSURE_AS(242, void, (int k, I32 ptr, int n, I32 rshape, I64 rsp, I64 s),
+CLOSURE_AS(242, void, (int k, I32Out ptr, int n, I32 rshape, I64 rsp, I64 s),
            count_keys(n, subscript_in(k, rshape, s, rsp), ptr))
 
 // The running sum.
-CLOSURE_AS(303, void, (int n, I32 ptr), running_sum(ptr, n))
-CLOSURE_AS(222, void, (int k, I32 ptr, I32 rshape), running_sum(ptr, rshape[k]))
-CLOSURE_AS(243, void, (int k, I32 ptr, I32 rshape), running_sum(ptr, rshape[k]))
+CLOSURE_AS(303, void, (int n, I32Out ptr), running_sum(ptr, n))
+CLOSURE_AS(222, void, (int k, I32Out ptr, I32 rshape), running_sum(ptr, rshape[k]))
+CLOSURE_AS(243, void, (int k, I32Out ptr, I32 rshape), running_sum(ptr, rshape[k]))
 
 // The placing.
 CLOSURE_AS(304, void,
-           (int dim, I32 perm, I32 perm2, I32 ptr, int n, I32 rshape, I64 rstrides, I64 sp),
+           (int dim, I32 perm, I32Out perm2, I32Out ptr, int n, I32 rshape, I64 rstrides, I64 sp),
            place(n, perm, subscript_in(dim, rshape, rstrides, sp), ptr, perm2))
-CLOSURE_AS(223, void, (I32 curperm, int k, I32 ptr, int n, I32 rshape, I64 rsp, I64 s, I32 tgtperm),
+CLOSURE_AS(223, void,
+           (I32 curperm, int k, I32Out ptr, int n, I32 rshape, I64 rsp, I64 s, I32Out tgtperm),
            place(n, curperm, subscript_in(k, rshape, s, rsp), ptr, tgtperm))
-CLOSURE_AS(244, void, (I32 curperm, int k, I32 ptr, int n, I32 rshape, I64 rsp, I64 s, I32 tgtperm),
+CLOSURE_AS(244, void,
+           (I32 curperm, int k, I32Out ptr, int n, I32 rshape, I64 rsp, I64 s, I32Out tgtperm),
            place(n, curperm, subscript_in(k, rshape, s, rsp), ptr, tgtperm))
 
 } // namespace fragments

@@ -20,7 +20,7 @@ long long fold_backward(I32<S> indexes, long long lin, int n, I32<S> shape)
 /// All subscripts of a linear index. What is left for the first dimension is not reduced by its
 /// extent.
 template <class S>
-void unravel_all(long long lin, I32<S> shape, I32<S> subscripts)
+void unravel_all(long long lin, I32<S> shape, I32Out<S> subscripts)
 {
     subscripts[0] = static_cast<int32_t>(unravel(lin, shape, shape.length(), subscripts));
 }
@@ -52,14 +52,14 @@ CLOSURE_AS(311, long long, (I32 indexes, long long lin, int n, I32 shape),
            fold_backward(indexes, lin, n, shape))
 
 // A linear index to subscripts.
-CLOSURE_AS(272, void, (long long lin, I32 res, I32 shape), unravel_all(lin, shape, res))
-CLOSURE_AS(270, void, (I32 dest, long long lin, I32 shape), unravel_all(lin, shape, dest))
+CLOSURE_AS(272, void, (long long lin, I32Out res, I32 shape), unravel_all(lin, shape, res))
+CLOSURE_AS(270, void, (I32Out dest, long long lin, I32 shape), unravel_all(lin, shape, dest))
 
 /// Returns the first subscript; k[0] stays.
-CLOSURE_AS(271, long long, (I32 k, int n, long long lin, I32 shape), unravel(lin, shape, n, k))
+CLOSURE_AS(271, long long, (I32Out k, int n, long long lin, I32 shape), unravel(lin, shape, n, k))
 
 /// The entry of `nidxs` at each row of subscripts.
-CLOSURE_AS(307, void, (I32 idxs, I32Matrix midxs, int nd, I32 nidxs, I64 strides),
+CLOSURE_AS(307, void, (I32Out idxs, I32Matrix midxs, int nd, I32 nidxs, I64 strides),
            pick_rows(nidxs, midxs, nd, strides, idxs))
 
 /// Whether `bad`, or some subscript of the table is outside its dimension.
@@ -75,7 +75,7 @@ CLOSURE_AS(310, bool, (I32 idxs, bool bad, I32 shape), any_out_of_range(bad, idx
 /// `shift` counts elements. Returns the `shift` of the next operand.
 CLOSURE(297, long long,
         (int dim, long long dimblock, int dimext, I32 dimsizes, int i, I64 itemsizes, int n,
-         int pos, long long shift, I64 sp))
+         int pos, long long shift, I64Out sp))
 {
     const auto indexes = sp.from(pos);
     if (dim == 0) {

@@ -10,7 +10,7 @@ namespace fragments {
 /// nidxs[k]. `sp` is written only with `hassp`, `codeptr` only with elements.
 CLOSURE(315, void,
         (bool hassp, int nd, int nelem, I32 nidxs, int rcconst_base, int rcode_base,
-         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
+         int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base,
          int rptr_base, int rshape_base, int rsp_base, I32 shape, I64 sp))
 {
     ri32[rptr_base] = 0;

@@ -8,18 +8,18 @@
 namespace fragments {
 
 // dim[0], dim[2] and dim[4] of the view, each times what it holds.
-CLOSURE_AS(263, void, (int axis, I32 dim, I32 shape), fold_extents(shape, {0, axis}, dim, 0))
-CLOSURE_AS(264, void, (int axis0, int axis1, I32 dim, I32 shape),
+CLOSURE_AS(263, void, (int axis, I32Out dim, I32 shape), fold_extents(shape, {0, axis}, dim, 0))
+CLOSURE_AS(264, void, (int axis0, int axis1, I32Out dim, I32 shape),
            fold_extents(shape, {int64_t{axis0} + 1, axis1}, dim, 2))
-CLOSURE_AS(265, void, (int axis, I32 dim, int nd, I32 shape),
+CLOSURE_AS(265, void, (int axis, I32Out dim, int nd, I32 shape),
            fold_extents(shape, {int64_t{axis} + 1, nd}, dim, 4))
 
 /// stride[3] down to stride[0]; stride[4] is the host's.
-CLOSURE_AS(266, void, (I32 dim, I32 stride), row_major_strides(dim, 5, stride))
+CLOSURE_AS(266, void, (I32 dim, I32Out stride), row_major_strides(dim, 5, stride))
 
 /// Each entry of `nativeidxs`, from `ipos` on, to the next position of the lower or the upper
 /// triangle, in storage order, and to its mirror. Returns the place behind the last entry.
-CLOSURE(267, int, (I32 dim, int ipos, I32 nativeidxs, I32 nidxs, I32 stride, bool upper))
+CLOSURE(267, int, (I32 dim, int ipos, I32 nativeidxs, I32Out nidxs, I32 stride, bool upper))
 {
     const Extents d = extents(dim);
     for_each_position(

@@ -10,7 +10,7 @@ namespace fragments {
 /// an entry p has in a `d0` x `d1` x `d2` array: entries that differ in the middle subscript alone
 /// keep their order. `ptrb`, of `d0` * `d2` + 1 entries, is left with the end of each bucket at the
 /// bucket's key. Time linear in the entries and the buckets.
-CLOSURE(103, void, (int d0, int d1, int d2, I64 perm, I64 ptrb, I64 val))
+CLOSURE(103, void, (int d0, int d1, int d2, I64Out perm, I64Out ptrb, I64 val))
 {
     const int64_t n = perm.length();
     const Scratch<int64_t> old(n);

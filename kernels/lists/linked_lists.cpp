@@ -27,7 +27,7 @@ int walk(int item, I32<S> next, int64_t steps)
 
 /// Links the slots `first` to `last` - 1 to a chain, whose two outer links stay as they are.
 template <class S>
-void link_chain(int64_t first, int64_t last, I32<S> next, I32<S> prev)
+void link_chain(int64_t first, int64_t last, I32Out<S> next, I32Out<S> prev)
 {
     for (int64_t i = first; i < last - 1; ++i) {
         next[i] = static_cast<int32_t>(i + 1);
@@ -37,7 +37,7 @@ void link_chain(int64_t first, int64_t last, I32<S> next, I32<S> prev)
 
 /// Lists the `nitem` slots from `item` on in `run`. Returns the slot behind them.
 template <class S>
-int copy_run(int item, I32<S> next, int nitem, I32<S> run)
+int copy_run(int item, I32<S> next, int nitem, I32Out<S> run)
 {
     for (int64_t k = 0; k < nitem; ++k) {
         run[k] = item;
@@ -48,9 +48,9 @@ int copy_run(int item, I32<S> next, int nitem, I32<S> run)
 
 } // namespace
 
-CLOSURE_AS(645, void, (int first, int last, I32 next, I32 prev),
+CLOSURE_AS(645, void, (int first, int last, I32Out next, I32Out prev),
            link_chain(first, last, next, prev))
-CLOSURE_AS(639, void, (int n, I32 next, I32 prev), link_chain(0, n, next, prev))
+CLOSURE_AS(639, void, (int n, I32Out next, I32Out prev), link_chain(0, n, next, prev))
 
 /// Last slot of the run of `nitem` slots that starts at `item`.
 CLOSURE_AS(644, int, (int item, I32 next, int nitem), walk(item, next, int64_t{nitem} - 1))
@@ -65,18 +65,18 @@ CLOSURE(643, results(int, int), (int item, int maxitem, I32 next, int nitem))
 
 /// Lists the run of `nitem` slots from `item` on in `target`, from place `pos` on. The link of the
 /// run's last slot is followed too; 641 returns where it leads.
-CLOSURE(642, void, (int item, I32 next, int nitem, int pos, I32 target))
+CLOSURE(642, void, (int item, I32 next, int nitem, int pos, I32Out target))
 {
     copy_run(item, next, nitem, target.from(pos));
 }
-CLOSURE_AS(641, int, (int item, I32 next, int nitem, int pos, I32 target),
+CLOSURE_AS(641, int, (int item, I32 next, int nitem, int pos, I32Out target),
            copy_run(item, next, nitem, target.from(pos)))
 
 /// Moves the run of `nwant` slots from `item` on, at least one, from the list that starts at `head`
 /// to the front of the one that starts at `dsthead`, in its order. Returns both new heads, and
 /// `nused` plus `nwant`. The cost is that of walking the run.
 CLOSURE(640, results(int, int, int),
-        (int dsthead, int head, int item, I32 next, int nused, int nwant, I32 prev))
+        (int dsthead, int head, int item, I32Out next, int nused, int nwant, I32Out prev))
 {
     const int tail = walk(item, next, int64_t{nwant} - 1);
     const int after = next[tail];

@@ -7,7 +7,7 @@ namespace fragments {
 
 /// Steps `ndidx` through the box with first[i] <= ndidx[i] < last[i]. Dimension 0 doesn't wrap:
 /// behind the last position ndidx[0] is last[0].
-CLOSURE(112, void, (I32 first, I32 last, I32 ndidx))
+CLOSURE(112, void, (I32 first, I32 last, I32Out ndidx))
 {
     int64_t i = ndidx.length() - 1;
     ++ndidx[i];
@@ -21,7 +21,7 @@ CLOSURE(112, void, (I32 first, I32 last, I32 ndidx))
 /// where level k began its present turn, and st[0] the present position. Level k belongs to
 /// dimension `nd` - 1 - k of `dims` and `strides`; a level that carries restarts those below it
 /// from its own position. The first dimension doesn't wrap.
-CLOSURE(108, void, (I32 dims, I32 ii, int nd, I64 st, I64 strides))
+CLOSURE(108, void, (I32 dims, I32Out ii, int nd, I64Out st, I64 strides))
 {
     const int64_t inner = int64_t{nd} - 1;
     ++ii[0];
@@ -37,8 +37,8 @@ CLOSURE(108, void, (I32 dims, I32 ii, int nd, I64 st, I64 strides))
 
 // The positions `st` of 108 to begin with: one value for all levels.
 
-CLOSURE_AS(109, void, (int n, I64 st, long long value), fill_n(st, n, value))
-CLOSURE_AS(107, void, (int n, I64 st, long long value), fill_n(st, n, value))
-CLOSURE_AS(106, void, (int n, I64 st, long long value), fill_n(st, n, value))
+CLOSURE_AS(109, void, (int n, I64Out st, long long value), fill_n(st, n, value))
+CLOSURE_AS(107, void, (int n, I64Out st, long long value), fill_n(st, n, value))
+CLOSURE_AS(106, void, (int n, I64Out st, long long value), fill_n(st, n, value))
 
 } // namespace fragments

@@ -25,7 +25,7 @@ std::tuple<int, int> bisect(int bot, int top, Below below)
 /// range[0] and range[1] get the least and the greatest of the values at the places idx[ibegin] to
 /// idx[iend - 1], of which there is at least one.
 template <class T, class S>
-void find_range(Array<T, S> values, I64<S> idx, int64_t ibegin, int64_t iend, Array<T, S> range)
+void find_range(Array<T, S> values, I64<S> idx, int64_t ibegin, int64_t iend, ArrayOut<T, S> range)
 {
     T least = values[idx[ibegin]];
     T greatest = least;
@@ -42,7 +42,7 @@ void find_range(Array<T, S> values, I64<S> idx, int64_t ibegin, int64_t iend, Ar
 /// behind the first one's.
 template <class T, class S>
 void find_ranges(I64<S> idx, int64_t ibegin, int64_t iend, Array<T, S> vals1, Array<T, S> vals2,
-                 Array<T, S> res)
+                 ArrayOut<T, S> res)
 {
     find_range(vals1, idx, ibegin, iend, res);
     if (vals2.given()) find_range(vals2, idx, ibegin, iend, res.from(2));
@@ -62,9 +62,9 @@ CLOSURE(110, results(int, int), (int bot, int top, long long value, I64 values))
     return bisect(bot, top, [&](int mid) { return values[mid] <= value; });
 }
 
-CLOSURE_AS(105, void, (long long ibegin, I64 idx, long long iend, I32 res, I32 vals1, I32 vals2),
+CLOSURE_AS(105, void, (long long ibegin, I64 idx, long long iend, I32Out res, I32 vals1, I32 vals2),
            find_ranges(idx, ibegin, iend, vals1, vals2, res))
-CLOSURE_AS(104, void, (long long ibegin, I64 idx, long long iend, I64 res, I64 vals1, I64 vals2),
+CLOSURE_AS(104, void, (long long ibegin, I64 idx, long long iend, I64Out res, I64 vals1, I64 vals2),
            find_ranges(idx, ibegin, iend, vals1, vals2, res))
 
 } // namespace fragments

@@ -30,7 +30,8 @@ int count_distinct(I64<S> inst_, int64_t length, At at, int n)
 /// Merges the list, but for its first entry, which the host has written to place `k`. Returns the
 /// place of the last entry. A sum of 0.0 stays as an entry.
 template <class S, class At>
-int merge_repeats(F64<S> cof, F64<S> cof_, I64<S> inst, I64<S> inst_, int k, int64_t length, At at)
+int merge_repeats(F64Out<S> cof, F64<S> cof_, I64Out<S> inst, I64<S> inst_, int k, int64_t length,
+                  At at)
 {
     for_each_step(inst_, length, at, [&](int64_t i, bool rises) {
         if (rises) {
@@ -53,17 +54,17 @@ auto along(I64<S> perm)
 
 } // namespace
 
-CLOSURE_AS(625, int, (F64 cof, F64 cof_, I64 inst, I64 inst_, int k, I64 perm),
+CLOSURE_AS(625, int, (F64Out cof, F64 cof_, I64Out inst, I64 inst_, int k, I64 perm),
            merge_repeats(cof, cof_, inst, inst_, k, perm.length(), along(perm)))
-CLOSURE_AS(618, int, (F64 cof, F64 cof_, I64 inst, I64 inst_, int k, I64 perm),
+CLOSURE_AS(618, int, (F64Out cof, F64 cof_, I64Out inst, I64 inst_, int k, I64 perm),
            merge_repeats(cof, cof_, inst, inst_, k, perm.length(), along(perm)))
 CLOSURE_AS(624, int, (I64 inst_, int n, I64 perm),
            count_distinct(inst_, perm.length(), along(perm), n))
 CLOSURE_AS(617, int, (I64 inst_, int n, I64 perm),
            count_distinct(inst_, perm.length(), along(perm), n))
-CLOSURE_AS(623, int, (F64 cof, F64 cof_, I64 inst, I64 inst_, int k),
+CLOSURE_AS(623, int, (F64Out cof, F64 cof_, I64Out inst, I64 inst_, int k),
            merge_repeats(cof, cof_, inst, inst_, k, inst_.length(), each_position))
-CLOSURE_AS(616, int, (F64 cof, F64 cof_, I64 inst, I64 inst_, int k),
+CLOSURE_AS(616, int, (F64Out cof, F64 cof_, I64Out inst, I64 inst_, int k),
            merge_repeats(cof, cof_, inst, inst_, k, inst_.length(), each_position))
 CLOSURE_AS(622, int, (I64 inst_, int n), count_distinct(inst_, inst_.length(), each_position, n))
 CLOSURE_AS(615, int, (I64 inst_, int n), count_distinct(inst_, inst_.length(), each_position, n))
@@ -81,7 +82,7 @@ CLOSURE_AS(619, long long, (I32 dims_, long long size), product(size, dims_, dim
 CLOSURE_AS(611, long long, (I32 dims_, long long size), product(size, dims_, dims_.length()))
 
 /// The linear index of each row of subscripts, by Horner's rule.
-CLOSURE(613, void, (I32 dims_, I64 inst_, I32Matrix sub))
+CLOSURE(613, void, (I32 dims_, I64Out inst_, I32Matrix sub))
 {
     for (int r = 0; r < sub.rows(); ++r) {
         int64_t linear = 0;

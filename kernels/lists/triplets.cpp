@@ -10,13 +10,13 @@ namespace fragments {
 
 /// Dense, row-major, from triplets. Of several entries for one place the last stays, and places
 /// without an entry keep what they hold. The length of `subi` counts.
-CLOSURE_AS(638, void, (int dimj, F64 r, I32 subi, I32 subj, F64 val),
+CLOSURE_AS(638, void, (int dimj, F64Out r, I32 subi, I32 subj, F64 val),
            scatter_triplets(subi.length(), subi, subj, val, dimj, r))
 
 /// Row starts, from ascending `subi`: the entries of row i are ptrb[i] up to but not including
 /// ptrb[i + 1]. Writes `dimi` entries and returns the closing one, at most `nnz`. The search begins
 /// at `pos`.
-CLOSURE(637, long long, (int dimi, long long nnz, long long pos, I64 ptrb, I32 subi))
+CLOSURE(637, long long, (int dimi, long long nnz, long long pos, I64Out ptrb, I32 subi))
 {
     for (int i = 0; i < dimi; ++i) {
         ptrb[i] = pos;
@@ -27,7 +27,7 @@ CLOSURE(637, long long, (int dimi, long long nnz, long long pos, I64 ptrb, I32 s
 }
 
 /// Copies the triplets whose value isn't 0.0, in their order. The length of `val_` counts.
-CLOSURE(636, int, (int k, I32 subi, I32 subi_, I32 subj, I32 subj_, F64 val, F64 val_))
+CLOSURE(636, int, (int k, I32Out subi, I32 subi_, I32Out subj, I32 subj_, F64Out val, F64 val_))
 {
     for (int64_t t = 0; t < val_.length(); ++t) {
         if (val_[t] == 0.0) continue;
@@ -51,7 +51,7 @@ CLOSURE_AS(634, bool, (int dimi, int dimj, long long n, bool outofrange, I32 sub
            outofrange || has_bad_index(dimi, dimj, n, subi_, subj_))
 
 /// All positions of a `dimi` x `dimj` matrix, row by row.
-CLOSURE(633, int, (int dimi, int dimj, int k, I32 subi, I32 subj))
+CLOSURE(633, int, (int dimi, int dimj, int k, I32Out subi, I32Out subj))
 {
     for (int i = 0; i < dimi; ++i) {
         for (int j = 0; j < dimj; ++j, ++k) {
@@ -64,7 +64,7 @@ CLOSURE(633, int, (int dimi, int dimj, int k, I32 subi, I32 subj))
 
 /// A row-major block of `data`, from `pos` on, to columns that are `step` apart in `newdata`.
 /// Returns the place behind the block.
-CLOSURE(632, int, (F64 data, int dimi, int dimj, F64 newdata, int pos, int step))
+CLOSURE(632, int, (F64 data, int dimi, int dimj, F64Out newdata, int pos, int step))
 {
     const auto block = data.from(pos);
     for (int64_t i = 0; i < dimi; ++i)
@@ -83,7 +83,7 @@ CLOSURE(630, results(int, int), (int maxi, int maxj, int n, I32 subi, I32 subj))
 }
 
 /// Triplets of a dense matrix, row by row, zeros too.
-CLOSURE(629, int, (F64Matrix data, int dimi, int dimj, int k, I32 subi, I32 subj, F64 val))
+CLOSURE(629, int, (F64Matrix data, int dimi, int dimj, int k, I32Out subi, I32Out subj, F64Out val))
 {
     const int64_t count =
         dense_to_triplets(dimi, dimj, data, subi.from(k), subj.from(k), val.from(k));
@@ -97,7 +97,7 @@ CLOSURE_AS(627, int, (int count, I32 idims, int n), sum_n(count, idims, n))
 /// The diagonal entries `msubi` (rows and columns alike) of a block with its corner at (`offi`,
 /// `offj`), to places `k` and on.
 CLOSURE(626, void,
-        (long long count, long long k, I32 msubi, int offi, int offj, I32 subi, I32 subj))
+        (long long count, long long k, I32 msubi, int offi, int offj, I32Out subi, I32Out subj))
 {
     const auto rows = subi.from(k);
     const auto columns = subj.from(k);

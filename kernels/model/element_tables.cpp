@@ -30,7 +30,7 @@ int count_scalars(int count, I64<S> idxs)
 
 /// The scalar variables of a list, narrowed, from slot `pos` on. Returns the slot behind the last.
 template <class S>
-int keep_scalars(I64<S> idxs, int pos, I32<S> nativeidxs)
+int keep_scalars(I64<S> idxs, int pos, I32Out<S> nativeidxs)
 {
     for (int64_t i = 0; i < idxs.length(); ++i) {
         const int64_t index = idxs[i];
@@ -46,7 +46,7 @@ int keep_scalars(I64<S> idxs, int pos, I32<S> nativeidxs)
 /// A range on `n` rows has 2 `n` slots: all rows with their lower bounds, then again with their
 /// upper bounds.
 CLOSURE(1, void,
-        (I32 accafeidxs, F64 accb, I32 afeidxs, int afe_base, int pos, F64 lb, int n, F64 ub))
+        (I32Out accafeidxs, F64Out accb, I32 afeidxs, int afe_base, int pos, F64 lb, int n, F64 ub))
 {
     const auto rows = afeidxs.from(afe_base);
     const int64_t upper = int64_t{pos} + n;
@@ -58,7 +58,7 @@ CLOSURE(1, void,
 }
 
 /// One bound on `n` rows.
-CLOSURE(2, void, (I32 accafeidxs, F64 accb, I32 afeidxs, int afe_base, int pos, F64 b, int n))
+CLOSURE(2, void, (I32Out accafeidxs, F64Out accb, I32 afeidxs, int afe_base, int pos, F64 b, int n))
 {
     copy_n(afeidxs.from(afe_base), n, accafeidxs.from(pos));
     copy_n(b, n, accb.from(pos));
@@ -75,8 +75,8 @@ CLOSURE_AS(6, int, (int maxidx, I32 nativeidxs), highest_index(maxidx, nativeidx
 /// The rows of `ncone` blocks of `conesize` rows each, listed block by block; block a has the
 /// number accidxs[a].
 CLOSURE(4, void,
-        (I32 accidxs, I32 acon_elm_accid, I32 acon_elm_afe, I32 acon_elm_ofs, F64 acon_elm_scale,
-         I32 aconidxs, I32 afeidxs, int conesize, int ncone))
+        (I32 accidxs, I32Out acon_elm_accid, I32Out acon_elm_afe, I32Out acon_elm_ofs,
+         F64Out acon_elm_scale, I32 aconidxs, I32 afeidxs, int conesize, int ncone))
 {
     for (int64_t a = 0; a < ncone; ++a)
         for (int64_t i = 0; i < conesize; ++i) {
@@ -90,7 +90,7 @@ CLOSURE(4, void,
 }
 
 /// Numbers for `n` semidefinite variables.
-CLOSURE(7, void, (I32 barvaridxs, int first, int n))
+CLOSURE(7, void, (I32Out barvaridxs, int first, int n))
 {
     for (int i = 0; i < n; ++i) barvaridxs[i] = first + i;
 }
@@ -98,9 +98,9 @@ CLOSURE(7, void, (I32 barvaridxs, int first, int n))
 /// A block of `nbarvar` semidefinite variables of one dimension, from table entry
 /// barvar_block_elm_ptr[block] on; `nativeidxs` gets the numbers of these entries.
 CLOSURE(8, void,
-        (I32 barvar_block_elm_barj, I32 barvar_block_elm_i, I32 barvar_block_elm_j,
-         I32 barvar_block_elm_ptr, I32 barvar_dim, int block, int dim, int firstbarj,
-         I64 nativeidxs, int nbarvar))
+        (I32Out barvar_block_elm_barj, I32Out barvar_block_elm_i, I32Out barvar_block_elm_j,
+         I32 barvar_block_elm_ptr, I32Out barvar_dim, int block, int dim, int firstbarj,
+         I64Out nativeidxs, int nbarvar))
 {
     const int64_t start = nbarvar > 0 && dim > 0 ? barvar_block_elm_ptr[block] : 0;
     int64_t t = 0;
@@ -117,8 +117,8 @@ CLOSURE(8, void,
 
 /// The variables of blocks of `conesize`, listed block by block.
 CLOSURE(9, void,
-        (I32 accidxs, int conesize, int n, I32 nativeidxs, I32 var_elm_acc_idx,
-         I32 var_elm_acc_ofs))
+        (I32 accidxs, int conesize, int n, I32 nativeidxs, I32Out var_elm_acc_idx,
+         I32Out var_elm_acc_ofs))
 {
     for (int t = 0; t < n; ++t) {
         const int variable = nativeidxs[t];
@@ -128,7 +128,7 @@ CLOSURE(9, void,
 }
 
 /// The variables are in no block any more; their places stay as they are.
-CLOSURE(10, void, (int n, I32 nativeidxs, I32 var_elm_acc_idx))
+CLOSURE(10, void, (int n, I32 nativeidxs, I32Out var_elm_acc_idx))
 {
     for (int64_t t = 0; t < n; ++t) var_elm_acc_idx[nativeidxs[t]] = -1;
 }
@@ -137,7 +137,7 @@ CLOSURE(10, void, (int n, I32 nativeidxs, I32 var_elm_acc_idx))
 
 CLOSURE_AS(11, int, (int count, I64 idxs), count_scalars(count, idxs))
 CLOSURE_AS(13, int, (int count, I64 idxs), count_scalars(count, idxs))
-CLOSURE_AS(12, int, (I64 idxs, int pos, I32 nativeidxs), keep_scalars(idxs, pos, nativeidxs))
-CLOSURE_AS(14, int, (I64 idxs, int pos, I32 nativeidxs), keep_scalars(idxs, pos, nativeidxs))
+CLOSURE_AS(12, int, (I64 idxs, int pos, I32Out nativeidxs), keep_scalars(idxs, pos, nativeidxs))
+CLOSURE_AS(14, int, (I64 idxs, int pos, I32Out nativeidxs), keep_scalars(idxs, pos, nativeidxs))
 
 } // namespace fragments

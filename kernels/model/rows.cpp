@@ -57,7 +57,7 @@ std::tuple<int, int> sum_by_kind(int conic, I32<S> conidxs, int linear, int nrow
 /// behind `pos`. Returns (nnz, pos).
 template <class S>
 std::tuple<int, int> extend_row_pointers(const Operand<S>& expression, int firstrow, int lastrow,
-                                         int nnz, int pos, I32<S> xptr)
+                                         int nnz, int pos, I32Out<S> xptr)
 {
     for (int64_t e = firstrow; e < lastrow; ++e) {
         nnz += expression.terms(e);
@@ -69,7 +69,7 @@ std::tuple<int, int> extend_row_pointers(const Operand<S>& expression, int first
 /// Stores the coefficients of element e at the places that their variables have in the ascending
 /// `varidxs`. The terms must ascend too; of repeated ones the first is taken. Other slots stay.
 template <class S>
-void read_row(const Operand<S>& expression, int64_t e, I32<S> varidxs, F64<S> row)
+void read_row(const Operand<S>& expression, int64_t e, I32<S> varidxs, F64Out<S> row)
 {
     for_each_match(
         {0, varidxs.length()}, [&](int64_t k) { return int64_t{varidxs[k]}; },
@@ -80,7 +80,7 @@ void read_row(const Operand<S>& expression, int64_t e, I32<S> varidxs, F64<S> ro
 /// Reads `nrow` rows of one slot for each variable, from slot `pos` on. Returns the slot behind the
 /// block.
 template <class S>
-int read_row_block(const Operand<S>& expression, int nrow, I32<S> varidxs, F64<S> cof, int pos)
+int read_row_block(const Operand<S>& expression, int nrow, I32<S> varidxs, F64Out<S> cof, int pos)
 {
     const int nvar = static_cast<int>(varidxs.length());
     if (nvar == 0) return pos;
@@ -93,8 +93,8 @@ int read_row_block(const Operand<S>& expression, int nrow, I32<S> varidxs, F64<S
 template <class S>
 struct RowList
 {
-    I32<S> rowidx;
-    I32<S> ptr;
+    I32Out<S> rowidx;
+    I32Out<S> ptr;
     int pos;
     int nnz;
 
@@ -142,22 +142,22 @@ CLOSURE(36, results(int, int),
 /// Returns (nnz, pos).
 CLOSURE_AS(29, results(int, int),
            (int ptr_base, int nnz, int xptr_base, int pos, int firstrow, int lastrow, I32 wi32,
-            I32 xi32),
+            I32Out xi32),
            extend_row_pointers(measured(wi32, ptr_base), firstrow, lastrow, nnz, pos,
                                xi32.from(xptr_base)))
 CLOSURE_AS(37, results(int, int),
            (int ptr_base, int nnz, int xptr_base, int pos, int firstrow, int lastrow, I32 wi32,
-            I32 xi32),
+            I32Out xi32),
            extend_row_pointers(measured(wi32, ptr_base), firstrow, lastrow, nnz, pos,
                                xi32.from(xptr_base)))
 CLOSURE_AS(30, results(int, int),
            (int nnz, int xptr_base, int pos, int ptr_base, int firstrow, int lastrow, I32 wi32,
-            I32 xi32),
+            I32Out xi32),
            extend_row_pointers(measured(wi32, ptr_base), firstrow, lastrow, nnz, pos,
                                xi32.from(xptr_base)))
 CLOSURE_AS(38, results(int, int),
            (int nnz, int xptr_base, int pos, int ptr_base, int firstrow, int lastrow, I32 wi32,
-            I32 xi32),
+            I32Out xi32),
            extend_row_pointers(measured(wi32, ptr_base), firstrow, lastrow, nnz, pos,
                                xi32.from(xptr_base)))
 
@@ -165,14 +165,14 @@ CLOSURE_AS(38, results(int, int),
 /// `varidxs`, from slot `pos` of `cof` on. Slots without a term stay: the host zeroes the block.
 /// The terms of each element must ascend by variable. Returns the slot behind the block.
 CLOSURE(32, int,
-        (F64 cof, int cof_base, int nrow, int nidxs_base, int pos, int ptr_base, I32 varidxs,
+        (F64Out cof, int cof_base, int nrow, int nidxs_base, int pos, int ptr_base, I32 varidxs,
          F64 wf64, I32 wi32, I64 wi64))
 {
     const Operand<Stride> expression(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base});
     return read_row_block(expression, nrow, varidxs, cof, pos);
 }
 CLOSURE(41, int,
-        (F64 cof, int cof_base, int pos, int nrow, int nidxs_base, int ptr_base, I32 varidxs,
+        (F64Out cof, int cof_base, int pos, int nrow, int nidxs_base, int ptr_base, I32 varidxs,
          F64 wf64, I32 wi32, I64 wi64))
 {
     const Operand<Stride> expression(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base});
@@ -182,13 +182,14 @@ CLOSURE(41, int,
 /// The same by kind of row. The row numbers go beside the coefficients, to all slots of the row,
 /// also to those without a term. Returns (cpos, lpos).
 CLOSURE(33, results(int, int),
-        (F64 ccof, int cpos, int cof_base, I32 conidxs, I32 csubi, F64 lcof, int lpos, I32 lsubi,
-         int nrow, int nidxs_base, int ptr_base, I32 varidxs, F64 wf64, I32 wi32, I64 wi64))
+        (F64Out ccof, int cpos, int cof_base, I32 conidxs, I32Out csubi, F64Out lcof, int lpos,
+         I32Out lsubi, int nrow, int nidxs_base, int ptr_base, I32 varidxs, F64 wf64, I32 wi32,
+         I64 wi64))
 {
     const int nvar = static_cast<int>(varidxs.length());
     if (nvar == 0) return {cpos, lpos};
     const Operand<Stride> expression(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base});
-    const auto read = [&](int64_t e, int row, F64 cof, I32 subi, int& pos) {
+    const auto read = [&](int64_t e, int row, F64Out cof, I32Out subi, int& pos) {
         read_row(expression, e, varidxs, cof.from(pos));
         fill_n(subi.from(pos), nvar, row);
         pos += nvar;
@@ -202,8 +203,8 @@ CLOSURE(33, results(int, int),
 /// Splits the rows by kind, with the running count of the terms of each half. Slot 0 of a pointer
 /// list is the host's. Returns (cpos, cnnz, lpos, lnnz).
 CLOSURE(35, results(int, int, int, int),
-        (int cpos, int cnnz, I32 conidxs, int cptr_base, I32 crowidx, int lpos, int lnnz,
-         int lptr_base, I32 lrowidx, int nrow, int ptr_base, I32 wi32, I32 xi32))
+        (int cpos, int cnnz, I32 conidxs, int cptr_base, I32Out crowidx, int lpos, int lnnz,
+         int lptr_base, I32Out lrowidx, int nrow, int ptr_base, I32 wi32, I32Out xi32))
 {
     const auto expression = measured(wi32, ptr_base);
     RowList<Stride> conic{crowidx, xi32.from(cptr_base), cpos, cnnz};
@@ -216,7 +217,7 @@ CLOSURE(35, results(int, int, int, int),
 
 /// Splits the rows by kind. Returns (cpos, lpos).
 CLOSURE(39, results(int, int),
-        (int cpos, I32 conidxs, I32 crowidx, int lpos, I32 lrowidx, int nrow))
+        (int cpos, I32 conidxs, I32Out crowidx, int lpos, I32Out lrowidx, int nrow))
 {
     for_each_row(
         conidxs, nrow, [&](int64_t, int row) { crowidx[cpos++] = row; },

@@ -15,7 +15,7 @@ namespace {
 
 /// res[pos + i] = value(nativeidxs[i]) for i below `n`.
 template <class T, class S, class Value>
-void read_values(int n, Array<T, S> nativeidxs, int pos, F64<S> res, Value value)
+void read_values(int n, Array<T, S> nativeidxs, int pos, F64Out<S> res, Value value)
 {
     const auto section = res.from(pos);
     for (int64_t i = 0; i < n; ++i) section[i] = value(nativeidxs[i]);
@@ -37,7 +37,7 @@ struct ConicRows
 /// A row's value from `linear`, or from the slots of the blocks.
 template <class S>
 void read_row_values(const ConicRows<S>& rows, F64<S> slots, int n, I32<S> nativeidxs, int pos,
-                     F64<S> res, F64<S> linear)
+                     F64Out<S> res, F64<S> linear)
 {
     read_values(n, nativeidxs, pos, res,
                 [&](int code) { return code >= 0 ? linear[code] : rows.value(slots, ~code); });
@@ -45,7 +45,7 @@ void read_row_values(const ConicRows<S>& rows, F64<S> slots, int n, I32<S> nativ
 
 /// Combined dual: that of the lower bound less that of the upper one.
 template <class S>
-void combine_duals(int n, F64<S> lower, F64<S> upper, F64<S> combined)
+void combine_duals(int n, F64<S> lower, F64<S> upper, F64Out<S> combined)
 {
     for (int64_t i = 0; i < n; ++i) combined[i] = lower[i] - upper[i];
 }
@@ -62,7 +62,7 @@ void zero_tail(int first, int n, Arrays... arrays)
 /// Levels of a constraint's elements: linear rows from `xc`, conic ones from the blocks.
 CLOSURE(15, void,
         (I32 accptr, F64 accx, I32 acon_elm_accid, I32 acon_elm_ofs, F64 acon_elm_scale, int n,
-         I32 nativeidxs, int pos, F64 res, F64 xc))
+         I32 nativeidxs, int pos, F64Out res, F64 xc))
 {
     const ConicRows<Stride> rows{accptr, acon_elm_accid, acon_elm_ofs, acon_elm_scale};
     read_row_values(rows, accx, n, nativeidxs, pos, res, xc);
@@ -71,26 +71,26 @@ CLOSURE(15, void,
 /// Duals of a constraint's elements.
 CLOSURE(16, void,
         (I32 accptr, F64 accy, I32 acon_elm_accid, I32 acon_elm_ofs, F64 acon_elm_scale, int n,
-         I32 nativeidxs, int pos, F64 res, F64 y))
+         I32 nativeidxs, int pos, F64Out res, F64 y))
 {
     const ConicRows<Stride> rows{accptr, acon_elm_accid, acon_elm_ofs, acon_elm_scale};
     read_row_values(rows, accy, n, nativeidxs, pos, res, y);
 }
 
 /// Levels of a variable's scalar elements; all others read as 0.0.
-CLOSURE(17, void, (int n, I64 nativeidxs, int pos, F64 res, F64 xx))
+CLOSURE(17, void, (int n, I64 nativeidxs, int pos, F64Out res, F64 xx))
 {
     read_values(n, nativeidxs, pos, res, [&](int64_t c) { return c > 0 ? xx[c] : 0.0; });
 }
 
 /// The same with the sign flipped; what isn't scalar reads as +0.0.
-CLOSURE(18, void, (int n, I64 nativeidxs, int pos, F64 res, F64 xx))
+CLOSURE(18, void, (int n, I64 nativeidxs, int pos, F64Out res, F64 xx))
 {
     read_values(n, nativeidxs, pos, res, [&](int64_t c) { return c > 0 ? -xx[c] : 0.0; });
 }
 
 /// Levels of a variable's elements, scalar and semidefinite.
-CLOSURE(19, void, (F64 barx, int n, I64 nativeidxs, int pos, F64 res, F64 xx))
+CLOSURE(19, void, (F64 barx, int n, I64 nativeidxs, int pos, F64Out res, F64 xx))
 {
     read_values(n, nativeidxs, pos, res, [&](int64_t c) {
         return c > 0 ? xx[c] : c < 0 ? barx[~c] : 0.0;
@@ -99,7 +99,7 @@ CLOSURE(19, void, (F64 barx, int n, I64 nativeidxs, int pos, F64 res, F64 xx))
 
 /// Duals of a variable's elements. A scalar variable in a conic block has the dual of its slot.
 CLOSURE(20, void,
-        (I32 accptr, F64 accy, F64 bars, int n, I64 nativeidxs, int pos, F64 res,
+        (I32 accptr, F64 accy, F64 bars, int n, I64 nativeidxs, int pos, F64Out res,
          I32 var_elm_acc_idx, I32 var_elm_acc_ofs, F64 yx))
 {
     read_values(n, nativeidxs, pos, res, [&](int64_t c) {
@@ -118,7 +118,7 @@ CLOSURE(21, int, (I64 nativeidxs, int count))
 
 /// Keeps the values of the elements whose index isn't negative, with the indexes beside them, from
 /// slot `pos` on. Returns the slot behind the last.
-CLOSURE(22, int, (int pos, I64 nativeidxs, I32 subj, F64 val, F64 values))
+CLOSURE(22, int, (int pos, I64 nativeidxs, I32Out subj, F64Out val, F64 values))
 {
     for (int64_t i = 0; i < nativeidxs.length(); ++i) {
         const int64_t index = nativeidxs[i];
@@ -129,24 +129,24 @@ CLOSURE(22, int, (int pos, I64 nativeidxs, I32 subj, F64 val, F64 values))
     return pos;
 }
 
-CLOSURE_AS(23, void, (int n, F64 slx, F64 sux, F64 yx), combine_duals(n, slx, sux, yx))
-CLOSURE_AS(24, void, (int n, F64 slc, F64 suc, F64 y), combine_duals(n, slc, suc, y))
+CLOSURE_AS(23, void, (int n, F64 slx, F64 sux, F64Out yx), combine_duals(n, slx, sux, yx))
+CLOSURE_AS(24, void, (int n, F64 slc, F64 suc, F64Out y), combine_duals(n, slc, suc, y))
 
 /// Zeroes the tail of a set of solution arrays, from `first` up to but not including `n`. Those
 /// that have a result return `n` as it is.
-CLOSURE(130, int, (int n, F64 slx, int first, F64 sux, F64 xx, F64 yx))
+CLOSURE(130, int, (int n, F64Out slx, int first, F64Out sux, F64Out xx, F64Out yx))
 {
     zero_tail(first, n, slx, sux, xx, yx);
     return n;
 }
-CLOSURE_AS(131, void, (int n, F64 slx, int first, F64 sux, F64 xx),
+CLOSURE_AS(131, void, (int n, F64Out slx, int first, F64Out sux, F64Out xx),
            zero_tail(first, n, slx, sux, xx))
-CLOSURE(132, int, (int n, F64 slc, int first, F64 suc, F64 xc, F64 y))
+CLOSURE(132, int, (int n, F64Out slc, int first, F64Out suc, F64Out xc, F64Out y))
 {
     zero_tail(first, n, slc, suc, xc, y);
     return n;
 }
-CLOSURE_AS(133, void, (int n, F64 slc, int first, F64 suc, F64 xc, F64 y),
+CLOSURE_AS(133, void, (int n, F64Out slc, int first, F64Out suc, F64Out xc, F64Out y),
            zero_tail(first, n, slc, suc, xc, y))
 
 } // namespace fragments

@@ -14,7 +14,7 @@ namespace fragments {
 /// the new number of values on it.
 CLOSURE(290, int,
         (F64 P, I32 code, F64 consts, int dst_base, I32 ptr, int stack_base, int stack_n,
-         F64 target, F64 xf64))
+         F64Out target, F64Out xf64))
 {
     const auto stack = xf64.from(stack_base);
     const auto sums = target.from(dst_base);
@@ -29,7 +29,7 @@ CLOSURE(290, int,
 }
 
 /// Adds `delta` to the word behind each op_const among the first `nword` words.
-CLOSURE(289, void, (I32 code, int delta, int nword))
+CLOSURE(289, void, (I32Out code, int delta, int nword))
 {
     for (int64_t pos = 0; pos < nword; pos += 2)
         if (code[pos] == op_const) code[pos + 1] += delta;

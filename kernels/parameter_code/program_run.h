@@ -49,7 +49,7 @@ struct PairedProgram
 /// Runs a program on the value stack, which holds `n` values; returns how many it holds then. Atoms
 /// without effect are passed over, and nothing is tested.
 template <class Program, class S>
-int run_program(Program program, F64<S> parameters, F64<S> stack, int n)
+int run_program(Program program, F64<S> parameters, F64Out<S> stack, int n)
 {
     for (int64_t a = 0; a < program.size; ++a) {
         switch (program.opcode(a)) {

@@ -95,8 +95,8 @@ struct Programs
 /// Calls `emit(r, e, value)` for each entry e of the first `nrow` rows, in order. The value stack
 /// is empty again behind each entry; returns the number of values on it.
 template <class S, class Emit>
-int evaluate_rows(const Programs<S>& p, int64_t nrow, F64<S> parameters, F64<S> stack, int stack_n,
-                  Emit emit)
+int evaluate_rows(const Programs<S>& p, int64_t nrow, F64<S> parameters, F64Out<S> stack,
+                  int stack_n, Emit emit)
 {
     for (int64_t r = 0; r < nrow; ++r) {
         const int64_t begin = p.ptrb[r];
@@ -125,8 +125,8 @@ int evaluate_rows(const Programs<S>& p, int64_t nrow, F64<S> parameters, F64<S> 
 /// Empties the listed rows and returns `entry_used` less their entries. Without `row_code_ptr`
 /// there is no store, and nothing is done.
 CLOSURE(144, int,
-        (int entry_used, I32 nativeidxs, int nrow, I32 row_code_ptr, I32 row_param_ptrb,
-         I32 row_param_ptre))
+        (int entry_used, I32 nativeidxs, int nrow, I32 row_code_ptr, I32Out row_param_ptrb,
+         I32Out row_param_ptre))
 {
     if (!row_code_ptr.given()) return entry_used;
     for (int64_t i = 0; i < nrow; ++i) {
@@ -156,8 +156,8 @@ CLOSURE_AS(139, int,
 /// Empties all listed rows. Returns (code_used, varidx_used), less their atoms and entries. Without
 /// `row_param_ptrb` there is no store, and nothing is done.
 CLOSURE(138, results(int, int),
-        (int code_used, I32 nativeidxs, I32 param_code_sizes, I32 row_param_ptrb,
-         I32 row_param_ptre, int varidx_used))
+        (int code_used, I32 nativeidxs, I32 param_code_sizes, I32Out row_param_ptrb,
+         I32Out row_param_ptre, int varidx_used))
 {
     if (!row_param_ptrb.given()) return {code_used, varidx_used};
     for (int64_t i = 0; i < nativeidxs.length(); ++i) {
@@ -172,9 +172,10 @@ CLOSURE(138, results(int, int),
 /// Copies the entries of all elements to the places that 136 has set. Returns `nonneg`, and whether
 /// all variable indexes stored are scalar variables or the constant.
 CLOSURE(137, bool,
-        (F64 cconst, int cconst_base, I32 code, int code_base, int codeptr_base, I32 nativeidxs,
-         int nelem, int nidxs_base, bool nonneg, I32 param_code_sizes, I64 param_varidx,
-         int ptr_base, F64 rf64, I32 ri32, I64 ri64, I32 row_code_ptr, I32 row_param_ptrb))
+        (F64Out cconst, int cconst_base, I32Out code, int code_base, int codeptr_base,
+         I32 nativeidxs, int nelem, int nidxs_base, bool nonneg, I32Out param_code_sizes,
+         I64Out param_varidx, int ptr_base, F64 rf64, I32 ri32, I64 ri64, I32 row_code_ptr,
+         I32 row_param_ptrb))
 {
     const Operand<Stride> e(ri32, ri64, rf64, {ptr_base, nidxs_base, 0},
                             {codeptr_base, code_base, cconst_base});
@@ -201,7 +202,7 @@ CLOSURE(137, bool,
 /// on. Rows without entries aren't touched. Returns the places behind, (dst_atom, dst_param).
 CLOSURE(136, results(int, int),
         (int code_base, int codeptr_base, int dst_atom, int dst_param, I32 nativeidxs, int nelem,
-         int ptr_base, I32 ri32, I32 row_code_ptr, I32 row_param_ptrb, I32 row_param_ptre))
+         int ptr_base, I32 ri32, I32Out row_code_ptr, I32Out row_param_ptrb, I32Out row_param_ptre))
 {
     const auto e = coded_operand(ri32, ptr_base, codeptr_base, code_base);
     for (int64_t i = 0; i < nelem; ++i) {
@@ -234,7 +235,7 @@ CLOSURE(135, results(int, int),
 CLOSURE(134, results(int, int),
         (F64 cconst, I32 code, int dstpos, I32 param_code_sizes, F64 param_value, I64 param_varidx,
          I32 row_code_ptr, I32 row_param_ptrb, I32 row_param_ptre, int stack_base, int stack_n,
-         I32 subi, I32 subj, F64 val, F64 xf64))
+         I32Out subi, I32Out subj, F64Out val, F64Out xf64))
 {
     const Programs<Stride> programs{row_param_ptrb,   row_param_ptre, row_code_ptr,
                                     param_code_sizes, code,           cconst};
@@ -251,8 +252,8 @@ CLOSURE(134, results(int, int),
 /// The same for the first `nrow` rows, without `subi`.
 CLOSURE(25, results(int, int),
         (F64 cconst, I32 code, I64 codenidx, I32 codeptr, I32 codesizes, int dstpos, int nrow,
-         F64 param_value, I32 rowptrb, I32 rowptre, int stack_base, int stack_n, I32 subj, F64 val,
-         F64 xf64))
+         F64 param_value, I32 rowptrb, I32 rowptre, int stack_base, int stack_n, I32Out subj,
+         F64Out val, F64Out xf64))
 {
     const Programs<Stride> programs{rowptrb, rowptre, codeptr, codesizes, code, cconst};
     stack_n = evaluate_rows(programs, nrow, param_value, xf64.from(stack_base), stack_n,

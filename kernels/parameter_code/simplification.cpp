@@ -24,11 +24,11 @@ namespace {
 template <class S>
 struct Tree
 {
-    I32<S> kind;
-    F64<S> operand;
-    I32<S> childptr;
-    I32<S> child;
-    I32<S> stack;
+    I32Out<S> kind;
+    F64Out<S> operand;
+    I32Out<S> childptr;
+    I32Out<S> child;
+    I32Out<S> stack;
     int stack_n;
     int tnodes;
 
@@ -189,8 +189,8 @@ struct Tree
 template <class S>
 struct Target
 {
-    I32<S> code;
-    F64<S> consts;
+    I32Out<S> code;
+    F64Out<S> consts;
     int dstpos;
 
     /// For an atom whose operand means nothing: its operand slot keeps what it holds.
@@ -255,10 +255,11 @@ int longest_program(I32<S> ptr, int64_t nterm)
 /// the number of atoms.
 CLOSURE(379, results(int, int, int, int),
         (int child_base, int childptr_base, I32 code, int code_base, F64 code_consts,
-         int code_consts_base, int dstpos, int errpos, F64 fixterm, int fixterm_base, int nterm,
-         I32 ptr, int ptr_base, int stack_base, int stack_n, I32 target_code, int target_code_base,
-         F64 target_const, int target_const_base, I32 target_ptr, int target_ptr_base,
-         int tnode_const_base, int tnode_kind_base, int tnodes, F64 xf64, I32 xi32))
+         int code_consts_base, int dstpos, int errpos, F64Out fixterm, int fixterm_base, int nterm,
+         I32 ptr, int ptr_base, int stack_base, int stack_n, I32Out target_code,
+         int target_code_base, F64Out target_const, int target_const_base, I32Out target_ptr,
+         int target_ptr_base, int tnode_const_base, int tnode_kind_base, int tnodes, F64Out xf64,
+         I32Out xi32))
 {
     if (errpos >= 0) return {dstpos, errpos, stack_n, tnodes};
     const auto source_code = code.from(code_base);

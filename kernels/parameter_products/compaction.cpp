@@ -44,9 +44,9 @@ void walk_kept(int nelem, const Operand<S>& e, Take take, Close close)
 CLOSURE(389, results(int, int, int),
         (int code_pos, int cof_base, int elem_pos, bool hassp, int nelem, int nidxs_base,
          int nnz_pos, int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base,
-         int rcof_base, F64 rf64, bool rhassp, I32 ri32, I64 ri64, int rnidxs_base, int rptr_base,
-         int rsp_base, int sp_base, F64 wf64, I32 wi32, I64 wi64, int xcconst_base, int xcode_base,
-         int xcodeptr_base, F64 xf64, I32 xi32))
+         int rcof_base, F64Out rf64, bool rhassp, I32Out ri32, I64Out ri64, int rnidxs_base,
+         int rptr_base, int rsp_base, int sp_base, F64 wf64, I32 wi32, I64 wi64, int xcconst_base,
+         int xcode_base, int xcodeptr_base, F64 xf64, I32 xi32))
 {
     Operand<Stride> e(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base});
     e.sp = wi64.from(sp_base);

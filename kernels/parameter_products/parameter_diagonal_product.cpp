@@ -19,7 +19,7 @@ CLOSURE(353, results(int, int, int, int),
         (int cconst_base, int code_base, int code_pos, int codeptr_base, int cof_base, int dim1,
          int elem_pos, int ipos, int ncodeatom, int nidxs_base, int nnz_pos, int pdim1,
          int pidx_base, int pnnz, int pperm_base, int psp_base, int ptr_base, int rcconst_base,
-         int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64,
+         int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64,
          int rnidxs_base, int rptr_base, int rsp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32,
          I64 xi64))
 {
@@ -60,9 +60,9 @@ CLOSURE(351, results(int, int, int, int, int),
         (int cconst_base, int code_base, int code_pos, int codeptr_base, int cof_base, int dim1,
          int elem_pos, int epos, int ipos, int ncodeatom, int nelem, int nidxs_base, int nnz_pos,
          int pdim1, int pidx_base, int pnnz, int pperm_base, int psp_base, int ptr_base,
-         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32,
-         I64 ri64, int rnidxs_base, int rptr_base, int rsp_base, int sp_base, F64 wf64, I32 wi32,
-         I64 wi64, I32 xi32, I64 xi64))
+         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64,
+         I32Out ri32, I64Out ri64, int rnidxs_base, int rptr_base, int rsp_base, int sp_base,
+         F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64))
 {
     const ColumnRuns columns{LinearEntries{pnnz, xi64.from(psp_base), pdim1},
                              xi32.from(pperm_base)};
@@ -108,9 +108,9 @@ CLOSURE(350, results(int, int, int, int, int),
 CLOSURE(345, void,
         (int cconst_base, int code_base, int codeptr_base, int cof_base, int dim1, int ncodeatom,
          int nidxs_base, int nrow, int pdim1, int pidx_base, int pnnz, int psp_base, int ptr_base,
-         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32,
-         I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rshape_base, int rsp_base,
-         F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64))
+         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64,
+         I32Out ri32, I64Out ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rshape_base,
+         int rsp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64))
 {
     const auto pidx = xi32.from(pidx_base);
     const auto e = STACKED_OPERAND();
@@ -145,9 +145,9 @@ CLOSURE(343, void,
         (int cconst_base, int code_base, int codeptr_base, int cof_base, int dim1, int eperm_base,
          int ncodeatom, int nelem, int nidxs_base, int nrow, int pdim1, int pidx_base, int pnnz,
          int psp_base, int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base,
-         int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnelem, int rnidxs_base, int rnumatom,
-         int rptr_base, int rshape_base, int rsp_base, int sp_base, F64 wf64, I32 wi32, I64 wi64,
-         I32 xi32, I64 xi64))
+         int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rnelem, int rnidxs_base,
+         int rnumatom, int rptr_base, int rshape_base, int rsp_base, int sp_base, F64 wf64,
+         I32 wi32, I64 wi64, I32 xi32, I64 xi64))
 {
     if (rnelem <= 0) return;
     const LinearEntries p{pnnz, xi64.from(psp_base), pdim1};

@@ -51,9 +51,9 @@ void for_each_met_element(int pnnz, I64<S> psp, bool hassp, int nelem, I64<S> sp
 CLOSURE(362, results(int, int),
         (int cconst_base, int code_base, int code_pos, int codeptr_base, int cof_base,
          int ncodeatom, int nidxs_base, int nnz_pos, int pidx_base, int pnnz, int psp_base,
-         int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64,
-         I32 ri32, I64 ri64, int rnidxs_base, int rptr_base, int rsp_base, F64 wf64, I32 wi32,
-         I64 wi64, I32 xi32, I64 xi64))
+         int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base,
+         F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base, int rptr_base, int rsp_base,
+         F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64))
 {
     const auto psp = xi64.from(psp_base);
     const auto pidx = xi32.from(pidx_base);
@@ -77,7 +77,7 @@ CLOSURE(361, results(int, int, int, int, int),
         (int cconst_base, int code_base, int code_pos, int codeptr_base, int cof_base, int e_pos,
          int elem_pos, int ncodeatom, int nelem, int nidxs_base, int nnz_pos, int p_pos,
          int pidx_base, int pnnz, int psp_base, int ptr_base, int rcconst_base, int rcode_base,
-         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
+         int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base,
          int rptr_base, int rsp_base, int sp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32,
          I64 xi64))
 {
@@ -117,8 +117,9 @@ CLOSURE(358, results(int, int, int),
 CLOSURE(357, results(int, int),
         (int cconst_base, int code_base, int code_pos, int codeptr_base, int cof_base,
          int ncodeatom, int nidxs_base, int nnz_pos, int pidx_base, int pnnz, int psp_base,
-         int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64,
-         I32 ri32, I64 ri64, int rnidxs_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64))
+         int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base,
+         F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base, F64 wf64, I32 wi32, I64 wi64,
+         I32 xi32, I64 xi64))
 {
     constexpr int rptr_base = 0; // not written here
     const auto psp = xi64.from(psp_base);
@@ -136,8 +137,8 @@ CLOSURE(356, results(int, int, int, int),
         (int cconst_base, int code_base, int code_pos, int codeptr_base, int cof_base, int e_pos,
          int ncodeatom, int nelem, int nidxs_base, int nnz_pos, int p_pos, int pidx_base, int pnnz,
          int psp_base, int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base,
-         int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base, int sp_base, F64 wf64,
-         I32 wi32, I64 wi64, I32 xi32, I64 xi64))
+         int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base, int sp_base,
+         F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64))
 {
     constexpr int rptr_base = 0; // not written here
     const auto pidx = xi32.from(pidx_base);

@@ -24,7 +24,7 @@ CLOSURE(378, results(int, int, int, int),
         (int cconst_base, int code_base, int code_pos, int codeptr_base, int cof_base, int dim1,
          int elem_pos, int ncodeatom, int nelem, int nidxs_base, int nnz_pos, int pdim1,
          int pidx_base, int pnnz, int ppos, int ptr_base, int rcconst_base, int rcode_base,
-         int rcodeptr_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base, int rptr_base,
+         int rcodeptr_base, F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base, int rptr_base,
          int rsp_base, int sp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64,
          int xperm_base, int xsp_base))
 {
@@ -68,8 +68,8 @@ CLOSURE(373, results(int, int, int, int),
         (int cconst_base, int code_base, int code_pos, int codeptr_base, int cof_base, int dim1,
          int elem_pos, int ipos, int ncodeatom, int nidxs_base, int nnz_pos, int pdim1,
          int pidx_base, int pnnz, int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base,
-         F64 rf64, I32 ri32, I64 ri64, int rnidxs_base, int rptr_base, int rsp_base, F64 wf64,
-         I32 wi32, I64 wi64, I32 xi32, I64 xi64, int xsp_base))
+         F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base, int rptr_base, int rsp_base,
+         F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64, int xsp_base))
 {
     const LinearEntries p{pnnz, xi64.from(xsp_base), pdim1};
     const auto pidx = xi32.from(pidx_base);
@@ -106,8 +106,9 @@ CLOSURE(371, results(int, int, int),
 CLOSURE(370, results(int, int),
         (int cconst_base, int code_base, int code_pos, int codeptr_base, int cof_base, int dim1,
          int i, int j, int k, int ncodeatom, int nidxs_base, int nnz_pos, int pdim1, int pidx_base,
-         int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64,
-         I32 ri32, I64 ri64, int rnidxs_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32))
+         int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base,
+         F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base, F64 wf64, I32 wi32, I64 wi64,
+         I32 xi32))
 {
     constexpr int rptr_base = 0; // not written here
     const auto e = STACKED_OPERAND();
@@ -126,9 +127,9 @@ CLOSURE(369, results(int, int, int),
         (int cconst_base, int code_base, int code_pos, int codeptr_base, int cof_base, int dim0,
          int dim1, int elem_pos, bool hassp, int ncodeatom, int nelem, int nidxs_base, int nnz_pos,
          int pdim1, int pidx_base, int pnnz, int pperm_base, int psp_base, int ptr_base,
-         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32,
-         I64 ri64, int rnidxs_base, int rptr_base, int rsp_base, int sp_base, F64 wf64, I32 wi32,
-         I64 wi64, I32 xi32, I64 xi64))
+         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64,
+         I32Out ri32, I64Out ri64, int rnidxs_base, int rptr_base, int rsp_base, int sp_base,
+         F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64))
 {
     const ColumnRuns columns{LinearEntries{pnnz, xi64.from(psp_base), pdim1},
                              xi32.from(pperm_base)};
@@ -186,11 +187,13 @@ CLOSURE(367, results(int, int, int),
 // What the host prepares of a result.
 
 /// Marks all of `ptr` as not yet written.
-CLOSURE_AS(376, void, (I32 ri32, int rnelem, int rptr_base),
+CLOSURE_AS(376, void, (I32Out ri32, int rnelem, int rptr_base),
            fill_n(ri32.from(rptr_base), int64_t{rnelem} + 1, -9999))
 
 /// `cof`.
-CLOSURE_AS(377, void, (int rcof_base, F64 rf64, int rnnz), fill_n(rf64.from(rcof_base), rnnz, 0.0))
-CLOSURE_AS(372, void, (int rcof_base, F64 rf64, int rnnz), fill_n(rf64.from(rcof_base), rnnz, 0.0))
+CLOSURE_AS(377, void, (int rcof_base, F64Out rf64, int rnnz),
+           fill_n(rf64.from(rcof_base), rnnz, 0.0))
+CLOSURE_AS(372, void, (int rcof_base, F64Out rf64, int rnnz),
+           fill_n(rf64.from(rcof_base), rnnz, 0.0))
 
 } // namespace fragments

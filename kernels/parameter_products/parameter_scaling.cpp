@@ -12,7 +12,7 @@ namespace fragments {
 CLOSURE(337, void,
         (int cconst_base, int code_base, int cof_base, int hascode, int nidxs_base, int nnz,
          int param, int ptr_base, int ptrcode_base, int rcconst_base, int rcode_base,
-         int rcodeptr_base, int rcof_base, F64 rf64, bool rhassp, I32 ri32, I64 ri64,
+         int rcodeptr_base, int rcof_base, F64Out rf64, bool rhassp, I32Out ri32, I64Out ri64,
          int rncodeatom, int rnd, int rnelem, int rnidxs_base, int rnnz, int rptr_base,
          int rshape_base, int rsp_base, int shape_base, int sp_base, F64 wf64, I32 wi32, I64 wi64))
 {
@@ -36,8 +36,8 @@ CLOSURE(337, void,
 /// Code, but for entry 0 of `codeptr`.
 CLOSURE(336, void,
         (int cconst_base, int code_base, int cof_base, int hascode, int nnz, int pidx_base,
-         int ptrcode_base, int rcconst_base, int rcode_base, int rcodeptr_base, F64 rf64, I32 ri32,
-         int rnelem, F64 wf64, I32 wi32, I32 xi32))
+         int ptrcode_base, int rcconst_base, int rcode_base, int rcodeptr_base, F64Out rf64,
+         I32Out ri32, int rnelem, F64 wf64, I32 wi32, I32 xi32))
 {
     const Operand<Stride> e(wi32, {}, wf64, {0, 0, cof_base},
                             {ptrcode_base, code_base, cconst_base});
@@ -50,23 +50,24 @@ CLOSURE(336, void,
 }
 
 /// `nidxs`.
-CLOSURE(335, void, (int nidxs_base, int nnz, I64 ri64, int rnelem, int rnidxs_base, I64 wi64))
+CLOSURE(335, void, (int nidxs_base, int nnz, I64Out ri64, int rnelem, int rnidxs_base, I64 wi64))
 {
     for (int64_t i = 0; i < rnelem; ++i)
         copy_n(wi64.from(nidxs_base), nnz, ri64.from(rnidxs_base + i * nnz));
 }
 
 /// Marks `rpos_n` entries as not yet written.
-CLOSURE_AS(334, void, (I64 ri64, int rpos, int rpos_n), fill_n(ri64.from(rpos), rpos_n, -999))
+CLOSURE_AS(334, void, (I64Out ri64, int rpos, int rpos_n), fill_n(ri64.from(rpos), rpos_n, -999))
 
 /// `ptr`.
-CLOSURE(333, void, (int nnz, I32 ri32, int rnelem, int rptr_base))
+CLOSURE(333, void, (int nnz, I32Out ri32, int rnelem, int rptr_base))
 {
     const auto rptr = ri32.from(rptr_base);
     for (int64_t k = 0; k <= rnelem; ++k) rptr[k] = static_cast<int32_t>(nnz * k);
 }
 
 /// `cof`.
-CLOSURE_AS(332, void, (int rcof_base, F64 rf64, int rnnz), fill_n(rf64.from(rcof_base), rnnz, 0.0))
+CLOSURE_AS(332, void, (int rcof_base, F64Out rf64, int rnnz),
+           fill_n(rf64.from(rcof_base), rnnz, 0.0))
 
 } // namespace fragments

@@ -20,7 +20,7 @@ namespace {
 /// Merges the ascending runs from `left` and from `mid` up to `end` of `from` into the same places
 /// of `to`. Of equal keys those of the left run come first.
 template <class S>
-void merge_runs(I64<S> key, I32<S> from, int64_t left, int64_t mid, int64_t end, I32<S> to)
+void merge_runs(I64<S> key, I32<S> from, int64_t left, int64_t mid, int64_t end, I32Out<S> to)
 {
     if (mid == end || key[from[mid - 1]] <= key[from[mid]]) {
         copy_n(from.from(left), end - left, to.from(left)); // in order already
@@ -38,7 +38,7 @@ void merge_runs(I64<S> key, I32<S> from, int64_t left, int64_t mid, int64_t end,
 /// Returns the buffer that holds the sorted positions; the other is left as the pass before the
 /// last wrote it.
 template <class S>
-I32<S> merge_sort(I64<S> key, int64_t n, I32<S> from, I32<S> to)
+I32<S> merge_sort(I64<S> key, int64_t n, I32Out<S> from, I32Out<S> to)
 {
     for (int64_t width = 1; width < n; width *= 2) {
         for (int64_t left = 0; left < n; left += 2 * width)
@@ -52,7 +52,7 @@ I32<S> merge_sort(I64<S> key, int64_t n, I32<S> from, I32<S> to)
 /// Sorts the n terms of an element by key, stable: `perm` gets their positions, counted from
 /// `first` on. `work` is scratch of 2n entries.
 template <class S>
-void sort_element(I64<S> key, int64_t n, int64_t first, I32<S> perm, I32<S> work)
+void sort_element(I64<S> key, int64_t n, int64_t first, I32Out<S> perm, I32Out<S> work)
 {
     if (n < 1) return;
     const auto begin = static_cast<int32_t>(first);
@@ -114,9 +114,9 @@ bool has_nonzero(F64<S> cof, I32<S> perm, Range places)
 CLOSURE(399, results(int, int),
         (int cconst_base, int code_base, int code_pos, int codeptr_base, int cof_base,
          int ncodeatom, int nelem, int nidxs_base, int nnz_pos, int perm_base, int ptr_base,
-         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32,
-         I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, F64 wf64, I32 wi32, I64 wi64,
-         I32 xi32))
+         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64,
+         I32Out ri32, I64Out ri64, int rncodeatom, int rnidxs_base, int rptr_base, F64 wf64,
+         I32 wi32, I64 wi64, I32 xi32))
 {
     const auto e = STACKED_OPERAND();
     auto r = STACKED_RESULT(code_pos, 0, nnz_pos);
@@ -205,8 +205,8 @@ CLOSURE(393, bool, (bool ok, int nelem, int nidxs_base, int ptr_base, I32 wi32, 
 /// sort_terms by merging alone: O(n log n) for each element of n terms. `permx` is a second buffer
 /// as long as `perm`.
 CLOSURE(392, void,
-        (int nelem, int nidxs_base, int nnz, int perm_base, int permx_base, int ptr_base, I32 wi32,
-         I64 wi64))
+        (int nelem, int nidxs_base, int nnz, int perm_base, int permx_base, int ptr_base,
+         I32Out wi32, I64 wi64))
 {
     const Operand<Stride> e(wi32, wi64, {}, {ptr_base, nidxs_base, 0});
     iota_n(wi32.from(perm_base), nnz);
@@ -223,7 +223,7 @@ CLOSURE(392, void,
 /// copies of the longest element (390), and at least 1 more than one.
 CLOSURE(391, void,
         (int nelem, int nidxs_base, int perm_base, int ptr_base, I32 wi32, I64 wi64, int work_base,
-         I32 xi32))
+         I32Out xi32))
 {
     const Operand<Stride> e(wi32, wi64, {}, {ptr_base, nidxs_base, 0});
     const auto perm = xi32.from(perm_base);

@@ -73,7 +73,7 @@ CLOSURE(457, results(int, int, int, int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d1,
          int elmi, int epos, int mpos, I32 msubi, I32 msubj, F64 mval, int ncodeatom, int nelem,
          int nidxs_base, int nnzi, int ptr_base, int rcconst_base, int rcode_base,
-         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
+         int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base,
          int rptr_base, int rsp_base, int sp_base, F64 wf64, I32 wi32, I64 wi64, int xcperm_base,
          I32 xi32))
 {
@@ -106,7 +106,7 @@ CLOSURE(457, results(int, int, int, int, int),
 CLOSURE(456, results(int, int, int),
         (int codeptr_base, int d1, I32 msubi, I32 msubj, int ncodeatom, int nelem, int ptr_base,
          int rncodeatom, int rnelem, int rnnz, int sp_base, I32 wi32, I64 wi64, int xcolptr_base,
-         int xcperm_base, I32 xi32))
+         int xcperm_base, I32Out xi32))
 {
     const auto sp = wi64.from(sp_base);
     const auto perm = xi32.from(xcperm_base);
@@ -129,9 +129,9 @@ CLOSURE(456, results(int, int, int),
 CLOSURE(455, void,
         (int cconst_base, int code_base, int codeptr_base, int cof_base, int d1, int diaglen,
          I32 msubi, I32 msubj, F64 mval, int ncodeatom, int nidxs_base, int ptr_base,
-         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32,
-         I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rshape_base, int rsp_base,
-         F64 wf64, I32 wi32, I64 wi64))
+         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64,
+         I32Out ri32, I64Out ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rshape_base,
+         int rsp_base, F64 wf64, I32 wi32, I64 wi64))
 {
     const auto e = STACKED_OPERAND();
     auto r = SPARSE_RESULT();
@@ -172,7 +172,7 @@ CLOSURE(452, results(int, int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d1,
          int elmi, bool hassp, int md1, int mnnz, I32 msubi, I32 msubj, F64 mval, int ncodeatom,
          int nelem, int nidxs_base, int nnzi, int ptr_base, int rcconst_base, int rcode_base,
-         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
+         int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base,
          int rptr_base, int rsp_base, int sp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32,
          int xmperm_base))
 {
@@ -202,7 +202,7 @@ CLOSURE(451, results(int, int, int),
 }
 
 /// Groups the entries of M by column, by a stable counting sort.
-CLOSURE(450, void, (int md1, int mnnz, I32 msubj, I32 xi32, int xmcolptr_base, int xmperm_base))
+CLOSURE(450, void, (int md1, int mnnz, I32 msubj, I32Out xi32, int xmcolptr_base, int xmperm_base))
 {
     group_by(
         mnnz, [&](int64_t k) { return msubj[k]; }, md1, xi32.from(xmcolptr_base),

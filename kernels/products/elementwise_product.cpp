@@ -24,8 +24,9 @@ CLOSURE_AS(465, results(bool, bool),
 CLOSURE(464, results(int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int md1,
          int mnnz, I32 msubi, I32 msubj, F64 mval, int ncodeatom, int nidxs_base, int nnz, int nnzi,
-         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32,
-         I64 ri64, int rnidxs_base, int rptr_base, int rsp_base, F64 wf64, I32 wi32, I64 wi64))
+         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64,
+         I32Out ri32, I64Out ri64, int rnidxs_base, int rptr_base, int rsp_base, F64 wf64, I32 wi32,
+         I64 wi64))
 {
     const Operand<Stride> e(wi32, wi64, wf64, {0, nidxs_base, cof_base},
                             {codeptr_base, code_base, cconst_base});
@@ -45,7 +46,7 @@ CLOSURE(464, results(int, int),
 CLOSURE(463, void,
         (double a, int cconst_base, int code_base, int codeptr_base, int cof_base, bool hassp,
          int ncodeatom, int nd, int nelem, int nidxs_base, int nnz, int ptr_base, int rcconst_base,
-         int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64,
+         int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64,
          int rnidxs_base, int rptr_base, int rshape_base, int rsp_base, int shape_base, int sp_base,
          F64 wf64, I32 wi32, I64 wi64))
 {
@@ -68,7 +69,7 @@ CLOSURE(463, void,
 CLOSURE(462, void,
         (int cconst_base, int code_base, int codeptr_base, int cof_base, bool hassp, F64 mcof,
          I64 msp, int ncodeatom, int nelem, int nidxs_base, int ptr_base, int rcconst_base,
-         int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64,
+         int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64,
          int rncodeatom, int rnd, int rnidxs_base, int rptr_base, int rshape_base, int rsp_base,
          int shape_base, int sp_base, F64 wf64, I32 wi32, I64 wi64))
 {

@@ -12,17 +12,17 @@
 namespace fragments {
 
 /// Adds the linear index of each row of subscripts to `res`; `s` are the strides.
-CLOSURE_AS(449, void, (int nd, I64 res, I64 s, I32Matrix vsub),
+CLOSURE_AS(449, void, (int nd, I64Out res, I64 s, I32Matrix vsub),
            add_linear_indexes(vsub.rows(), nd, s, res, vsub))
 
 /// Row-major strides of a shape, but for the last one, which the host has set to 1.
-CLOSURE_AS(448, void, (int nd, I64 s, I32 shape), row_major_strides(shape, nd, s))
+CLOSURE_AS(448, void, (int nd, I64Out s, I32 shape), row_major_strides(shape, nd, s))
 
 /// Writes the terms, by ascending index of the tensor, none merged. Returns (codei, iterm).
 CLOSURE(447, results(int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, bool hassp,
          int iterm, int nelem, int nidxs_base, int ptr_base, int rcconst_base, int rcode_base,
-         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rncodeatom,
+         int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rncodeatom,
          int rnidxs_base, int sp_base, F64 vcof, I64 vsub, F64 wf64, I32 wi32, I64 wi64))
 {
     const auto e = STACKED_OPERAND();

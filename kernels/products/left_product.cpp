@@ -48,9 +48,9 @@ CLOSURE(482, results(bool, bool),
 CLOSURE(481, results(int, int, int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d1,
          int elmi, int mnnz, int mpos, I32 msubi, I32 msubj, F64 mval, int nidxs_base, int nnzi,
-         int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64,
-         I32 ri32, I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base, F64 wf64,
-         I32 wi32, I64 wi64))
+         int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base,
+         F64Out rf64, I32Out ri32, I64Out ri64, int rncodeatom, int rnidxs_base, int rptr_base,
+         int rsp_base, F64 wf64, I32 wi32, I64 wi64))
 {
     const auto e = STACKED_OPERAND();
     auto r = SPARSE_RESULT(codei, elmi, nnzi);
@@ -68,8 +68,8 @@ CLOSURE(480, results(int, int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d1,
          int elmi, int eperm_base, int eptr_base, int md0, int md1, F64 mval, int nidxs_base,
          int nnzi, int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base,
-         F64 rf64, I32 ri32, I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int sp_base,
-         F64 wf64, I32 wi32, I64 wi64, I32 xi32))
+         F64Out rf64, I32Out ri32, I64Out ri64, int rncodeatom, int rnidxs_base, int rptr_base,
+         int sp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32))
 {
     const auto e = SPARSE_OPERAND();
     auto r = STACKED_RESULT(codei, elmi, nnzi);
@@ -91,9 +91,9 @@ CLOSURE(480, results(int, int, int),
 CLOSURE(479, void,
         (int cconst_base, int code_base, int codeptr_base, int cof_base, int d1, int eperm_base,
          int eptr_base, int mnnz, I32 msubi, I32 msubj, F64 mval, int nidxs_base, int ptr_base,
-         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32,
-         I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base, int sp_base,
-         F64 wf64, I32 wi32, I64 wi64, I32 xi32))
+         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64,
+         I32Out ri32, I64Out ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base,
+         int sp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32))
 {
     const auto e = SPARSE_OPERAND();
     auto r = SPARSE_RESULT();
@@ -147,7 +147,7 @@ CLOSURE(477, results(int, int, long long),
 
 /// Groups the elements of a sparse E by column, by a stable counting sort.
 CLOSURE(476, void,
-        (int d1, int eperm_base, int eptr_base, int nelem, int sp_base, I64 wi64, I32 xi32))
+        (int d1, int eperm_base, int eptr_base, int nelem, int sp_base, I64 wi64, I32Out xi32))
 {
     const auto sp = wi64.from(sp_base);
     group_by(

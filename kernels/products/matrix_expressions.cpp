@@ -10,14 +10,14 @@
 namespace fragments {
 
 /// The shape of an expression, from one stack to another.
-CLOSURE_AS(501, void, (I32 ri32, int rnd, int rshape_base, int shape_base, I32 wi32),
+CLOSURE_AS(501, void, (I32Out ri32, int rnd, int rshape_base, int shape_base, I32 wi32),
            copy_n(wi32.from(shape_base), rnd, ri32.from(rshape_base)))
 
 /// push_unit_terms: one term of coefficient 1.0 in each element. The variable indexes are the
 /// host's to write.
 CLOSURE(500, void,
-        (int cof_base, F64 f64, I32 i32, int nd, int nelem, int nnz, int ptr_base, int rshape_base,
-         I32 shape))
+        (int cof_base, F64Out f64, I32Out i32, int nd, int nelem, int nnz, int ptr_base,
+         int rshape_base, I32 shape))
 {
     copy_n(shape, nd, i32.from(rshape_base));
     iota_n(i32.from(ptr_base), int64_t{nelem} + 1);
@@ -27,7 +27,7 @@ CLOSURE(500, void,
 /// push_sparse_matrix: one term for each entry, all with the index `varidx`. The shape is the
 /// host's to write.
 CLOSURE(499, void,
-        (int cof_base, F64 f64, bool hassp, I32 i32, I64 i64, F64 mcof, int md1, I32 msubi,
+        (int cof_base, F64Out f64, bool hassp, I32Out i32, I64Out i64, F64 mcof, int md1, I32 msubi,
          I32 msubj, int nelem, int nidxs_base, int nnz, int ptr_base, int sp_base,
          long long varidx))
 {
@@ -60,13 +60,13 @@ CLOSURE(400, int, (F64 bfix, int count))
 }
 
 /// The shape, from an array of the host's own.
-CLOSURE_AS(401, void, (int nd, I32 ri32, int rshape_base, I32 shape),
+CLOSURE_AS(401, void, (int nd, I32Out ri32, int rshape_base, I32 shape),
            copy_n(shape, nd, ri32.from(rshape_base)))
 
 /// Elements of a constant vector: each has one term with index 0, or none if its value is 0 (also
 /// -0). Returns `nnzi`.
 CLOSURE(403, int,
-        (F64 bfix, int nelem, int nnzi, int rcof_base, F64 rf64, I32 ri32, I64 ri64,
+        (F64 bfix, int nelem, int nnzi, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64,
          int rnidxs_base, int rptr_base))
 {
     Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base}, {}, {0, 0, nnzi});
@@ -78,7 +78,7 @@ CLOSURE(403, int,
 }
 
 /// Linear indexes of a sparse constant vector.
-CLOSURE(402, void, (bool hassp, int nelem, I64 ri64, int rsp_base, I64 sparsity))
+CLOSURE(402, void, (bool hassp, int nelem, I64Out ri64, int rsp_base, I64 sparsity))
 {
     if (hassp) copy_n(sparsity, nelem, ri64.from(rsp_base));
 }

@@ -57,7 +57,7 @@ void multiply(int rows, LeftFactor<S> left, int columns, RightFactor<S> right, P
 
 /// Row and column of each of `n` elements of a matrix with `columns` columns.
 template <class S>
-void split(I64<S> sp, int n, int columns, I32<S> row, I32<S> column)
+void split(I64<S> sp, int n, int columns, I32Out<S> row, I32Out<S> column)
 {
     for (int64_t q = 0; q < n; ++q) {
         row[q] = static_cast<int32_t>(sp[q] / columns);
@@ -67,7 +67,7 @@ void split(I64<S> sp, int n, int columns, I32<S> row, I32<S> column)
 
 /// Row pointer of `n` entries in row order; `ptr` holds zeros before.
 template <class S>
-void count_rows(I32<S> row, int64_t n, int rows, I32<S> ptr)
+void count_rows(I32<S> row, int64_t n, int rows, I32Out<S> ptr)
 {
     count_keys(
         n, [&](int64_t k) { return row[k]; }, ptr);
@@ -76,7 +76,7 @@ void count_rows(I32<S> row, int64_t n, int rows, I32<S> ptr)
 
 /// The grouping by column where there is but one.
 template <class S>
-void group_as_one(int n, I32<S> ptr, I32<S> perm)
+void group_as_one(int n, I32Out<S> ptr, I32Out<S> perm)
 {
     ptr[0] = 0;
     ptr[1] = n;
@@ -97,8 +97,8 @@ int count_runs(int n, Key key)
 /// Writes M V for sparse M, dense V: an element for each row of M that has an entry and each
 /// column. Entry 0 of `ptr` is written too.
 CLOSURE(495, void,
-        (F64 mcof, int mnnz, I32 msubi, I32 msubj, int nidxs_base, int rcof_base, F64 rf64,
-         I32 ri32, I64 ri64, int rnidxs_base, int rptr_base, int rsp_base, int vd1, I64 xi64))
+        (F64 mcof, int mnnz, I32 msubi, I32 msubj, int nidxs_base, int rcof_base, F64Out rf64,
+         I32Out ri32, I64Out ri64, int rnidxs_base, int rptr_base, int rsp_base, int vd1, I64 xi64))
 {
     const auto v = xi64.from(nidxs_base);
     Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base}, {});
@@ -118,7 +118,7 @@ CLOSURE(495, void,
 /// V. Entry 0 of `ptr` is written too.
 CLOSURE(494, void,
         (F64 mcof, int md0, int mrowptr_base, I32 msubj, int nidxs_base, int pcolperm_base,
-         int pcolptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
+         int pcolptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base,
          int rptr_base, int rsp_base, int vd1, I32 xi32, I64 xi64, int xvi_base))
 {
     const auto v = xi64.from(nidxs_base);
@@ -146,29 +146,32 @@ CLOSURE(493, results(int, int),
 /// (rnelem, rnnz), added to. A V with one dimension is a single column.
 CLOSURE(492, results(int, int),
         (int md0, int mrowptr_base, I32 msubi, I32 msubj, int nd, int nelem, int pcolperm_base,
-         int pcolptr_base, int rnelem, int rnnz, int sp_base, int vd1, I32 xi32, I64 xi64,
+         int pcolptr_base, int rnelem, int rnnz, int sp_base, int vd1, I32Out xi32, I64 xi64,
          int xvi_base, int xvj_base))
 {
-    const LeftFactor<Stride> rows{xi32.from(mrowptr_base), msubj};
-    fill_n(rows.ptr, int64_t{md0} + 1, 0);
-    count_rows(msubi, msubi.length(), md0, rows.ptr);
+    const auto rowptr = xi32.from(mrowptr_base);
+    fill_n(rowptr, int64_t{md0} + 1, 0);
+    count_rows(msubi, msubi.length(), md0, rowptr);
 
-    const RightFactor<Stride> columns{xi32.from(pcolptr_base), xi32.from(pcolperm_base),
-                                      xi32.from(xvi_base)};
+    const auto colptr = xi32.from(pcolptr_base);
+    const auto colperm = xi32.from(pcolperm_base);
     const auto sp = xi64.from(sp_base);
+    const auto row = xi32.from(xvi_base);
     const auto column = xi32.from(xvj_base);
     if (nd == 1) {
-        convert_n(sp, nelem, columns.row);
+        convert_n(sp, nelem, row);
         fill_n(column, nelem, 0);
     } else {
-        split(sp, nelem, vd1, columns.row, column);
+        split(sp, nelem, vd1, row, column);
     }
     if (nd > 1)
         group_by(
-            nelem, [&](int64_t q) { return column[q]; }, vd1, columns.ptr, columns.perm);
+            nelem, [&](int64_t q) { return column[q]; }, vd1, colptr, colperm);
     else
-        group_as_one(nelem, columns.ptr, columns.perm);
+        group_as_one(nelem, colptr, colperm);
 
+    const LeftFactor<Stride> rows{rowptr, msubj};
+    const RightFactor<Stride> columns{{colptr, colperm}, row};
     multiply(
         md0, rows, vd1, columns, [&](int64_t, int) { ++rnnz; }, [&](int, int) { ++rnelem; });
     return {rnelem, rnnz};
@@ -178,7 +181,7 @@ CLOSURE(492, results(int, int),
 /// meets an entry of M. Entry 0 of `ptr` is written too.
 CLOSURE(491, void,
         (F64 mcof, int md1, int mjptr_base, I32 msubi, int nidxs_base, int pcperm_base,
-         int pvrowptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
+         int pvrowptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base,
          int rptr_base, int rsp_base, I32 wi32, I64 wi64, int xvd0, int xvj_base))
 {
     const auto v = wi64.from(nidxs_base);
@@ -207,8 +210,8 @@ CLOSURE(490, results(int, int),
 /// Splits a sparse V into row and column numbers and builds its row pointer, which 488 has zeroed.
 /// A V with one dimension is a single row.
 CLOSURE(489, void,
-        (int nd, int nelem, int rowptr_base, int sp_base, I32 wi32, I64 wi64, int xd0, I32 xshape,
-         int xvi_base, int xvj_base))
+        (int nd, int nelem, int rowptr_base, int sp_base, I32Out wi32, I64 wi64, int xd0,
+         I32 xshape, int xvi_base, int xvj_base))
 {
     const auto ptr = wi32.from(rowptr_base);
     const auto sp = wi64.from(sp_base);
@@ -226,15 +229,15 @@ CLOSURE(489, void,
 }
 
 /// Zeroes the row pointer for 489.
-CLOSURE_AS(488, void, (int rowptr_base, I32 wi32, int xd0),
+CLOSURE_AS(488, void, (int rowptr_base, I32Out wi32, int xd0),
            fill_n(wi32.from(rowptr_base), int64_t{xd0} + 1, 0))
 
 /// Writes V M for dense V, sparse M, grouped by 485: an element for each row of V and each column
 /// of M that has an entry. Returns (elmi, iterm).
 CLOSURE(487, results(int, int),
         (int elmi, int iterm, F64 mcof, int md1, I32 msubi, I32 msubj, int nidxs_base, int nnzm,
-         int perm_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base, int rptr_base,
-         int rsp_base, I32 wi32, I64 wi64, int xd0, int xd1))
+         int perm_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base,
+         int rptr_base, int rsp_base, I32 wi32, I64 wi64, int xd0, int xd1))
 {
     const auto perm = wi32.from(perm_base);
     Result<Stride> r(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base}, {}, {0, elmi, iterm});
@@ -259,7 +262,8 @@ CLOSURE(486, int, (I32 msubj, int ncols, int nnzm, int perm_base, I32 wi32))
 }
 
 /// Groups M by column; `d1` and `md1` are both its number of columns.
-CLOSURE(485, void, (int d1, int md1, int mjptr_base, I32 msubj, int nnzm, int perm_base, I32 wi32))
+CLOSURE(485, void,
+        (int d1, int md1, int mjptr_base, I32 msubj, int nnzm, int perm_base, I32Out wi32))
 {
     const auto ptr = wi32.from(mjptr_base);
     const auto perm = wi32.from(perm_base);
@@ -273,8 +277,8 @@ CLOSURE(485, void, (int d1, int md1, int mjptr_base, I32 msubj, int nnzm, int pe
 /// Writes V M for sparse V, dense M: an element for each row of V that has one and each column of
 /// M. Entry 0 of `ptr` is written too.
 CLOSURE(484, void,
-        (F64 mcof, int md1, int nidxs_base, int nnz, int rcof_base, F64 rf64, I32 ri32, I64 ri64,
-         int rnidxs_base, int rptr_base, int rsp_base, int sp_base, I64 wi64, int xd1))
+        (F64 mcof, int md1, int nidxs_base, int nnz, int rcof_base, F64Out rf64, I32Out ri32,
+         I64Out ri64, int rnidxs_base, int rptr_base, int rsp_base, int sp_base, I64 wi64, int xd1))
 {
     const auto v = wi64.from(nidxs_base);
     const auto sp = wi64.from(sp_base);

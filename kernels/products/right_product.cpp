@@ -67,8 +67,8 @@ CLOSURE_AS(474, bool, (bool badidx, int md0, int md1, int mnnz, I32 msubi, I32 m
 CLOSURE(473, results(int, int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d0, int d1,
          int elmi, int md1, F64 mval, int ncodeatom, int nidxs_base, int nnzi, int ptr_base,
-         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32,
-         I64 ri64, int rnidxs_base, int rptr_base, F64 wf64, I32 wi32, I64 wi64))
+         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64,
+         I32Out ri32, I64Out ri64, int rnidxs_base, int rptr_base, F64 wf64, I32 wi32, I64 wi64))
 {
     const auto e = STACKED_OPERAND();
     auto r = STACKED_RESULT(codei, elmi, nnzi);
@@ -90,9 +90,9 @@ CLOSURE(473, results(int, int, int),
 CLOSURE(472, results(int, int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d0, int d1,
          int elmi, int md1, F64 mval, int ncodeatom, int nelem, int nidxs_base, int nnzi,
-         int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64,
-         I32 ri32, I64 ri64, int rnidxs_base, int rptr_base, int sp_base, F64 wf64, I32 wi32,
-         I64 wi64, I32 xi32, int xrowptr_base))
+         int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base,
+         F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base, int rptr_base, int sp_base,
+         F64 wf64, I32 wi32, I64 wi64, I32Out xi32, int xrowptr_base))
 {
     const auto e = SPARSE_OPERAND();
     auto r = STACKED_RESULT(codei, elmi, nnzi);
@@ -114,7 +114,7 @@ CLOSURE(472, results(int, int, int),
 }
 
 /// Zeroes the `count` + 1 row pointers that 472 fills.
-CLOSURE_AS(471, void, (int count, I32 xi32, int xrowptr_base),
+CLOSURE_AS(471, void, (int count, I32Out xi32, int xrowptr_base),
            fill_n(xi32.from(xrowptr_base), int64_t{count} + 1, 0))
 
 /// Writes R for dense E, sparse M grouped by 466: all d0 * md1 elements, with `sp`.
@@ -123,8 +123,8 @@ CLOSURE(470, results(int, int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d0, int d1,
          int mcolptr_base, int md1, int mperm_base, I32 msubi, F64 mval, int nidxs_base, int nnzi,
          int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base,
-         int relmi, F64 rf64, I32 ri32, I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base,
-         int rsp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32))
+         int relmi, F64Out rf64, I32Out ri32, I64Out ri64, int rncodeatom, int rnidxs_base,
+         int rptr_base, int rsp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32))
 {
     const auto e = STACKED_OPERAND();
     auto r = SPARSE_RESULT(codei, relmi, nnzi);
@@ -157,7 +157,7 @@ CLOSURE(468, results(int, int, int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d1,
          int elmi, int epos, int md1, int mnnz, int mperm_base, I32 msubi, I32 msubj, F64 mval,
          int ncodeatom, int nelem, int nidxs_base, int nnzi, int ptr_base, int rcconst_base,
-         int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64,
+         int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64,
          int rnidxs_base, int rptr_base, int rsp_base, int sp_base, F64 wf64, I32 wi32, I64 wi64,
          I32 xi32))
 {
@@ -193,7 +193,7 @@ CLOSURE(467, results(int, int, long long),
 /// at `erowptr_base`.
 CLOSURE(466, void,
         (int d0, int erowptr_base, int mcolptr_base, int md1, int mnnz, int mperm_base, I32 msubj,
-         I32 xi32))
+         I32Out xi32))
 {
     group_by(
         mnnz, [&](int64_t k) { return msubj[k]; }, md1, xi32.from(mcolptr_base),

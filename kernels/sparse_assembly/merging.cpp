@@ -7,7 +7,7 @@ namespace fragments {
 /// The runs of positions in `src` from `lo` up to `mid` and from `mid` up to `hi`, each sorted by
 /// its keys in `vals`, merged to the same places of `tgt`. Not stable: of equal keys those of the
 /// right run come first.
-CLOSURE(129, void, (int lo, int mid, int hi, I32 src, I32 tgt, I32 vals))
+CLOSURE(129, void, (int lo, int mid, int hi, I32 src, I32Out tgt, I32 vals))
 {
     int64_t i = lo;
     int64_t j = mid;

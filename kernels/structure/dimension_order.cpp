@@ -54,7 +54,7 @@ Line line_from(int64_t linear, int64_t most, I32<S> dperm, I32<S> dstride, int n
 CLOSURE(422, void,
         (int cconst_base, int code_base, int codeptr_base, int d0, int d1, int ecof_base,
          int enidxs_base, int eptr_base, int ncodeatom, int rcconst_base, int rcode_base,
-         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
+         int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base,
          int rptr_base, F64 wf64, I32 wi32, I64 wi64))
 {
     const Operand<Stride> e(wi32, wi64, wf64, {eptr_base, enidxs_base, ecof_base},
@@ -75,8 +75,8 @@ CLOSURE(421, void,
         (int cconst_base, int code_base, int codeptr_base, int d0, int d1, int ecof_base,
          int enidxs_base, int eptr_base, int esp_base, int ncodeatom, int nelem, int perm_base,
          int pptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base,
-         F64 rf64, I32 ri32, I64 ri64, int rnidxs_base, int rptr_base, int rsp_base, F64 wf64,
-         I32 wi32, I64 wi64, I32 xi32))
+         F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base, int rptr_base, int rsp_base,
+         F64 wf64, I32 wi32, I64 wi64, I32Out xi32))
 {
     const Operand<Stride> e(wi32, wi64, wf64, {eptr_base, enidxs_base, ecof_base},
                             {codeptr_base, code_base, cconst_base});
@@ -100,7 +100,7 @@ CLOSURE(421, void,
 CLOSURE(420, void,
         (int cconst_base, int code_base, int codeptr_base, I32 dperm, I32 dstride, int ecof_base,
          int enidxs_base, int eptr_base, int ncodeatom, int nd, int nelem, int rcconst_base,
-         int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64,
+         int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64,
          int rnidxs_base, int rptr_base, int shape_base, I64 stride, F64 wf64, I32 wi32, I64 wi64))
 {
     const Operand<Stride> e(wi32, wi64, wf64, {eptr_base, enidxs_base, ecof_base},
@@ -130,9 +130,9 @@ CLOSURE(420, void,
 CLOSURE(419, results(int, int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int ecof_base,
          int enidxs_base, int eptr_base, int kelm, int knnz, int ncodeatom, int nelem, I64 perm,
-         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32,
-         I64 ri64, int rnidxs_base, int rptr_base, int rsp_base, I64 sp, F64 wf64, I32 wi32,
-         I64 wi64))
+         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64,
+         I32Out ri32, I64Out ri64, int rnidxs_base, int rptr_base, int rsp_base, I64 sp, F64 wf64,
+         I32 wi32, I64 wi64))
 {
     const Operand<Stride> e(wi32, wi64, wf64, {eptr_base, enidxs_base, ecof_base},
                             {codeptr_base, code_base, cconst_base});
@@ -148,7 +148,7 @@ CLOSURE(419, results(int, int, int),
 /// The new linear index of each stored element, in the operand's order: the sum over the operand's
 /// dimensions of its subscript times dstride[dperm[d]].
 CLOSURE(418, void,
-        (I32 dperm, I32 dstride, int esp_base, int nd, int nelem, int shape_base, I64 sp,
+        (I32 dperm, I32 dstride, int esp_base, int nd, int nelem, int shape_base, I64Out sp,
          I64 stride, I32 wi32, I64 wi64))
 {
     if (nd <= 0) {
@@ -166,7 +166,7 @@ CLOSURE(418, void,
     }
 }
 
-CLOSURE_AS(417, void, (I32 dperm, int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+CLOSURE_AS(417, void, (I32 dperm, int nd, I32Out ri32, int rshape_base, int shape_base, I32 wi32),
            gather_n(wi32.from(shape_base), nd, dperm, ri32.from(rshape_base)))
 
 } // namespace fragments

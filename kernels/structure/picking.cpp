@@ -18,7 +18,7 @@ namespace fragments {
 CLOSURE(411, results(int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, I64 idxs,
          int knnz, int nidxs_base, int ptr_base, int rcconst_base, int rcode_base,
-         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rncodeatom,
+         int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rncodeatom,
          int rnidxs_base, int rptr_base, int spos_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32))
 {
     const auto e = STACKED_OPERAND();
@@ -36,7 +36,7 @@ CLOSURE(411, results(int, int),
 /// -1. Adds the sizes of what is found. Returns (rncodeatom, rnnz).
 CLOSURE(410, results(int, int),
         (int codeptr_base, I64 idxs, int ncodeatom, int nelem, int ptr_base, int rncodeatom,
-         int rnnz, int sp_base, int spos_base, I32 wi32, I64 wi64, I32 xi32))
+         int rnnz, int sp_base, int spos_base, I32 wi32, I64 wi64, I32Out xi32))
 {
     const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
     const auto sp = wi64.from(sp_base);
@@ -58,7 +58,7 @@ CLOSURE(410, results(int, int),
 CLOSURE(409, results(int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, I64 idxs,
          int knnz, int nidxs_base, int ptr_base, int rcconst_base, int rcode_base,
-         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rncodeatom,
+         int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rncodeatom,
          int rnidxs_base, int rptr_base, F64 wf64, I32 wi32, I64 wi64))
 {
     const auto e = STACKED_OPERAND();
@@ -86,7 +86,7 @@ CLOSURE_AS(407, bool, (I64 idxs, long long total, bool unfit),
            unfit || has_bad_index(total, idxs, idxs.length()))
 
 /// The linear index of each row of subscripts, of which the first `nd` columns count.
-CLOSURE(406, void, (I32Matrix idxs, int nd, I32 shape, I64 this_idxs))
+CLOSURE(406, void, (I32Matrix idxs, int nd, I32 shape, I64Out this_idxs))
 {
     const Scratch<int64_t> stride(nd);
     all_row_major_strides(shape, nd, stride.data());

@@ -16,8 +16,8 @@ namespace fragments {
 CLOSURE(425, void,
         (int cconst_base, int code_base, int codeptr_base, int cof_base, int d0, int d1, int d2,
          int dim, bool hassp, int m, int ncodeatom, int nd, int nelem, int nidxs_base, int ptr_base,
-         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, int rd1, F64 rf64,
-         I32 ri32, I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rshape_base,
+         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, int rd1, F64Out rf64,
+         I32Out ri32, I64Out ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rshape_base,
          int rsp_base, int shape_base, int sp_base, F64 wf64, I32 wi32, I64 wi64))
 {
     const auto e = SPARSE_OPERAND();

@@ -70,9 +70,9 @@ void for_each_in_box(I32<S> first, I32<S> last, int nd, int nelem, I64<S> sp,
 CLOSURE(416, results(int, int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, I32 first,
          bool hassp, int kelm, int knnz, I32 last, int nd, int nelem, int nidxs_base, int ptr_base,
-         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32,
-         I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base, I64 rst,
-         int shape_base, int sp_base, I64 st, F64 wf64, I32 wi32, I64 wi64))
+         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64,
+         I32Out ri32, I64Out ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base,
+         I64 rst, int shape_base, int sp_base, I64 st, F64 wf64, I32 wi32, I64 wi64))
 {
     const auto e = SPARSE_OPERAND();
     auto r = SPARSE_RESULT(codei, kelm, knnz);
@@ -99,12 +99,12 @@ CLOSURE(416, results(int, int, int),
 
 // Strides but for the last, which the host has set, and the shape of the result.
 
-CLOSURE_AS(415, void, (int nd, I32 rshape, I64 rst), row_major_strides(rshape, nd, rst))
+CLOSURE_AS(415, void, (int nd, I32 rshape, I64Out rst), row_major_strides(rshape, nd, rst))
 
-CLOSURE_AS(414, void, (int nd, I32 ri32, I32 rshape, int rshape_base),
+CLOSURE_AS(414, void, (int nd, I32Out ri32, I32 rshape, int rshape_base),
            copy_n(rshape, nd, ri32.from(rshape_base)))
 
-CLOSURE_AS(412, void, (int nd, int shape_base, I64 st, I32 wi32),
+CLOSURE_AS(412, void, (int nd, int shape_base, I64Out st, I32 wi32),
            row_major_strides(wi32.from(shape_base), nd, st))
 
 /// Sizes the slice: (rncodeatom, rnelem, rnnz), added to; but for a dense operand, `rnelem` is

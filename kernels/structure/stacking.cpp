@@ -48,19 +48,19 @@ void start(bool outcode, const Result<S>& r)
 
 /// Extent of a stack: resshape[dim] += shapes[i][dim] for all shapes but the first, whose extents
 /// `resshape` holds already.
-CLOSURE(444, void, (int dim, I32 resshape, I32List shapes))
+CLOSURE(444, void, (int dim, I32Out resshape, I32List shapes))
 {
     for (int64_t i = 1; i < shapes.length(); ++i) resshape[dim] += shapes[i][dim];
 }
 
-CLOSURE_AS(443, void, (int nd, I32 resshape, I32 shape), copy_n(shape, nd, resshape))
+CLOSURE_AS(443, void, (int nd, I32Out resshape, I32 shape), copy_n(shape, nd, resshape))
 
 /// Writes the elements of all operands in the order of the sorted list, `sp` and entries 0 of `ptr`
 /// and `codeptr` included.
 CLOSURE(442, void,
         (I32 cconst, I32 code, I32 codeptr, I32 cof_base, int lperm_base, I32 ncodeatom,
          I32 nidxs_base, bool outcode, I32 ptr_base, int rcconst_base, int rcode_base,
-         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64,
+         int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64,
          [[maybe_unused]] int rncodeatom, int rnelem, int rnidxs_base, int rptr_base, int rsp_base,
          int tgtop_base, int tgtpos_base, int tgtval_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32,
          I64 xi64))
@@ -85,7 +85,7 @@ CLOSURE(442, void,
 /// is `tgtperm_base` after an odd number of passes, and that of the other.
 CLOSURE(441, results(int, int),
         (int perm_base, I32 ri32, int rnd, int rnelem, int rshape_base, int tgtperm_base,
-         int tgtval_base, I32 xi32, I64 xi64, int xptr_base))
+         int tgtval_base, I32Out xi32, I64 xi64, int xptr_base))
 {
     const Scratch<int64_t> stride(rnd);
     const auto rshape = ri32.from(rshape_base);
@@ -108,7 +108,7 @@ CLOSURE(441, results(int, int),
 /// (`tgtval`), the operand's number (`tgtop`) and the element's position there (`tgtpos`).
 CLOSURE(440, void,
         (I32 d1s, int d2, I32 hassp, int n, I32 nelem, I32 offset, int rd1, I32 sp_base,
-         int tgtop_base, int tgtpos_base, int tgtval_base, I64 wi64, I32 xi32, I64 xi64))
+         int tgtop_base, int tgtpos_base, int tgtval_base, I64 wi64, I32Out xi32, I64Out xi64))
 {
     auto tgtop = xi32.from(tgtop_base);
     auto tgtpos = xi32.from(tgtpos_base);
@@ -141,7 +141,7 @@ CLOSURE_AS(439, int, (int maxd, I32 ri32, int rnd, int rshape_base),
 CLOSURE(438, void,
         (I32 cconst, I32 code, I32 codeptr, I32 cof_base, I32 hassp, int n, I32 ncodeatom, int nd,
          I32 nelem, I32 nidxs_base, I32 ptr_base, int rcconst_base, int rcode_base,
-         int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rncodeatom,
+         int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rncodeatom,
          int rnidxs_base, int rptr_base, int rsp_base, I32 shape_base, I32 sp_base, F64 wf64,
          I32 wi32, I64 wi64))
 {
@@ -181,7 +181,7 @@ CLOSURE_AS(430, int, (int d0, int dim, int shape_base, I32 wi32),
 CLOSURE(435, void,
         (I32 cconst, I32 code, I32 codeptr, I32 cof_base, int d0, I32 d1s, int d2, int n,
          I32 ncodeatom, I32 nidxs_base, bool outcode, I32 ptr_base, int rcconst_base,
-         int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64,
+         int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64,
          int rnidxs_base, int rptr_base, F64 wf64, I32 wi32, I64 wi64))
 {
     const auto operands = OPERAND_LIST();
@@ -196,13 +196,13 @@ CLOSURE(435, void,
     }
 }
 
-CLOSURE_AS(434, void, (int nd, I32 ri32, int rshape_base, int shape_base, I32 wi32),
+CLOSURE_AS(434, void, (int nd, I32Out ri32, int rshape_base, int shape_base, I32 wi32),
            copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base)))
 
 CLOSURE_AS(432, int, (int acc, I32 d1s, int n), sum_n(acc, d1s, n))
 
 /// Start of each operand along the dimension; offset[0] is the host's.
-CLOSURE(431, void, (I32 d1s, int n, I32 offset))
+CLOSURE(431, void, (I32 d1s, int n, I32Out offset))
 {
     for (int64_t i = 1; i < n; ++i) offset[i] = offset[i - 1] + d1s[i - 1];
 }
@@ -247,6 +247,6 @@ CLOSURE(427, results(bool, bool),
     return {alldense, mismatch};
 }
 
-CLOSURE_AS(426, void, (int nd, I32 shape, I32 shape_), copy_n(shape_, nd, shape))
+CLOSURE_AS(426, void, (int nd, I32Out shape, I32 shape_), copy_n(shape_, nd, shape))
 
 } // namespace fragments

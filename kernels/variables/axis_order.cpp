@@ -11,7 +11,7 @@ namespace {
 
 /// Dense matrix of `shape`, row-major, read column by column.
 template <class S>
-void transpose_dense(I64<S> list, I32<S> shape, I64<S> transposed)
+void transpose_dense(I64<S> list, I32<S> shape, I64Out<S> transposed)
 {
     int64_t pos = 0;
     const int64_t columns = shape[1];
@@ -23,13 +23,14 @@ void transpose_dense(I64<S> list, I32<S> shape, I64<S> transposed)
 
 /// Counting sort of the pattern by column, stable, so that rows ascend within a column.
 template <class S>
-void transpose_sparse(I64<S> list, I64<S> sparsity, I32<S> shape, I64<S> transposed, I64<S> sp)
+void transpose_sparse(I64<S> list, I64<S> sparsity, I32<S> shape, I64Out<S> transposed,
+                      I64Out<S> sp)
 {
     const int64_t rows = shape[0];
     const int64_t columns = shape[1];
     const int64_t n = sparsity.length();
     const Scratch<int32_t> counts(columns + 1);
-    const I32<Contiguous> ptr(counts.data(), {}, counts.length(), "scratch");
+    const I32Out<Contiguous> ptr(counts.data(), {}, counts.length(), "scratch");
     count_keys(
         n, [&](int64_t t) { return sparsity[t] % columns; }, ptr);
     running_sum(ptr, columns);
@@ -62,7 +63,7 @@ void for_each_permuted(int nd, int n, I32<S> perm, I64<S> pstrides, I32<S> shape
 
 /// Transposition of a matrix, in as many steps as elements are stored, and for a sparse one as many
 /// more as there are columns. `sp` is written only with a pattern, and ascends as `sparsity` does.
-CLOSURE(170, void, (I64 basevar_nativeidxs, I64 idxs, I32 shape, I64 sp, I64 sparsity))
+CLOSURE(170, void, (I64 basevar_nativeidxs, I64Out idxs, I32 shape, I64Out sp, I64 sparsity))
 {
     if (sparsity.given())
         transpose_sparse(basevar_nativeidxs, sparsity, shape, idxs, sp);
@@ -71,14 +72,15 @@ CLOSURE(170, void, (I64 basevar_nativeidxs, I64 idxs, I32 shape, I64 sp, I64 spa
 }
 
 /// The `n` indexes of a dense variable, each at its place in the permuted shape.
-CLOSURE(208, void, (I64 nativeidxs, int nd, int n, I32 perm, I64 pstrides, I64 residxs, I32 shape))
+CLOSURE(208, void,
+        (I64 nativeidxs, int nd, int n, I32 perm, I64 pstrides, I64Out residxs, I32 shape))
 {
     for_each_permuted(nd, n, perm, pstrides, shape,
                       [&](int64_t t, int32_t q) { residxs[q] = nativeidxs[t]; });
 }
 
 /// The place of each of the first `n` positions in the permuted shape.
-CLOSURE(209, void, (int nd, int n, I32 perm, I64 pstrides, I64 ressp, I32 shape))
+CLOSURE(209, void, (int nd, int n, I32 perm, I64 pstrides, I64Out ressp, I32 shape))
 {
     for_each_permuted(nd, n, perm, pstrides, shape, [&](int64_t t, int32_t q) { ressp[t] = q; });
 }

@@ -12,8 +12,8 @@ namespace fragments {
 /// Along a new first dimension; `span` is the number of positions of the source. The result
 /// ascends.
 CLOSURE(214, int,
-        (long long span, int pos, int copies, int n, I64 rnativeidxs, I64 rsp, I64 tnativeidxs,
-         I64 tsp))
+        (long long span, int pos, int copies, int n, I64Out rnativeidxs, I64Out rsp,
+         I64 tnativeidxs, I64 tsp))
 {
     for (int64_t k = 0; k < copies; ++k) {
         const auto places = rsp.from(pos);
@@ -28,7 +28,8 @@ CLOSURE(214, int,
 }
 
 /// Along a new last dimension. The result ascends.
-CLOSURE(215, int, (int pos, int copies, int n, I64 rnativeidxs, I64 rsp, I64 tnativeidxs, I64 tsp))
+CLOSURE(215, int,
+        (int pos, int copies, int n, I64Out rnativeidxs, I64Out rsp, I64 tnativeidxs, I64 tsp))
 {
     for (int64_t i = 0; i < n; ++i)
         for (int64_t k = 0; k < copies; ++k) {
@@ -43,7 +44,7 @@ CLOSURE(215, int, (int pos, int copies, int n, I64 rnativeidxs, I64 rsp, I64 tna
 /// index of the source has the strides `st_q` before the dimension and `st_m` in it, one of the
 /// result `rst_q` and `inner`. The result is still to be sorted (dimension_sort.cpp).
 CLOSURE(216, int,
-        (int ext, int inner, int pos, int copies, int n, int rst_q, I64 rnativeidxs, I64 rsp,
+        (int ext, int inner, int pos, int copies, int n, int rst_q, I64Out rnativeidxs, I64Out rsp,
          int st_q, int st_m, I64 tnativeidxs, I64 tsp))
 {
     for (int64_t i = 0; i < n; ++i)
@@ -60,7 +61,7 @@ CLOSURE(216, int,
 /// `pos` on, into a list of strides (rst_outer, rst_b, 1). Returns the place behind what it has
 /// read.
 CLOSURE(224, int,
-        (int nouter, int ext, int inner, int pos, int copies, I64 rnativeidxs, int rst_outer,
+        (int nouter, int ext, int inner, int pos, int copies, I64Out rnativeidxs, int rst_outer,
          int rst_b, I64 tnativeidxs))
 {
     for (int64_t a = 0; a < nouter; ++a)

@@ -21,7 +21,7 @@ namespace {
 /// has no carry, so the walk ends by the count. `nd` is at least 1.
 template <class T, class S>
 void slice_dense(Array<T, S> list, I32<S> first, I32<S> last, int nd, I32<S> shape,
-                 Array<T, S> slice, int n)
+                 ArrayOut<T, S> slice, int n)
 {
     if (n < 1) return;
     const Scratch<int32_t> stride(nd);
@@ -51,8 +51,8 @@ void slice_dense(Array<T, S> list, I32<S> first, I32<S> last, int nd, I32<S> sha
 /// Calls `entry(t)` for each entry t of the pattern that lies in the box. `key` holds the entry's
 /// subscripts then, and those of the last entry at the end.
 template <class S, class Entry>
-void for_each_in_box(I32<S> first, I32<S> key, I32<S> last, int nd, I32<S> shape, I64<S> sparsity,
-                     Entry entry)
+void for_each_in_box(I32<S> first, I32Out<S> key, I32<S> last, int nd, I32<S> shape,
+                     I64<S> sparsity, Entry entry)
 {
     for (int64_t t = 0; t < sparsity.length(); ++t) {
         key[0] = static_cast<int32_t>(unravel(sparsity[t], shape, nd, key));
@@ -71,7 +71,7 @@ CLOSURE_AS(182, long long, (I32 step, long long init, I64 strides),
            dot_n(init, step, strides, step.length()))
 
 /// The `n` entries of a line through a variable, from linear position `first` on.
-CLOSURE(183, void, (I64 basevar_nativeidxs, int n, I64 residxs, long long first, long long step))
+CLOSURE(183, void, (I64 basevar_nativeidxs, int n, I64Out residxs, long long first, long long step))
 {
     for (int64_t i = 0; i < n; ++i) residxs[i] = basevar_nativeidxs[first + i * step];
 }
@@ -81,7 +81,7 @@ CLOSURE_AS(184, int, (I32 first, I32 last, int nd, int init), box_size(init, fir
 CLOSURE_AS(259, int, (I32 firsta, I32 lasta, int nd, int init), box_size(init, firsta, lasta, nd))
 
 /// Sizes the slice of a sparse variable: `count` plus the entries of the pattern in the box.
-CLOSURE(185, int, (I32 first, I32 key, I32 last, int nd, int count, I32 shape, I64 sparsity))
+CLOSURE(185, int, (I32 first, I32Out key, I32 last, int nd, int count, I32 shape, I64 sparsity))
 {
     for_each_in_box(first, key, last, nd, shape, sparsity, [&](int64_t) { ++count; });
     return count;
@@ -91,8 +91,8 @@ CLOSURE(185, int, (I32 first, I32 key, I32 last, int nd, int count, I32 shape, I
 /// box, and its linear index within the box, of `sliceshape`, in 32 bits. The entries keep their
 /// order, so `sp` ascends strictly as `sparsity` does. Returns the slot behind the last.
 CLOSURE(186, int,
-        (I64 basevar_nativeidxs, I32 first, int pos, I64 idxs, I32 key, I32 last, int nd, I32 shape,
-         I32 sliceshape, I64 sp, I64 sparsity))
+        (I64 basevar_nativeidxs, I32 first, int pos, I64Out idxs, I32Out key, I32 last, int nd,
+         I32 shape, I32 sliceshape, I64Out sp, I64 sparsity))
 {
     for_each_in_box(first, key, last, nd, shape, sparsity, [&](int64_t t) {
         idxs[pos] = basevar_nativeidxs[t];
@@ -106,7 +106,8 @@ CLOSURE(186, int,
 
 /// Slice of a dense variable; `n` is the size of the box.
 CLOSURE_AS(187, void,
-           (I64 basevar_nativeidxs, I32 first, I32 last, int nd, I32 shape, I64 sliceidxs, int n),
+           (I64 basevar_nativeidxs, I32 first, I32 last, int nd, I32 shape, I64Out sliceidxs,
+            int n),
            slice_dense(basevar_nativeidxs, first, last, nd, shape, sliceidxs, n))
 
 /// Linear position of the subscripts `idxa`, added to `init`, in 32 bits.
@@ -114,7 +115,7 @@ CLOSURE_AS(258, int, (I32 idxa, int init, int nd, I64 strides), dot_n(init, idxa
 
 /// Slice of a constraint's row codes; `n` is the size of the box.
 CLOSURE_AS(260, void,
-           (I32 con_nativeidxs, I32 firsta, I32 lasta, int nd, I32 shape, I32 sliceidxs, int n),
+           (I32 con_nativeidxs, I32 firsta, I32 lasta, int nd, I32 shape, I32Out sliceidxs, int n),
            slice_dense(con_nativeidxs, firsta, lasta, nd, shape, sliceidxs, n))
 
 } // namespace fragments

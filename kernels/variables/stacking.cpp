@@ -12,7 +12,7 @@ namespace fragments {
 
 /// Adds `delta`, the linear index of the part's first position, to the entries of one part, which
 /// stand from place `pos` on. Returns the place behind them.
-CLOSURE(235, int, (int part, int pos, long long delta, I32 numnz, I64 rsp))
+CLOSURE(235, int, (int part, int pos, long long delta, I32 numnz, I64Out rsp))
 {
     const int n = numnz[part];
     const auto entries = rsp.from(pos);
@@ -24,7 +24,7 @@ CLOSURE(235, int, (int part, int pos, long long delta, I32 numnz, I64 rsp))
 /// dimension part o has sdims[o] positions, from offset[o] on, and the stack `rext`. `inner` is the
 /// product of the extents behind it. Returns the place behind the last part.
 CLOSURE(238, int,
-        (int rext, int inner, int pos, int nparts, I32 numnz, I32 offset, I64 rsp, I32 sdims))
+        (int rext, int inner, int pos, int nparts, I32 numnz, I32 offset, I64Out rsp, I32 sdims))
 {
     for (int64_t o = 0; o < nparts; ++o) {
         const int n = numnz[o];
@@ -38,7 +38,7 @@ CLOSURE(238, int,
 
 /// Interleaves the first `nlist` lists of row codes, of constraints of shape `resshape` without the
 /// new last dimension, which has an entry for each list.
-CLOSURE(256, void, (I32 con_nativeidxs, int nlist, int nd, I32List nidxlist, I32 resshape))
+CLOSURE(256, void, (I32Out con_nativeidxs, int nlist, int nd, I32List nidxlist, I32 resshape))
 {
     if (nidxlist.length() == 0) return;
     const int64_t total = product(int64_t{1}, resshape, nd);

@@ -18,7 +18,7 @@ namespace {
 
 /// Copies a run to the places from `pos` on. Returns the place behind it.
 template <class S>
-int append_run(I64<S> source, int64_t n, I64<S> target, int pos)
+int append_run(I64<S> source, int64_t n, I64Out<S> target, int pos)
 {
     copy_n(source, n, target.from(pos));
     return pos + static_cast<int>(std::max<int64_t>(n, 0));
@@ -29,7 +29,8 @@ int append_run(I64<S> source, int64_t n, I64<S> target, int pos)
 /// Full square, of shape (nouter, dim, dim, inner) from place `pos` on, of a variable of shape
 /// (nouter, trisize, inner) that holds a triangle in the middle. Returns the place behind it.
 CLOSURE(151, int,
-        (I64 basevar_nativeidxs, int dim, int nouter, int trisize, int inner, I64 nidxs, int pos))
+        (I64 basevar_nativeidxs, int dim, int nouter, int trisize, int inner, I64Out nidxs,
+         int pos))
 {
     for (int64_t a = 0; a < nouter; ++a) {
         const auto triangle = basevar_nativeidxs.from(trisize * a * inner);
@@ -45,7 +46,8 @@ CLOSURE(151, int,
 /// Lower triangle of a dense variable, of shape (pre, triangle, mid, post) from place `pos` on.
 /// Returns the place behind it.
 CLOSURE(159, int,
-        (I64 basevar_nativeidxs, int pre, int dim, int mid, int dim2, int post, int pos, I64 nidxs))
+        (I64 basevar_nativeidxs, int pre, int dim, int mid, int dim2, int post, int pos,
+         I64Out nidxs))
 {
     for (int64_t a = 0; a < pre; ++a)
         for (int64_t i = 0; i < dim; ++i) {
@@ -79,8 +81,8 @@ CLOSURE(163, int, (int dim, int dim2, int count, int stride_i, int stride_j, I64
 /// (pre, triangle, mid, post); and the identity in the first `n` entries of `perm`. Returns the
 /// place behind the last.
 CLOSURE(164, int,
-        (I64 basevar_nativeidxs, int dim, int mid, int dim2, int post, int pos, int n, I64 perm,
-         I64 rnidxs, int rst_pre, int rst_tri, int rst_mid, int rst_post, I64 rsp, int st_pre,
+        (I64 basevar_nativeidxs, int dim, int mid, int dim2, int post, int pos, int n, I64Out perm,
+         I64Out rnidxs, int rst_pre, int rst_tri, int rst_mid, int rst_post, I64Out rsp, int st_pre,
          int st_i, int st_mid, int st_j, int st_post, I64 sparsity))
 {
     for (int64_t t = 0; t < sparsity.length(); ++t) {
@@ -97,14 +99,14 @@ CLOSURE(164, int,
     return pos;
 }
 
-CLOSURE_AS(165, void, (int n, I64 nidxs, I64 perm, I64 rnidxs), gather_n(rnidxs, n, perm, nidxs))
-CLOSURE_AS(166, void, (int n, I64 perm, I64 rsp, I64 sp), gather_n(rsp, n, perm, sp))
+CLOSURE_AS(165, void, (int n, I64Out nidxs, I64 perm, I64 rnidxs), gather_n(rnidxs, n, perm, nidxs))
+CLOSURE_AS(166, void, (int n, I64 perm, I64 rsp, I64Out sp), gather_n(rsp, n, perm, sp))
 
 /// Full square of a semidefinite variable. `nativeidxs` lists the entries of the element table, the
 /// lower triangle column by column for each (a, m); `residxs` gets their native indexes, the
 /// complements, at both mirror positions by the strides told, of which the last is 1.
 CLOSURE(201, void,
-        (int pre, int dim, int mid, int dim2, int post, I64 nativeidxs, I64 residxs, int st_pre,
+        (int pre, int dim, int mid, int dim2, int post, I64 nativeidxs, I64Out residxs, int st_pre,
          int st_first, int st_mid, int st_second))
 {
     int64_t pos = 0;
