@@ -1,6 +1,6 @@
 """Directives for the pages of the reference, made from the declarations and recorded calls.
 
-    .. closures:: 482-476, 580        the entries of these closures, in this order
+    .. closures:: 482-476, 580        the entries of these closures, in the order of their sources
     .. chain:: 482? 476 477 reserve 479
        :when: sparse M, sparse E      the order of calls, and below it what the host does
 
@@ -120,10 +120,11 @@ class Closures(Directive):
                 self.warn("closure %d has no comment" % number)
             elif other != self.env.docname or numbers.count(number) > 1:
                 self.warn("closure %d stands here and in %s" % (number, other))
-        lines = []
-        for group in grouped(DECLARATIONS[n] for n in numbers if n in DECLARATIONS):
-            lines += self.entry(group)
-        return self.parsed(lines)
+        found = [DECLARATIONS[n] for n in numbers if n in DECLARATIONS]
+        # A comment may refer to the one above it, so what stands in one source keeps its order.
+        paths = list(dict.fromkeys(d.path for d in found))
+        found.sort(key=lambda d: (paths.index(d.path), d.line))
+        return self.parsed([line for group in grouped(found) for line in self.entry(group)])
 
     def entry(self, group):
         indent = " " * len(".. py:function:: ")

@@ -20,4 +20,5 @@ html_title = "fragments " + version
 html_static_path = ["static"]
 html_css_files = ["reference.css"]
 html_copy_source = False
+html_show_copyright = False
 add_module_names = False
