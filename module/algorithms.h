@@ -1,8 +1,11 @@
 #pragma once
 
-/// The loops that recur in the closures. Sources come before targets; a count of 0 or less does
-/// nothing. Elements are taken in ascending order unless a loop says otherwise, and the outcome is
-/// that of the plain loop also where arrays overlap.
+/// The loops that recur in the closures. Arguments stand in this order: a value that is carried on;
+/// the array that is read, or the only one; the count; what chooses among the elements; the array
+/// that is written. In a sort the count comes first, then the functions, then the arrays.
+///
+/// A count of 0 or less does nothing. Elements are taken in ascending order unless a loop says
+/// otherwise, and the outcome is that of the plain loop also where arrays overlap.
 
 #include <algorithm>
 #include <cstdint>
@@ -219,7 +222,8 @@ void place_by_key(int64_t n, Item item, Key key, ArrayOut<P, S> next, ArrayOut<T
 /// The positions themselves as items.
 constexpr auto each_position = [](int64_t i) { return i; };
 
-/// All three steps over `ptr`, of `keys` + 1 entries, which it fills with 0 first.
+/// All three steps over `ptr`, of `keys` + 1 entries, which it fills with 0 first. The items have
+/// to be the positions 0 to n - 1 in some order, as keys are counted by position.
 template <class P, class T, class S, class Item, class Key>
 void counting_sort(int64_t n, Item item, Key key, int64_t keys, ArrayOut<P, S> ptr,
                    ArrayOut<T, S> target)
@@ -318,6 +322,25 @@ template <class KeyA, class KeyB, class Match>
 void for_each_match(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
 {
     merge(a, key_a, b, key_b, [&](const auto&) { match(a.begin++, b.begin++); });
+}
+
+/// Merges two lists of elements by their strictly ascending linear indexes, from the places
+/// list1.begin and list2.begin on: calls `element(in1, in2)` for each distinct index, with whether
+/// it stands in each list, and then steps over it. Reads no index once a list is used up.
+template <class Index1, class Index2, class Element>
+void merge_elements(Range& list1, Index1 index1, Range& list2, Index2 index2, Element element)
+{
+    while (list1.begin < list1.end && list2.begin < list2.end) {
+        const int64_t linear1 = index1(list1.begin);
+        const int64_t linear2 = index2(list2.begin);
+        const bool in1 = linear1 <= linear2;
+        const bool in2 = linear2 <= linear1;
+        element(in1, in2);
+        list1.begin += in1;
+        list2.begin += in2;
+    }
+    for (; list1.begin < list1.end; ++list1.begin) element(true, false);
+    for (; list2.begin < list2.end; ++list2.begin) element(false, true);
 }
 
 } // namespace fragments

@@ -20,6 +20,13 @@ inline int64_t subscript(int64_t linear, int64_t stride, int64_t extent)
     return linear / stride % extent;
 }
 
+/// How many positions from `linear` on, at least one, have the same subscript in a dimension of
+/// this stride. Of a stride that no array has, that is one.
+inline int64_t same_subscript(int64_t linear, int64_t stride)
+{
+    return stride > 0 ? stride - linear % stride : 1;
+}
+
 /// The subscripts of a linear index in all `nd` dimensions, each by its own stride and extent.
 template <class S, class Subscripts>
 void split_linear(int64_t linear, I64<S> strides, I32<S> shape, int64_t nd, Subscripts subscripts)

@@ -1,6 +1,8 @@
 // For the tests only: Buffer, which exports the memory of another object as a buffer of any form,
-// also of forms that no library makes, and counts the views held; and address(object), where the
-// memory of an object's buffer starts.
+// also of forms that no library makes, and counts the views held; address(object), where the memory
+// of an object's buffer starts; and call_without_memory(n, function, arguments), which calls the
+// function while the allocation after n others fails, and returns its result and whether it made so
+// many. (It needs the tests' allocator.)
 //
 //     Buffer(data, format, itemsize, shape, strides, offset=0, readonly=False, hook=None,
 //            shapeless=False, suboffsets=())
@@ -17,6 +19,8 @@
 #include <cstddef>
 
 #include <structmember.h>
+
+extern "C" [[gnu::weak]] long allocations_before_failure;
 
 namespace {
 
@@ -166,6 +170,24 @@ PyObject* address(PyObject*, PyObject* object)
     return PyLong_FromVoidPtr(start);
 }
 
+PyObject* call_without_memory(PyObject*, PyObject* arguments)
+{
+    long before = 0;
+    PyObject* function = nullptr;
+    PyObject* passed = nullptr;
+    if (!PyArg_ParseTuple(arguments, "lOO!", &before, &function, &PyTuple_Type, &passed))
+        return nullptr;
+    if (&allocations_before_failure == nullptr) {
+        PyErr_SetString(PyExc_RuntimeError, "the tests' allocator isn't loaded");
+        return nullptr;
+    }
+    allocations_before_failure = before;
+    PyObject* result = PyObject_CallObject(function, passed);
+    const bool failed = allocations_before_failure < 0;
+    allocations_before_failure = -1;
+    return result == nullptr ? nullptr : Py_BuildValue("NN", result, PyBool_FromLong(failed));
+}
+
 PyObject* make_type()
 {
     static std::array members{
@@ -192,8 +214,10 @@ PyObject* make_type()
 
 extern "C" [[gnu::visibility("default")]] PyObject* PyInit_test_buffers()
 {
-    static std::array functions{PyMethodDef{"address", address, METH_O, nullptr},
-                                PyMethodDef{nullptr, nullptr, 0, nullptr}};
+    static std::array functions{
+        PyMethodDef{"address", address, METH_O, nullptr},
+        PyMethodDef{"call_without_memory", call_without_memory, METH_VARARGS, nullptr},
+        PyMethodDef{nullptr, nullptr, 0, nullptr}};
     static PyModuleDef definition = {PyModuleDef_HEAD_INIT,
                                      "test_buffers",
                                      nullptr,

@@ -2,19 +2,22 @@
 
     python fuzz.py DIRECTORY [--calls 100000] [--seed 0] [--closure N [--trial K]]
 
-The right calls are those that the tests made (see recorder.py), on aligned and on shifted arrays.
-The wrong ones are the same with some arguments changed: they return, or raise what the checked
+The right calls are those that the tests made (see recorder.py), on aligned and on shifted arrays,
+while each allocation fails once, and over and over without a growth of memory. The wrong ones are the same with some arguments changed: they return, or raise what the checked
 build raises; they don't end the process or run on, they write only into elements of arrays that
-they may write, and they keep no view. Each trial has its own random numbers, from the seed, closure
+they may write, and they keep no view and no reference. Each trial has its own random numbers, from the seed, closure
 and number of the trial, which repeat it alone. Exit status 1 says that something else happened.
 """
 
 import argparse
 import collections
 import contextlib
+import ctypes
 import functools
+import itertools
 import mmap
 import os
+import pathlib
 import random
 import resource
 import signal
@@ -24,15 +27,18 @@ import time
 import zlib
 from dataclasses import replace
 
+import test_buffers
 from scripts.declarations import read_declarations
 from recorder import Entries, View, recorded_calls
 from support import MARKER, closure
+from test_buffers import Buffer, call_without_memory
 
 EXPECTED = (IndexError, ZeroDivisionError, OverflowError, MemoryError, BufferError, ValueError)
 # What a trial came to, by the byte that it leaves. All behind `fine` are faults.
 OUTCOMES = ["not run", "returned"] + [kind.__name__ for kind in EXPECTED] + [
-    "ended the process", "ran on", "wrote elsewhere", "kept a view", "other exception",
-    "right call raised", "other result than recorded", "other outcome on shifted arrays"]
+    "ended the process", "ran on", "wrote elsewhere", "kept a view", "kept a reference", "kept memory",
+    "other exception", "right call raised", "other result than recorded",
+    "other outcome on shifted arrays", "other outcome without memory"]
 FAULTS = OUTCOMES[2 + len(EXPECTED) :]
 CODES = {name: code for code, name in enumerate(OUTCOMES)}
 STARTED = 255
@@ -157,49 +163,119 @@ def parted(arguments, memories):
     return apart, memories + own
 
 
-def check(declaration, places, buffers, before, after):
-    """Raises Fault if more has changed than elements of arrays that may be written, or a view is
-    held."""
-    allowed = list(map(bytearray, before))
-    for k, parameter in declaration.arrays:
-        if parameter.is_written and places[k] is not None and allowed != after:
-            write_elements(places[k], allowed, after)
-    if allowed != after:
-        raise Fault("wrote elsewhere")
-    if any(b.views for b in buffers if hasattr(b, "views")):
-        raise Fault("kept a view")
+class Prepared:
+    """A call ready to be made, on copies of the memories which start `shift` bytes later."""
+
+    def __init__(self, declaration, arguments, memories, shift=0):
+        margin = bytes([0xA5]) * MARGIN
+        self.declaration = declaration
+        self.start = MARGIN + shift
+        self.before = [margin + bytes(shift) + bytes(m) + margin for m in memories]
+        self.after = list(map(bytearray, self.before))
+        self.places = [moved(a, self.start) for a in arguments]
+        self.buffers = tuple(a.buffer(self.after) if isinstance(a, (View, Entries)) else a
+                             for a in self.places)
+        self.method = closure(declaration.number)
+        self.references = self.count_references()
+
+    def count_references(self):
+        return [sys.getrefcount(b) for b in self.buffers if isinstance(b, Buffer)]
+
+    def check(self):
+        """Raises Fault if more has changed than elements of arrays that may be written, or
+        something is held."""
+        allowed = list(map(bytearray, self.before))
+        for k, parameter in self.declaration.arrays:
+            if parameter.is_written and self.places[k] is not None and allowed != self.after:
+                write_elements(self.places[k], allowed, self.after)
+        if allowed != self.after:
+            raise Fault("wrote elsewhere")
+        if any(b.views for b in self.buffers if isinstance(b, Buffer)):
+            raise Fault("kept a view")
+        if self.count_references() != self.references:
+            raise Fault("kept a reference")
+
+    def restore(self):
+        for memory, before in zip(self.after, self.before):
+            memory[:] = before
+
+    def contents(self):
+        return [m[self.start :] for m in self.after]
 
 
-def run(declaration, arguments, memories, shift=0):
-    """Result and memories of a call that keeps to the rules, or else a Fault. `memories` stay, the
-    call has copies of them which start `shift` bytes later."""
-    margin = bytes([0xA5]) * MARGIN
-    before = [margin + bytes(shift) + bytes(m) + margin for m in memories]
-    after = list(map(bytearray, before))
-    places = [moved(a, MARGIN + shift) for a in arguments]
-    buffers = [a.buffer(after) if isinstance(a, (View, Entries)) else a for a in places]
+def run(*call):
+    """The result and the memories after a call that keeps to the rules."""
+    prepared = Prepared(*call)
     signal.setitimer(signal.ITIMER_PROF, SECONDS)
     try:
-        result = closure(declaration.number)(*buffers)
+        result = prepared.method(*prepared.buffers)
     finally:
         signal.setitimer(signal.ITIMER_PROF, 0)
-        check(declaration, places, buffers, before, after)
-    return result, [m[MARGIN + shift :] for m in after]
+        prepared.check()
+    return result, prepared.contents()
 
 
-def run_right(rng, declaration, call):
+class Whole(int):
+    """Arguments with such a number aren't ordinary ones, which the frame takes directly."""
+
+
+def run_without_memory(prepared, expected):
+    """Makes the call again and again, and each time another allocation fails. It raises
+    MemoryError, or finds another way."""
+    failed = True
+    for n in itertools.count():
+        if not failed:
+            return
+        prepared.restore()
+        with contextlib.suppress(MemoryError):
+            result, failed = call_without_memory(n, prepared.method, prepared.buffers)
+            if (result, prepared.contents()) != expected:
+                raise Fault("other outcome without memory")
+        prepared.check()
+
+
+class AllocatorInformation(ctypes.Structure):
+    _fields_ = [(name, ctypes.c_size_t) for name in (
+        "arena", "ordblks", "smblks", "hblks", "hblkhd", "usmblks", "fsmblks", "uordblks",
+        "fordblks", "keepcost")]
+
+
+information = ctypes.CDLL(None).mallinfo2
+information.restype = AllocatorInformation
+
+
+def run_often(prepared, times):
+    """Makes the call so often that what it kept of memory each time would show."""
+    for count in (20, times):  # the first ones fill the interpreter's free lists
+        used = information().uordblks
+        for _ in range(count):
+            prepared.restore()
+            prepared.method(*prepared.buffers)
+        used = information().uordblks - used
+    if used > 8 * times + 1000:
+        raise Fault("kept memory")
+    prepared.check()
+
+
+def run_right(rng, declaration, call, times):
     memories = list(map(decompressed, call.memories))
     try:
         outcome = run(declaration, call.arguments, memories)
         shifted = run(declaration, call.arguments, memories, rng.choice((1, 2, 3)))
     except EXPECTED:
         raise Fault("right call raised") from None
-    if repr(outcome[0]) != repr(call.result):
+    if outcome[0] != call.result:
         raise Fault("other result than recorded")
-    if repr(outcome) != repr(shifted):
+    if outcome != shifted:
         raise Fault("other outcome on shifted arrays")
     with contextlib.suppress(EXPECTED):  # it may have needed the arrays that were one
         run(declaration, *parted(call.arguments, memories))
+    whole = [Whole(a) if type(a) is int else a for a in call.arguments]
+    for arguments in (call.arguments, whole):
+        prepared = Prepared(declaration, arguments, memories)
+        run_without_memory(prepared, outcome)
+        if times > 0:
+            run_often(prepared, times)
 
 
 def run_wrong(rng, declaration, call, show):
@@ -217,10 +293,11 @@ class Trials:
     """`count` trials of each closure: right calls up to a quarter, else wrong ones. What they came
     to stands in memory that the processes share."""
 
-    def __init__(self, calls, numbers, count, seed):
+    def __init__(self, calls, numbers, count, times, seed):
         self.calls = calls
         self.declarations = [d for d in read_declarations() if d.number in numbers]
         self.count = count
+        self.times = times
         self.seed = seed
         self.size = len(self.declarations) * count
         self.codes = memoryview(mmap.mmap(-1, self.size))
@@ -243,7 +320,7 @@ class Trials:
         right = self.right_call(number, trial)
         try:
             if right:
-                run_right(rng, declaration, right)
+                run_right(rng, declaration, right, self.times if trial == 0 else 0)
             else:
                 run_wrong(rng, declaration, rng.choice(self.calls[number]), show)
         except Fault as fault:
@@ -320,6 +397,14 @@ def show_call(declaration, arguments, memories):
     sys.stdout.flush()
 
 
+def load_allocator():
+    """Starts this program anew with the tests' allocator, unless it has that one."""
+    library = pathlib.Path(test_buffers.__file__).with_name("test_allocator.so")
+    if "LD_PRELOAD" not in os.environ:
+        environment = {"LD_PRELOAD": str(library), "PYTHONMALLOC": "malloc", **os.environ}
+        os.execve(sys.executable, [sys.executable] + sys.argv, environment)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("directory", help="where the recorded calls lie")
@@ -328,13 +413,15 @@ def main():
     parser.add_argument("--closure", type=int, help="this one alone")
     parser.add_argument("--trial", type=int, help="this one alone, in this process")
     options = parser.parse_args()
+    load_allocator()
     calls = recorded_calls(options.directory)
     never = [d.number for d in read_declarations() if not calls.get(d.number)]
     if never:
         sys.exit("%s: no calls of %s are recorded; run the tests of the checked build first"
                  % (options.directory, ", ".join(map(str, never))))
     numbers = set(calls) if options.closure is None else {options.closure}
-    trials = Trials(calls, numbers, -(-options.calls // len(calls)), options.seed)
+    count = -(-options.calls // len(calls))
+    trials = Trials(calls, numbers, count, 5 * count, options.seed)
     if options.trial is not None:
         print(trials.attempt(options.trial, show_call))
         return

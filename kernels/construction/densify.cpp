@@ -6,8 +6,8 @@
 
 namespace fragments {
 
-/// Copies shape, terms and programs, and makes `ptr` for `rnelem` elements: of a sparse operand,
-/// the positions that it doesn't store get no terms.
+/// densify: copies shape, terms and programs, entry 0 of `codeptr` included, and writes `ptr` for
+/// `rnelem` elements: of a sparse operand, the positions that it doesn't store get no terms.
 CLOSURE(555, void,
         (int cconst_base, int code_base, int codeptr_base, int cof_base, bool hassp, int ncodeatom,
          int nd, int nelem, int nidxs_base, int nnz, int ptr_base, int rcconst_base, int rcode_base,
@@ -18,7 +18,13 @@ CLOSURE(555, void,
     const auto operand = STACKED_OPERAND();
     const auto r = STACKED_RESULT();
     copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base));
-    copy_all_terms(operand, nnz, ncodeatom, r);
+    copy_n(operand.nidxs, nnz, r.nidxs);
+    copy_n(operand.cof, nnz, r.cof);
+    if (ncodeatom > 0) {
+        copy_n(operand.codeptr, int64_t{nnz} + 1, r.codeptr);
+        copy_n(operand.code, ncodeatom, r.code);
+        copy_n(operand.cconst, ncodeatom, r.cconst);
+    }
     if (!hassp) {
         copy_n(operand.ptr, int64_t{rnelem} + 1, r.ptr);
         return;

@@ -6,6 +6,7 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
+#include "division.h"
 #include "five_dimensional_view.h"
 #include "stacked_expression.h"
 
@@ -23,13 +24,18 @@ void for_each_element(const Extents& d, bool hassp, int nelem, I64<S> sp, Visit 
         return;
     }
     for (int e = 0; e < nelem; ++e) {
-        const int64_t j = sp[e] / d[4] % d[3];
-        const int64_t i = sp[e] / (d[2] * d[3] * d[4]) % d[1];
+        const int64_t j = remainder(quotient(sp[e], d[4]), d[3]);
+        const int64_t i = remainder(quotient(sp[e], d[2] * d[3] * d[4]), d[1]);
         visit(e, i == j);
     }
 }
 
 } // namespace
+
+/// A shape without axis `n`, in two parts: the extents before it, and those behind it.
+CLOSURE_AS(538, void, (int n, I32Out r, I32 shape), copy_n(shape, n, r))
+CLOSURE_AS(539, void, (int n, I32Out r, I32 shape),
+           copy_n(shape.from(int64_t{n} + 1), shape.length() - 1 - n, r.from(n)))
 
 /// d0, d2 and d4 of the view, each times what comes in.
 CLOSURE_AS(540, long long, (long long d0, int shape_base, I32 wi32, int xdim),
@@ -39,7 +45,7 @@ CLOSURE_AS(541, long long, (long long d2, int shape_base, I32 wi32, int xdim, in
 CLOSURE_AS(542, long long, (long long d4, int nd, int shape_base, I32 wi32, int ydim),
            product_behind(d4, wi32.from(shape_base), ydim, nd))
 
-/// Scales the coefficients off the diagonal in place.
+/// Scales the coefficients off the diagonal in place, on the r stack.
 CLOSURE(543, void,
         (long long d0, long long d1, long long d2, long long d3, long long d4, bool hassp,
          int nelem, int rcof_base, F64Out rf64, I32 ri32, int rptr_base, double scale, int sp_base,
@@ -74,18 +80,10 @@ CLOSURE(544, void,
                          const double factor = on_diagonal ? 1.0 : scale;
                          const int end = operand.ptr[e + 1];
                          for (r.nnzi = operand.ptr[e]; r.nnzi < end;) {
-                             r.append_program(operand, r.nnzi);
-                             r.append_atom(op_const, factor);
-                             r.append_opcode(op_mul);
+                             r.append_scaled_program(operand, r.nnzi, factor);
                              r.close_coded_term();
                          }
                      });
 }
-
-// A shape without axis `n`, in two parts.
-
-CLOSURE_AS(538, void, (int n, I32Out r, I32 shape), copy_n(shape, n, r))
-CLOSURE_AS(539, void, (int n, I32Out r, I32 shape),
-           copy_n(shape.from(int64_t{n} + 1), shape.length() - 1 - n, r.from(n)))
 
 } // namespace fragments

@@ -7,7 +7,6 @@
 // the elements by linear index, and the elements by mirrored index, in the order of a permutation
 // that a radix sort makes (561 to 563). The result of a sparse operand is sparse.
 
-#include <algorithm>
 #include <utility>
 
 #include "algorithms.h"
@@ -30,49 +29,35 @@ struct MirroredOrder
 };
 
 /// Merges both orders, from places i1 and i2 on. For each index that occurs calls `halve` with each
-/// element that comes to lie there, or `copy` with the element if it is its own mirror, and then
-/// `close(index)`.
+/// element that comes to lie there, its own one first, or `copy` with the element if it is its own
+/// mirror, and then `close(index)`.
 template <class S, class Halve, class Copy, class Close>
 void merge_with_mirror(const MirroredOrder<S>& order, int& i1, int& i2, Halve halve, Copy copy,
                        Close close)
 {
     const auto& [nelem, sp, mirrored, perm] = order;
-    while (i1 < nelem && i2 < nelem) {
-        const int p = perm[i2];
-        const int64_t own = sp[i1];
-        const int64_t mirror = mirrored[p];
-        if (own < mirror) {
-            halve(i1++);
-            close(own);
-        } else if (mirror < own) {
-            halve(p);
-            close(mirror);
-            ++i2;
-        } else {
-            if (p == i1) {
+    Range own{i1, nelem};
+    Range mirror{i2, nelem};
+    merge_elements(
+        own, [&](int64_t q) { return sp[q]; }, mirror, [&](int64_t k) { return mirrored[perm[k]]; },
+        [&](bool in_own, bool in_mirror) {
+            const int64_t q = own.begin;
+            const int64_t p = in_mirror ? perm[mirror.begin] : -1;
+            if (in_own && p == q) {
                 copy(p);
             } else {
-                halve(i1);
-                halve(p);
+                if (in_own) halve(q);
+                if (in_mirror) halve(p);
             }
-            close(own);
-            ++i1;
-            ++i2;
-        }
-    }
-    for (; i1 < nelem; ++i1) {
-        halve(i1);
-        close(sp[i1]);
-    }
-    for (; i2 < nelem; ++i2) {
-        const int p = perm[i2];
-        halve(p);
-        close(mirrored[p]);
-    }
+            close(in_own ? sp[q] : mirrored[p]);
+        });
+    i1 = static_cast<int>(own.begin);
+    i2 = static_cast<int>(mirror.begin);
 }
 
 } // namespace
 
+/// The largest of `maxd` and the extents.
 CLOSURE_AS(556, int, (int maxd, int nd, int shape_base, I32 wi32),
            greatest(maxd, wi32.from(shape_base), nd))
 
@@ -87,6 +72,7 @@ CLOSURE_AS(559, void, (I32Out dim, int dim2, int nd, int shape_base, I32 wi32),
 /// stride[3] down to stride[0] of the view, in 64 bits; stride[4] is the host's.
 CLOSURE_AS(560, void, (I32 dim, I64Out stride), row_major_strides(dim, 5, stride))
 
+/// The identity permutation.
 CLOSURE_AS(561, void, (int curperm_base, int nelem, I32Out xi32),
            iota_n(xi32.from(curperm_base), nelem))
 
@@ -138,11 +124,12 @@ CLOSURE(564, results(int, int, int),
     int i1 = 0;
     int i2 = 0;
     merge_with_mirror(
-        order, i1, i2, [&](int q) { sizes.add_scaled(e, q, coded); },
-        [&](int q) { sizes.add(e, q, coded); }, [&](int64_t) { ++sizes.rnelem; });
+        order, i1, i2, [&](int64_t q) { sizes.add_scaled(e, q, coded); },
+        [&](int64_t q) { sizes.add(e, q, coded); }, [&](int64_t) { ++sizes.rnelem; });
     return {sizes.rncodeatom, sizes.rnelem, static_cast<int>(sizes.rnnz)};
 }
 
+/// Copies the shape.
 CLOSURE_AS(565, void, (int nd, I32Out ri32, int rshape_base, int shape_base, I32 wi32),
            copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base)))
 
@@ -162,8 +149,9 @@ CLOSURE(566, results(int, int, int, int, int),
     for_code(rncodeatom != 0, [&]<bool coded> {
         const Code form = coded ? Code::scaled : Code::none;
         merge_with_mirror(
-            order, i1, i2, [&](int q) { r.append_scaled(e, q, 0.5, form); },
-            [&](int q) { r.append(e, q, coded); }, [&](int64_t index) { r.close_element(index); });
+            order, i1, i2, [&](int64_t q) { r.append_scaled(e, q, 0.5, form); },
+            [&](int64_t q) { r.append(e, q, coded); },
+            [&](int64_t index) { r.close_element(index); });
     });
     return {r.codei, r.elmi, i1, i2, r.nnzi};
 }
@@ -188,6 +176,7 @@ CLOSURE(567, results(int, int),
     return {rncodeatom, rnnz};
 }
 
+/// Copies the shape.
 CLOSURE_AS(568, void, (int nd, I32Out ri32, int rshape_base, int shape_base, I32 wi32),
            copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base)))
 

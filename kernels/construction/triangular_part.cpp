@@ -48,6 +48,12 @@ CLOSURE_AS(547, void, (I32Out dim, int nd, int shape_base, I32 wi32, int ydim),
 /// stride[3] down to stride[0] of the view, in 32 bits; stride[4] is the host's.
 CLOSURE_AS(548, void, (I32 dim, I32Out stride), row_major_strides(dim, 5, stride))
 
+/// (flag as it is, `rnelem` times the first `count` extents).
+CLOSURE(554, results(bool, int), (int count, bool flag, int rnelem, int shape_base, I32 wi32))
+{
+    return {flag, product(rnelem, wi32.from(shape_base), count)};
+}
+
 /// Sizes of the result: adds the terms and atoms in the triangle to (rncodeatom, rnnz).
 CLOSURE(549, results(int, int),
         (int codeptr_base, I32 dim, bool hassp, int ncodeatom, int nelem, int ptr_base,
@@ -69,12 +75,14 @@ CLOSURE(549, results(int, int),
     return {sizes.rncodeatom, static_cast<int>(sizes.rnnz)};
 }
 
+/// Copies the shape.
 CLOSURE_AS(550, void, (int nd, I32Out ri32, int rshape_base, int shape_base, I32 wi32),
            copy_n(wi32.from(shape_base), nd, ri32.from(rshape_base)))
 
 /// The result's `sp` for the lower triangle, from entry `n` on, ascending. Returns the next n.
 CLOSURE_AS(551, int, (I32 dim, int n, I64Out ri64, int rsp_base, I32 stride),
            list_positions(true, dim, stride, n, ri64.from(rsp_base)))
+
 /// The same for the upper triangle.
 CLOSURE_AS(552, int, (I32 dim, int n, I64Out ri64, int rsp_base, I32 stride),
            list_positions(false, dim, stride, n, ri64.from(rsp_base)))
@@ -113,12 +121,6 @@ CLOSURE(553, results(int, int),
         });
     close_up_to(count);
     return {r.codei, r.nnzi};
-}
-
-/// (flag as it is, `rnelem` times the first `count` extents).
-CLOSURE(554, results(bool, int), (int count, bool flag, int rnelem, int shape_base, I32 wi32))
-{
-    return {flag, product(rnelem, wi32.from(shape_base), count)};
 }
 
 } // namespace fragments

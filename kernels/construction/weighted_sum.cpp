@@ -105,6 +105,7 @@ void scatter(const OperandList<S>& operands, bool anycode, int k, I32<S> nelem, 
 
 } // namespace
 
+/// Whether `sameshape`, and all operands have the shape of operand 0.
 CLOSURE(509, bool, (int n, I32 nd, bool sameshape, I32 shape_base, I32 wi32))
 {
     for (int k = 1; sameshape && k < n; ++k) {
@@ -115,6 +116,7 @@ CLOSURE(509, bool, (int n, I32 nd, bool sameshape, I32 shape_base, I32 wi32))
     return sameshape;
 }
 
+/// Whether `anycode`, or some operand has parameter code.
 CLOSURE_AS(510, bool, (bool anycode, int n, I32 ncodeatom), has_code(anycode, n, ncodeatom))
 
 /// Sizes of the scatter path: (rncodeatom, rnnz), added to.
@@ -142,9 +144,11 @@ CLOSURE(513, void, (I32 nd, I32Out ri32, int rshape_base, I32 shape_base, I32 wi
     if (nd[0] > 0) copy_n(wi32.from(shape_base[0]), nd[0], ri32.from(rshape_base));
 }
 
+/// Zeroes the result's `ptr`, to count terms in.
 CLOSURE_AS(514, void, (I32Out ri32, int rnelem, int rptr_base),
            fill_n(ri32.from(rptr_base), int64_t{rnelem} + 1, 0))
 
+/// Zeroes the counters of atoms if the result has code.
 CLOSURE(515, void, (int rncodeatom, int rnelem, int xcode_base, I32Out xi32))
 {
     if (rncodeatom > 0) fill_n(xi32.from(xcode_base), int64_t{rnelem} + 1, 0);
@@ -168,9 +172,11 @@ CLOSURE(517, void,
                    xi32.from(xcode_base), [](int e) { return e; });
 }
 
+/// Counts of terms become offsets.
 CLOSURE_AS(518, void, (I32Out ri32, int rnelem, int rptr_base),
            running_sum(ri32.from(rptr_base), rnelem))
 
+/// Counts of atoms become offsets if the result has code.
 CLOSURE(519, void, (int rncodeatom, int rnelem, int xcode_base, I32Out xi32))
 {
     if (rncodeatom > 0) running_sum(xi32.from(xcode_base), rnelem);
@@ -199,6 +205,7 @@ CLOSURE(521, void,
             [](int e) { return e; });
 }
 
+/// Cursors of terms become `ptr` again; entry 0 is the host's.
 CLOSURE_AS(522, void, (I32Out ri32, int rnelem, int rptr_base),
            shift_up(ri32.from(rptr_base), rnelem))
 

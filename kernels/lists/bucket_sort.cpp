@@ -2,6 +2,7 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
+#include "division.h"
 #include "scratch.h"
 
 namespace fragments {
@@ -18,7 +19,7 @@ CLOSURE(103, void, (int d0, int d1, int d2, I64Out perm, I64Out ptrb, I64 val))
     const auto inner = static_cast<uint64_t>(d2);
     const auto key = [&](int64_t p) {
         const auto linear = static_cast<uint64_t>(val[p]);
-        return static_cast<int64_t>(linear / block * inner + linear % inner);
+        return static_cast<int64_t>(quotient(linear, block) * inner + remainder(linear, inner));
     };
     const int64_t keys = int64_t{d0} * d2;
     fill_n(ptrb, keys + 1, 0);

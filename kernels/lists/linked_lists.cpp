@@ -48,11 +48,14 @@ int copy_run(int item, I32<S> next, int nitem, I32Out<S> run)
 
 } // namespace
 
+/// Links slots to a chain: `first` to `last` - 1, or the first `n`. Only the inner links are
+/// written: `prev` of the first slot and `next` of the last are the host's.
 CLOSURE_AS(645, void, (int first, int last, I32Out next, I32Out prev),
            link_chain(first, last, next, prev))
 CLOSURE_AS(639, void, (int n, I32Out next, I32Out prev), link_chain(0, n, next, prev))
 
-/// Last slot of the run of `nitem` slots that starts at `item`.
+/// Last slot of the run of `nitem` slots that starts at `item`; `item` itself if that are less than
+/// two.
 CLOSURE_AS(644, int, (int item, I32 next, int nitem), walk(item, next, int64_t{nitem} - 1))
 
 /// The same, and the greatest of `maxitem` and the slots of the run but the first.
@@ -64,11 +67,12 @@ CLOSURE(643, results(int, int), (int item, int maxitem, I32 next, int nitem))
 }
 
 /// Lists the run of `nitem` slots from `item` on in `target`, from place `pos` on. The link of the
-/// run's last slot is followed too; 641 returns where it leads.
+/// run's last slot is followed too.
 CLOSURE(642, void, (int item, I32 next, int nitem, int pos, I32Out target))
 {
     copy_run(item, next, nitem, target.from(pos));
 }
+/// The same; returns the slot behind the run.
 CLOSURE_AS(641, int, (int item, I32 next, int nitem, int pos, I32Out target),
            copy_run(item, next, nitem, target.from(pos)))
 

@@ -5,8 +5,8 @@
 
 namespace fragments {
 
-/// Steps `ndidx` through the box with first[i] <= ndidx[i] < last[i]. Dimension 0 doesn't wrap:
-/// behind the last position ndidx[0] is last[0].
+/// Steps `ndidx` through the box with first[i] <= ndidx[i] < last[i]. The list has an entry for
+/// each dimension; dimension 0 doesn't wrap: behind the last position ndidx[0] is last[0].
 CLOSURE(112, void, (I32 first, I32 last, I32Out ndidx))
 {
     int64_t i = ndidx.length() - 1;
@@ -16,6 +16,11 @@ CLOSURE(112, void, (I32 first, I32 last, I32Out ndidx))
         ++ndidx[i - 1];
     }
 }
+
+/// st[i] = value for i below `n`: the positions of 108 to begin with.
+CLOSURE_AS(109, void, (int n, I64Out st, long long value), fill_n(st, n, value))
+CLOSURE_AS(107, void, (int n, I64Out st, long long value), fill_n(st, n, value))
+CLOSURE_AS(106, void, (int n, I64Out st, long long value), fill_n(st, n, value))
 
 /// Steps the subscripts `ii`, the last dimension first, and the linear positions `st`: st[k] is
 /// where level k began its present turn, and st[0] the present position. Level k belongs to
@@ -34,11 +39,5 @@ CLOSURE(108, void, (I32 dims, I32Out ii, int nd, I64Out st, I64 strides))
     }
     for (int64_t j = 0; j < k; ++j) st[j] = st[k];
 }
-
-// The positions `st` of 108 to begin with: one value for all levels.
-
-CLOSURE_AS(109, void, (int n, I64Out st, long long value), fill_n(st, n, value))
-CLOSURE_AS(107, void, (int n, I64Out st, long long value), fill_n(st, n, value))
-CLOSURE_AS(106, void, (int n, I64Out st, long long value), fill_n(st, n, value))
 
 } // namespace fragments

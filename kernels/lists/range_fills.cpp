@@ -6,8 +6,7 @@
 
 namespace fragments {
 
-// `n` entries from `pos` on.
-
+/// Fills `n` entries from `pos` on.
 CLOSURE_AS(608, void, (I32Out i32, int n, int pos), fill_n(i32.from(pos), n, 99999))
 CLOSURE_AS(607, void, (I64Out i64, int n, int pos), fill_n(i64.from(pos), n, 99998))
 CLOSURE_AS(606, void, (F64Out f64, int n, int pos), fill_n(f64.from(pos), n, 99997.0))

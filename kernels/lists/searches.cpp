@@ -50,18 +50,22 @@ void find_ranges(I64<S> idx, int64_t ibegin, int64_t iend, Array<T, S> vals1, Ar
 
 } // namespace
 
-// Bisection of the ascending `values` between `bot` and `top`, neither of which is looked at. With
-// a `value` that is there, 111 ends with `top` on its first place, 110 with `bot` on its last.
-
+/// Bisection of the ascending `values` between the places `bot` and `top`, neither of which is
+/// looked at, down to neighbours: (bot, top). Up to `bot` values are less than `value`,
+/// from `top` on they are not, so a `value` that is there has its first place at `top`.
 CLOSURE(111, results(int, int), (int bot, int top, long long value, I64 values))
 {
     return bisect(bot, top, [&](int mid) { return values[mid] < value; });
 }
+/// The same with values up to `value` on the left side: one that is there has its last place at
+/// `bot`.
 CLOSURE(110, results(int, int), (int bot, int top, long long value, I64 values))
 {
     return bisect(bot, top, [&](int mid) { return values[mid] <= value; });
 }
 
+/// The least and the greatest of `vals1` at the places idx[ibegin] to idx[iend - 1], of which there
+/// is at least one, to res[0] and res[1]; of `vals2`, unless that is None, to res[2] and res[3].
 CLOSURE_AS(105, void, (long long ibegin, I64 idx, long long iend, I32Out res, I32 vals1, I32 vals2),
            find_ranges(idx, ibegin, iend, vals1, vals2, res))
 CLOSURE_AS(104, void, (long long ibegin, I64 idx, long long iend, I64Out res, I64 vals1, I64 vals2),

@@ -27,8 +27,8 @@ int count_distinct(I64<S> inst_, int64_t length, At at, int n)
     return n;
 }
 
-/// Merges the list, but for its first entry, which the host has written to place `k`. Returns the
-/// place of the last entry. A sum of 0.0 stays as an entry.
+/// Merges the list, but for its first entry, which stands at place `k` already. Returns the place
+/// of the last entry.
 template <class S, class At>
 int merge_repeats(F64Out<S> cof, F64<S> cof_, I64Out<S> inst, I64<S> inst_, int k, int64_t length,
                   At at)
@@ -54,34 +54,15 @@ auto along(I64<S> perm)
 
 } // namespace
 
-CLOSURE_AS(625, int, (F64Out cof, F64 cof_, I64Out inst, I64 inst_, int k, I64 perm),
-           merge_repeats(cof, cof_, inst, inst_, k, perm.length(), along(perm)))
-CLOSURE_AS(618, int, (F64Out cof, F64 cof_, I64Out inst, I64 inst_, int k, I64 perm),
-           merge_repeats(cof, cof_, inst, inst_, k, perm.length(), along(perm)))
-CLOSURE_AS(624, int, (I64 inst_, int n, I64 perm),
-           count_distinct(inst_, perm.length(), along(perm), n))
-CLOSURE_AS(617, int, (I64 inst_, int n, I64 perm),
-           count_distinct(inst_, perm.length(), along(perm), n))
-CLOSURE_AS(623, int, (F64Out cof, F64 cof_, I64Out inst, I64 inst_, int k),
-           merge_repeats(cof, cof_, inst, inst_, k, inst_.length(), each_position))
-CLOSURE_AS(616, int, (F64Out cof, F64 cof_, I64Out inst, I64 inst_, int k),
-           merge_repeats(cof, cof_, inst, inst_, k, inst_.length(), each_position))
-CLOSURE_AS(622, int, (I64 inst_, int n), count_distinct(inst_, inst_.length(), each_position, n))
-CLOSURE_AS(615, int, (I64 inst_, int n), count_distinct(inst_, inst_.length(), each_position, n))
-
-/// Whether `sorted`, and the list ascends; repeats pass.
-CLOSURE_AS(621, bool, (I64 inst_, bool sorted), ascending(sorted, inst_, inst_.length()))
-CLOSURE_AS(614, bool, (I64 inst_, bool sorted), ascending(sorted, inst_, inst_.length()))
-
-/// `anybad`, or whether one of the first `n` indexes is outside [0, `size`).
-CLOSURE_AS(620, bool, (bool anybad, I64 inst_, int n, long long size),
-           anybad || has_bad_index(size, inst_, n))
-
-/// `size` times all extents.
+/// `size` times all extents, in 64 bits.
 CLOSURE_AS(619, long long, (I32 dims_, long long size), product(size, dims_, dims_.length()))
 CLOSURE_AS(611, long long, (I32 dims_, long long size), product(size, dims_, dims_.length()))
 
-/// The linear index of each row of subscripts, by Horner's rule.
+/// `outofrange`, or whether some subscript is outside its dimension.
+CLOSURE_AS(612, bool, (I32 dims_, bool outofrange, I32Matrix sub),
+           any_out_of_range(outofrange, sub, sub.columns(), dims_))
+
+/// The linear index of each row of subscripts, by Horner's rule in 64 bits.
 CLOSURE(613, void, (I32 dims_, I64Out inst_, I32Matrix sub))
 {
     for (int r = 0; r < sub.rows(); ++r) {
@@ -91,8 +72,36 @@ CLOSURE(613, void, (I32 dims_, I64Out inst_, I32Matrix sub))
     }
 }
 
-/// `outofrange`, or whether some subscript is outside its dimension.
-CLOSURE_AS(612, bool, (I32 dims_, bool outofrange, I32Matrix sub),
-           any_out_of_range(outofrange, sub, sub.columns(), dims_))
+/// `anybad`, or whether one of the first `n` indexes is outside [0, `size`).
+CLOSURE_AS(620, bool, (bool anybad, I64 inst_, int n, long long size),
+           anybad || has_bad_index(size, inst_, n))
+
+/// Whether `sorted`, and the list ascends; repeats pass.
+CLOSURE_AS(621, bool, (I64 inst_, bool sorted), ascending(sorted, inst_, inst_.length()))
+CLOSURE_AS(614, bool, (I64 inst_, bool sorted), ascending(sorted, inst_, inst_.length()))
+
+/// `n` plus the distinct indexes but the first, of a sorted list.
+CLOSURE_AS(622, int, (I64 inst_, int n), count_distinct(inst_, inst_.length(), each_position, n))
+CLOSURE_AS(615, int, (I64 inst_, int n), count_distinct(inst_, inst_.length(), each_position, n))
+
+/// The same of a list that `perm` sorts; the length of `perm` counts.
+CLOSURE_AS(624, int, (I64 inst_, int n, I64 perm),
+           count_distinct(inst_, perm.length(), along(perm), n))
+CLOSURE_AS(617, int, (I64 inst_, int n, I64 perm),
+           count_distinct(inst_, perm.length(), along(perm), n))
+
+/// Merges a sorted list to `inst` and `cof`, strictly ascending, with the coefficients of repeats
+/// added up; a sum of 0.0 stays as an entry. The host has written the first entry to place `k`; the
+/// place of the last entry comes back.
+CLOSURE_AS(623, int, (F64Out cof, F64 cof_, I64Out inst, I64 inst_, int k),
+           merge_repeats(cof, cof_, inst, inst_, k, inst_.length(), each_position))
+CLOSURE_AS(616, int, (F64Out cof, F64 cof_, I64Out inst, I64 inst_, int k),
+           merge_repeats(cof, cof_, inst, inst_, k, inst_.length(), each_position))
+
+/// The same of a list that `perm` sorts; the length of `perm` counts.
+CLOSURE_AS(625, int, (F64Out cof, F64 cof_, I64Out inst, I64 inst_, int k, I64 perm),
+           merge_repeats(cof, cof_, inst, inst_, k, perm.length(), along(perm)))
+CLOSURE_AS(618, int, (F64Out cof, F64 cof_, I64Out inst, I64 inst_, int k, I64 perm),
+           merge_repeats(cof, cof_, inst, inst_, k, perm.length(), along(perm)))
 
 } // namespace fragments

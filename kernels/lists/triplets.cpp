@@ -8,10 +8,41 @@
 
 namespace fragments {
 
-/// Dense, row-major, from triplets. Of several entries for one place the last stays, and places
-/// without an entry keep what they hold. The length of `subi` counts.
-CLOSURE_AS(638, void, (int dimj, F64Out r, I32 subi, I32 subj, F64 val),
-           scatter_triplets(subi.length(), subi, subj, val, dimj, r))
+/// The greatest of the value passed and the first `n` entries, of each list: (maxi, maxj).
+CLOSURE(631, results(int, int), (int maxi, int maxj, int n, I32 subi, I32 subj))
+{
+    return {greatest(maxi, subi, n), greatest(maxj, subj, n)};
+}
+/// The same.
+CLOSURE(630, results(int, int), (int maxi, int maxj, int n, I32 subi, I32 subj))
+{
+    return {greatest(maxi, subi, n), greatest(maxj, subj, n)};
+}
+
+/// `outofrange`, or whether one of the first `n` entries lies outside a `dimi` x `dimj` matrix.
+CLOSURE_AS(634, bool, (int dimi, int dimj, long long n, bool outofrange, I32 subi_, I32 subj_),
+           outofrange || has_bad_index(dimi, dimj, n, subi_, subj_))
+
+/// `count` plus the number of values other than 0.0, as 636 keeps them: a NaN is one.
+CLOSURE(635, int, (int count, F64 val_))
+{
+    for (int64_t t = 0; t < val_.length(); ++t) count += val_[t] != 0.0;
+    return count;
+}
+
+/// Copies the triplets whose value isn't 0.0, in their order, to the places from `k` on. The length
+/// of `val_` counts. Returns the place behind the last.
+CLOSURE(636, int, (int k, I32Out subi, I32 subi_, I32Out subj, I32 subj_, F64Out val, F64 val_))
+{
+    for (int64_t t = 0; t < val_.length(); ++t) {
+        if (val_[t] == 0.0) continue;
+        subi[k] = subi_[t];
+        subj[k] = subj_[t];
+        val[k] = val_[t];
+        ++k;
+    }
+    return k;
+}
 
 /// Row starts, from ascending `subi`: the entries of row i are ptrb[i] up to but not including
 /// ptrb[i + 1]. Writes `dimi` entries and returns the closing one, at most `nnz`. The search begins
@@ -26,31 +57,22 @@ CLOSURE(637, long long, (int dimi, long long nnz, long long pos, I64Out ptrb, I3
     return pos;
 }
 
-/// Copies the triplets whose value isn't 0.0, in their order. The length of `val_` counts.
-CLOSURE(636, int, (int k, I32Out subi, I32 subi_, I32Out subj, I32 subj_, F64Out val, F64 val_))
+/// Dense, row-major, from triplets. Of several entries for one place the last stays, and places
+/// without an entry keep what they hold. The length of `subi` counts.
+CLOSURE_AS(638, void, (int dimj, F64Out r, I32 subi, I32 subj, F64 val),
+           scatter_triplets(subi.length(), subi, subj, val, dimj, r))
+
+/// Triplets of a dense matrix, row by row, zeros too, to the places from `k` on. Returns the place
+/// behind the last.
+CLOSURE(629, int, (F64Matrix data, int dimi, int dimj, int k, I32Out subi, I32Out subj, F64Out val))
 {
-    for (int64_t t = 0; t < val_.length(); ++t) {
-        if (val_[t] == 0.0) continue;
-        subi[k] = subi_[t];
-        subj[k] = subj_[t];
-        val[k] = val_[t];
-        ++k;
-    }
-    return k;
+    const int64_t count =
+        dense_to_triplets(dimi, dimj, data, subi.from(k), subj.from(k), val.from(k));
+    return static_cast<int>(k + count);
 }
 
-/// `count` plus the values that 636 keeps: a NaN is one.
-CLOSURE(635, int, (int count, F64 val_))
-{
-    for (int64_t t = 0; t < val_.length(); ++t) count += val_[t] != 0.0;
-    return count;
-}
-
-/// `outofrange`, or whether one of the first `n` entries lies outside a `dimi` x `dimj` matrix.
-CLOSURE_AS(634, bool, (int dimi, int dimj, long long n, bool outofrange, I32 subi_, I32 subj_),
-           outofrange || has_bad_index(dimi, dimj, n, subi_, subj_))
-
-/// All positions of a `dimi` x `dimj` matrix, row by row.
+/// All positions of a `dimi` x `dimj` matrix, row by row, to the places from `k` on. Returns the
+/// place behind the last.
 CLOSURE(633, int, (int dimi, int dimj, int k, I32Out subi, I32Out subj))
 {
     for (int i = 0; i < dimi; ++i) {
@@ -70,24 +92,6 @@ CLOSURE(632, int, (F64 data, int dimi, int dimj, F64Out newdata, int pos, int st
     for (int64_t i = 0; i < dimi; ++i)
         for (int64_t j = 0; j < dimj; ++j) newdata[i + j * step] = block[i * dimj + j];
     return pos + dimi * dimj;
-}
-
-/// The greatest of the values passed and the first `n` entries of each list.
-CLOSURE(631, results(int, int), (int maxi, int maxj, int n, I32 subi, I32 subj))
-{
-    return {greatest(maxi, subi, n), greatest(maxj, subj, n)};
-}
-CLOSURE(630, results(int, int), (int maxi, int maxj, int n, I32 subi, I32 subj))
-{
-    return {greatest(maxi, subi, n), greatest(maxj, subj, n)};
-}
-
-/// Triplets of a dense matrix, row by row, zeros too.
-CLOSURE(629, int, (F64Matrix data, int dimi, int dimj, int k, I32Out subi, I32Out subj, F64Out val))
-{
-    const int64_t count =
-        dense_to_triplets(dimi, dimj, data, subi.from(k), subj.from(k), val.from(k));
-    return static_cast<int>(k + count);
 }
 
 /// `count` plus the first `n` extents.

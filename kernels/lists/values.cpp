@@ -16,6 +16,7 @@ void scaled_copy(double scale, F64<S> source, int64_t n, F64Out<S> target)
 
 } // namespace
 
+/// scale * vval[i], or scale * uval[i], for i below `size`.
 CLOSURE_AS(610, void, (F64Out new_vval, double scale, int size, F64 vval),
            scaled_copy(scale, vval, size, new_vval))
 CLOSURE_AS(609, void, (F64Out new_uval, double scale, int size, F64 uval),

@@ -9,6 +9,7 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
+#include "division.h"
 #include "stacked_expression.h"
 #include "subscripts.h"
 
@@ -38,11 +39,11 @@ Line line_from(int64_t linear, int64_t most, I32<S> dperm, I32<S> dstride, int n
         if (extent == 1) continue;
         const int64_t digit = subscript(linear, stride[j], extent);
         line.first += dstride[d] * digit;
-        if (stride[j] == 1) {
+        if (stride[j] == 1 && extent > 0) {
             line.step += dstride[d];
             line.length = std::min(line.length, extent - digit);
         } else {
-            line.length = std::min(line.length, stride[j] - linear % stride[j]);
+            line.length = std::min(line.length, same_subscript(linear, stride[j]));
         }
     }
     return line;
@@ -84,15 +85,19 @@ CLOSURE(421, void,
     const auto sp = wi64.from(esp_base);
     const auto perm = xi32.from(perm_base);
     counting_sort(
-        nelem, each_position, [&](int64_t q) { return sp[q] % d1; }, d1, xi32.from(pptr_base),
-        perm);
+        nelem, each_position, [&](int64_t q) { return remainder(sp[q], d1); }, d1,
+        xi32.from(pptr_base), perm);
     r.ptr[0] = 0;
     for (int64_t k = 0; k < nelem; ++k) {
         const int q = perm[k];
         r.append(e, q, ncodeatom > 0);
-        r.close_element(d0 * (sp[q] % d1) + sp[q] / d1);
+        r.close_element(d0 * remainder(sp[q], d1) + quotient(sp[q], d1));
     }
 }
+
+/// The result's shape: extent i is the operand's extent dperm[i].
+CLOSURE_AS(417, void, (I32 dperm, int nd, I32Out ri32, int rshape_base, int shape_base, I32 wi32),
+           gather_n(wi32.from(shape_base), nd, dperm, ri32.from(rshape_base)))
 
 /// Permutes the dimensions of a dense operand; entries 0 of `ptr` and `codeptr` are written.
 /// Position x of the result is element sum of dstride[d] * (x / stride[j] % shape[j]) over d, with
@@ -124,27 +129,6 @@ CLOSURE(420, void,
     }
 }
 
-/// Permutes the dimensions of a sparse operand: its elements go to the result in the order of
-/// `perm`, each with its new linear index in `sp`, from the first slot on; `kelm` only counts them.
-/// Terms and atoms go on from `knnz` and `codei`. Returns (codei, kelm, knnz).
-CLOSURE(419, results(int, int, int),
-        (int cconst_base, int code_base, int codei, int codeptr_base, int ecof_base,
-         int enidxs_base, int eptr_base, int kelm, int knnz, int ncodeatom, int nelem, I64 perm,
-         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64,
-         I32Out ri32, I64Out ri64, int rnidxs_base, int rptr_base, int rsp_base, I64 sp, F64 wf64,
-         I32 wi32, I64 wi64))
-{
-    const Operand<Stride> e(wi32, wi64, wf64, {eptr_base, enidxs_base, ecof_base},
-                            {codeptr_base, code_base, cconst_base});
-    auto r = SPARSE_RESULT(codei, 0, knnz);
-    for (int64_t k = 0; k < nelem; ++k) {
-        const int64_t q = perm[k];
-        r.append(e, q, ncodeatom > 0);
-        r.close_element(sp[q]);
-    }
-    return {r.codei, kelm + r.elmi, r.nnzi};
-}
-
 /// The new linear index of each stored element, in the operand's order: the sum over the operand's
 /// dimensions of its subscript times dstride[dperm[d]].
 CLOSURE(418, void,
@@ -166,7 +150,25 @@ CLOSURE(418, void,
     }
 }
 
-CLOSURE_AS(417, void, (I32 dperm, int nd, I32Out ri32, int rshape_base, int shape_base, I32 wi32),
-           gather_n(wi32.from(shape_base), nd, dperm, ri32.from(rshape_base)))
+/// Permutes the dimensions of a sparse operand: its elements go to the result in the order of
+/// `perm`, each with its new linear index in `sp`, from the first slot on; `kelm` only counts them.
+/// Terms and atoms go on from `knnz` and `codei`. Returns (codei, kelm, knnz).
+CLOSURE(419, results(int, int, int),
+        (int cconst_base, int code_base, int codei, int codeptr_base, int ecof_base,
+         int enidxs_base, int eptr_base, int kelm, int knnz, int ncodeatom, int nelem, I64 perm,
+         int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64,
+         I32Out ri32, I64Out ri64, int rnidxs_base, int rptr_base, int rsp_base, I64 sp, F64 wf64,
+         I32 wi32, I64 wi64))
+{
+    const Operand<Stride> e(wi32, wi64, wf64, {eptr_base, enidxs_base, ecof_base},
+                            {codeptr_base, code_base, cconst_base});
+    auto r = SPARSE_RESULT(codei, 0, knnz);
+    for (int64_t k = 0; k < nelem; ++k) {
+        const int64_t q = perm[k];
+        r.append(e, q, ncodeatom > 0);
+        r.close_element(sp[q]);
+    }
+    return {r.codei, kelm + r.elmi, r.nnzi};
+}
 
 } // namespace fragments

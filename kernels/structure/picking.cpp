@@ -13,20 +13,46 @@
 
 namespace fragments {
 
-/// Writes the elements of a sparse operand at the positions that 410 has found; of `idxs` only the
-/// length counts. Terms and atoms go on from `knnz` and `codei`. Returns (codei, knnz).
-CLOSURE(411, results(int, int),
+/// Whether `unfit`, or some subscript, in the first `nd` columns, lies outside its dimension.
+CLOSURE_AS(405, bool, (I32Matrix idxs, int nd, I32 shape, bool unfit),
+           any_out_of_range(unfit, idxs, nd, shape))
+
+/// The linear index of each row of subscripts, of which the first `nd` columns count.
+CLOSURE(406, void, (I32Matrix idxs, int nd, I32 shape, I64Out this_idxs))
+{
+    const Scratch<int64_t> stride(nd);
+    all_row_major_strides(shape, nd, stride.data());
+    for (int r = 0; r < idxs.rows(); ++r)
+        this_idxs[r] = linear_of_row(int64_t{0}, idxs, r, nd, stride.data());
+}
+
+/// Whether `unfit`, or some index lies outside a shape of `total` positions.
+CLOSURE_AS(407, bool, (I64 idxs, long long total, bool unfit),
+           unfit || has_bad_index(total, idxs, idxs.length()))
+
+/// Adds the sizes of the elements of a dense operand. Returns (rncodeatom, rnnz).
+CLOSURE(408, results(int, int),
+        (int codeptr_base, I64 idxs, int ncodeatom, int ptr_base, int rncodeatom, int rnnz,
+         I32 wi32))
+{
+    const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
+    Sizes sizes{rncodeatom, 0, rnnz};
+    for (int64_t i = 0; i < idxs.length(); ++i) sizes.add(e, idxs[i], ncodeatom > 0);
+    return {sizes.rncodeatom, static_cast<int>(sizes.rnnz)};
+}
+
+/// Writes the elements of a dense operand. Terms and atoms go on from `knnz` and `codei`. Returns
+/// (codei, knnz).
+CLOSURE(409, results(int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, I64 idxs,
          int knnz, int nidxs_base, int ptr_base, int rcconst_base, int rcode_base,
          int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rncodeatom,
-         int rnidxs_base, int rptr_base, int spos_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32))
+         int rnidxs_base, int rptr_base, F64 wf64, I32 wi32, I64 wi64))
 {
     const auto e = STACKED_OPERAND();
     auto r = STACKED_RESULT(codei, 0, knnz);
-    const auto spos = xi32.from(spos_base);
     for (int64_t i = 0; i < idxs.length(); ++i) {
-        const int q = spos[i];
-        if (q >= 0) r.append(e, q, rncodeatom > 0);
+        r.append(e, idxs[i], rncodeatom > 0);
         r.close_element();
     }
     return {r.codei, r.nnzi};
@@ -53,49 +79,23 @@ CLOSURE(410, results(int, int),
     return {sizes.rncodeatom, static_cast<int>(sizes.rnnz)};
 }
 
-/// Writes the elements of a dense operand. Terms and atoms go on from `knnz` and `codei`. Returns
-/// (codei, knnz).
-CLOSURE(409, results(int, int),
+/// Writes the elements of a sparse operand at the positions that 410 has found; of `idxs` only the
+/// length counts. Terms and atoms go on from `knnz` and `codei`. Returns (codei, knnz).
+CLOSURE(411, results(int, int),
         (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, I64 idxs,
          int knnz, int nidxs_base, int ptr_base, int rcconst_base, int rcode_base,
          int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rncodeatom,
-         int rnidxs_base, int rptr_base, F64 wf64, I32 wi32, I64 wi64))
+         int rnidxs_base, int rptr_base, int spos_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32))
 {
     const auto e = STACKED_OPERAND();
     auto r = STACKED_RESULT(codei, 0, knnz);
+    const auto spos = xi32.from(spos_base);
     for (int64_t i = 0; i < idxs.length(); ++i) {
-        r.append(e, idxs[i], rncodeatom > 0);
+        const int q = spos[i];
+        if (q >= 0) r.append(e, q, rncodeatom > 0);
         r.close_element();
     }
     return {r.codei, r.nnzi};
 }
-
-/// Adds the sizes of the elements of a dense operand. Returns (rncodeatom, rnnz).
-CLOSURE(408, results(int, int),
-        (int codeptr_base, I64 idxs, int ncodeatom, int ptr_base, int rncodeatom, int rnnz,
-         I32 wi32))
-{
-    const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
-    Sizes sizes{rncodeatom, 0, rnnz};
-    for (int64_t i = 0; i < idxs.length(); ++i) sizes.add(e, idxs[i], ncodeatom > 0);
-    return {sizes.rncodeatom, static_cast<int>(sizes.rnnz)};
-}
-
-/// Whether `unfit`, or some index lies outside a shape of `total` positions.
-CLOSURE_AS(407, bool, (I64 idxs, long long total, bool unfit),
-           unfit || has_bad_index(total, idxs, idxs.length()))
-
-/// The linear index of each row of subscripts, of which the first `nd` columns count.
-CLOSURE(406, void, (I32Matrix idxs, int nd, I32 shape, I64Out this_idxs))
-{
-    const Scratch<int64_t> stride(nd);
-    all_row_major_strides(shape, nd, stride.data());
-    for (int r = 0; r < idxs.rows(); ++r)
-        this_idxs[r] = linear_of_row(int64_t{0}, idxs, r, nd, stride.data());
-}
-
-/// Whether `unfit`, or some subscript, in the first `nd` columns, lies outside its dimension.
-CLOSURE_AS(405, bool, (I32Matrix idxs, int nd, I32 shape, bool unfit),
-           any_out_of_range(unfit, idxs, nd, shape))
 
 } // namespace fragments

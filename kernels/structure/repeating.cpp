@@ -5,10 +5,19 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
+#include "division.h"
 #include "stacked_expression.h"
 #include "subscripts.h"
 
 namespace fragments {
+
+/// `d0` times the extents before dimension `dim`, in 32 bits.
+CLOSURE_AS(423, int, (int d0, int dim, int shape_base, I32 wi32),
+           product(d0, wi32.from(shape_base), dim))
+
+/// `d2` times the extents behind dimension `dim`, in 32 bits.
+CLOSURE_AS(424, int, (int d2, int dim, int nd, int shape_base, I32 wi32),
+           product_behind(d2, wi32.from(shape_base), dim, nd))
 
 /// Writes the result, its shape and entries 0 of `ptr` and `codeptr` included; `sp` for a sparse
 /// operand. The elements with the same subscripts before the dimension are one block, which is
@@ -36,7 +45,7 @@ CLOSURE(425, void,
         return;
     }
     for (int64_t begin = 0; begin < nelem;) {
-        const int64_t limit = e.sp[begin] - e.sp[begin] % block + block;
+        const int64_t limit = e.sp[begin] - remainder(e.sp[begin], block) + block;
         int64_t end = begin + 1;
         while (end < nelem && e.sp[end] < limit) ++end;
         for (int64_t copy = 0; copy < m; ++copy) {
@@ -48,11 +57,5 @@ CLOSURE(425, void,
         begin = end;
     }
 }
-
-CLOSURE_AS(424, int, (int d2, int dim, int nd, int shape_base, I32 wi32),
-           product_behind(d2, wi32.from(shape_base), dim, nd))
-
-CLOSURE_AS(423, int, (int d0, int dim, int shape_base, I32 wi32),
-           product(d0, wi32.from(shape_base), dim))
 
 } // namespace fragments
