@@ -65,7 +65,7 @@ def tables(text):
     found = {}
     for block in re.split(r"\n\s*\n", text.strip("\n")):
         title, *lines = block.splitlines()
-        found[title] = [re.split(r"\s{2,}", line.strip()) for line in lines]
+        found.setdefault(title, [re.split(r"\s{2,}", line.strip()) for line in lines])
     return found
 
 
@@ -81,8 +81,8 @@ def columns(found, title, *names):
 
 def bars(axes, title, labels, ours, theirs, peer):
     places = range(len(labels))
-    axes.barh([p + 0.2 for p in places], ours, 0.38, color=OURS, label="fragments")
-    axes.barh([p - 0.2 for p in places], theirs, 0.38, color=THEIRS, label=peer)
+    axes.barh([p - 0.2 for p in places], ours, 0.38, color=OURS, label="fragments")
+    axes.barh([p + 0.2 for p in places], theirs, 0.38, color=THEIRS, label=peer)
     axes.set_yticks(list(places), labels, fontsize=8)
     axes.invert_yaxis()
     axes.set_title(title, fontsize=9, loc="left")
@@ -91,7 +91,7 @@ def bars(axes, title, labels, ours, theirs, peer):
 
 def speed(text):
     found = tables(text)
-    figure, (left, right) = pyplot.subplots(1, 2, figsize=(9, 2.8))
+    figure, (left, right) = pyplot.subplots(1, 2, figsize=(10, 3.2))
     labels, (ours, theirs) = columns(found, "Frame", "ns", "by hand")
     bars(left, "An empty call, ns", labels, ours, theirs, "frame by hand")
     labels, (ours, theirs) = columns(found, "Sparse assembly", "ns/entry", "SciPy")
