@@ -1,11 +1,11 @@
 """Builds the rows of a model in shards, on the workers of a local Dask cluster.
 
-    python examples/sharded.py [--nonzeros N] [--workers N] [--shards N ...]
+    python examples/sharded.py [--nonzeros N] [--workers N] [--shards N ...] [--runs N]
 
 Rows are independent of each other: each worker has stacks of its own, takes a range of the rows of
 A x + b and gives back their constants, starts, variables and coefficients. The rows are compared
 with those that this process builds alone, and the parts of the time are printed, each of the
-fastest of three runs. Needs NumPy and Dask's scheduler (Debian's python3-distributed).
+fastest of several runs. Needs NumPy and Dask's scheduler (Debian's python3-distributed).
 """
 
 import argparse
@@ -76,9 +76,9 @@ def sharded(client, shards):
     return rows, sending, building, sum(seconds for _, seconds in results), gathering + joining
 
 
-def fastest(function, *arguments):
-    """What the fastest of three runs returns, by the sum of its seconds."""
-    return min((function(*arguments) for _ in range(3)), key=lambda result: sum(result[1:]))
+def fastest(runs, function, *arguments):
+    """What the fastest of several runs returns, by the sum of its seconds."""
+    return min((function(*arguments) for _ in range(runs)), key=lambda result: sum(result[1:]))
 
 
 def positive(text):
@@ -92,10 +92,11 @@ def main():
     parser.add_argument("--nonzeros", type=positive, default=2 * 10**6)
     parser.add_argument("--workers", type=positive, default=2)
     parser.add_argument("--shards", type=positive, nargs="+", default=[1, 2, 4, 8])
+    parser.add_argument("--runs", type=positive, default=3)
     options = parser.parse_args()
 
     data = matrix(options.nonzeros)
-    expected, alone = fastest(build, next(cut(*data, 1)))
+    expected, alone = fastest(options.runs, build, next(cut(*data, 1)))
     print("%d rows, %d nonzeros, %d workers; seconds" % (len(data[3]), len(data[2]), options.workers))
     print("shards   send  build  (sum of shards)  gather  total  one process / total")
     print("  none         %6.3f %25s %6.3f" % (alone, "", alone))
@@ -103,7 +104,8 @@ def main():
                                   dashboard_address=None) as cluster, cluster.get_client() as client:
         sharded(client, list(cut(*matrix(1000), options.workers)))  # workers import what they need
         for count in options.shards:
-            rows, send, building, each, gather = fastest(sharded, client, list(cut(*data, count)))
+            rows, send, building, each, gather = fastest(
+                options.runs, sharded, client, list(cut(*data, count)))
             if not all(map(numpy.array_equal, rows, expected)):
                 return "the rows of %d shards are not those of one process" % count
             total = send + building + gather
