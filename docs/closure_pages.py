@@ -152,7 +152,8 @@ class ChainDirective(Directive):
         self.env.closure_chains.append((self.arguments[0], self.env.docname, self.lineno))
         node = nodes.container(classes=["chain"])
         node += self.parsed([".. rst-class:: when", "", self.options.get("when", ""), ""])
-        node += self.parsed(["".join(self.step(token) for token in chain.tokens).strip(), ""])
+        steps = "".join(self.step(token) for token in chain.tokens)
+        node += self.parsed([steps.lstrip(" →"), ""])
         self.state.nested_parse(self.content, self.content_offset, node)
         if runs:
             counted = "The host's tests run this %d times." % runs
