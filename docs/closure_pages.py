@@ -18,6 +18,7 @@ import re
 from docutils import nodes
 from docutils.parsers.rst import directives
 from docutils.statemachine import StringList
+from sphinx import addnodes
 from sphinx.util import logging
 from sphinx.util.docutils import SphinxDirective
 
@@ -184,6 +185,28 @@ def recorded_calls(env):
     return env.recorded_calls
 
 
+def link_numbers(app, doctree):
+    """Three-digit numbers in the text are closures: they lead to their entries."""
+    name = app.env.docname
+    if not name.startswith(("reference/", "writing_a_host")):
+        return
+    for text in list(doctree.findall(nodes.Text)):
+        if not isinstance(text.parent, nodes.paragraph) or "facts" in text.parent["classes"]:
+            continue
+        parts = re.split(r"(?<![\w.])([1-6]\d\d)(?!\w)", text.astext())
+        found = [linked(part, name) if k % 2 else nodes.Text(part) for k, part in enumerate(parts)]
+        if len(found) > 1:
+            text.parent.replace(text, found)
+
+
+def linked(number, name):
+    if int(number) not in DECLARATIONS:
+        return nodes.Text(number)
+    return addnodes.pending_xref(number, nodes.inline(number, number), refdomain="py",
+                                 reftype="func", reftarget="_c_closure_" + number,
+                                 refexplicit=True, refdoc=name)
+
+
 def begin(app, env, docnames):
     """All pages are read at once, so that what stands on them can be added up."""
     env.closure_pages, env.closure_chains = {}, []
@@ -209,5 +232,6 @@ def setup(app):
     app.add_directive("chain", ChainDirective)
     app.add_directive("all-closures", AllClosures)
     app.connect("env-before-read-docs", begin)
+    app.connect("doctree-read", link_numbers)
     app.connect("env-check-consistency", check)
     return {"parallel_read_safe": False}
