@@ -38,6 +38,8 @@ demo-sdp:
 bench:
 	@scripts/build.sh benchmarks
 	@build/benchmarks/python benchmarks/run.py $(OPTIONS)
+	@scripts/build.sh benchmarks311
+	@build/benchmarks311/python benchmarks/run.py --numpy $(OPTIONS)
 
 # make docs [TABLES=FILE]: pages in build/docs/html; TABLES is what `make bench` printed, to be drawn
 docs: export TABLES := $(TABLES)

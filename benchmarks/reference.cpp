@@ -1,6 +1,9 @@
 // What the closures are measured against: the calls of the frame written out by hand, the C
 // library's block operations, and plain strided loops with the bodies of some closures.
 
+// Python's header asks to stand before all others.
+#include <Python.h>
+
 #include "closure_frame.h"
 
 #include <cstring>
@@ -115,12 +118,12 @@ PyObject* block_fill(PyObject*, PyObject* arguments)
     struct Plain##Number                                                                           \
     {                                                                                              \
         FRAGMENTS_ARRAY_NAMES(Strided);                                                            \
-        static constexpr ParameterNames names{#Parameters};                                        \
+        static constexpr const char* parameters = #Parameters;                                     \
         static auto run Parameters->ResultOf<Declared>::Type;                                      \
     };                                                                                             \
     PyObject* plain_##Number(PyObject*, PyObject* arguments)                                       \
     {                                                                                              \
-        return call<Number, Plain##Number>(arguments);                                             \
+        return run(Declaration<Number, Plain##Number>::signature, arguments);                      \
     }                                                                                              \
     template <class S>                                                                             \
     auto Plain##Number<S>::run Parameters->ResultOf<Declared>::Type
@@ -128,9 +131,12 @@ PyObject* block_fill(PyObject*, PyObject* arguments)
 /// The scaled term copy as a plain loop.
 struct PlainCopy
 {
-    I32<Strided> ri32, wi32;
-    I64<Strided> ri64, wi64;
-    F64<Strided> rf64, wf64;
+    I32Out<Strided> ri32;
+    I64Out<Strided> ri64;
+    F64Out<Strided> rf64;
+    I32<Strided> wi32;
+    I64<Strided> wi64;
+    F64<Strided> wf64;
     int rcconst_base, rcode_base, rcodeptr_base, rcof_base, rnidxs_base;
     int cconst_base, code_base, codeptr_base, cof_base, nidxs_base, ptr_base;
     bool coded;
@@ -161,7 +167,7 @@ struct PlainCopy
 #define PLAIN_COPY(coded)                                                                          \
     PlainCopy                                                                                      \
     {                                                                                              \
-        ri32, wi32, ri64, wi64, rf64, wf64, rcconst_base, rcode_base, rcodeptr_base, rcof_base,    \
+        ri32, ri64, rf64, wi32, wi64, wf64, rcconst_base, rcode_base, rcodeptr_base, rcof_base,    \
             rnidxs_base, cconst_base, code_base, codeptr_base, cof_base, nidxs_base, ptr_base,     \
             coded, codei, nnzi                                                                     \
     }
@@ -170,9 +176,9 @@ struct PlainCopy
 PLAIN(481, results(int, int, int, int),
       (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d1, int elmi,
        int mnnz, int mpos, I32 msubi, I32 msubj, F64 mval, int nidxs_base, int nnzi, int ptr_base,
-       int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32,
-       I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base, F64 wf64, I32 wi32,
-       I64 wi64))
+       int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32,
+       I64Out ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base, F64 wf64,
+       I32 wi32, I64 wi64))
 {
     auto copy = PLAIN_COPY(rncodeatom > 0);
     int k = mpos;
@@ -195,8 +201,8 @@ PLAIN(481, results(int, int, int, int),
 PLAIN(473, results(int, int, int),
       (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d0, int d1,
        int elmi, int md1, F64 mval, int ncodeatom, int nidxs_base, int nnzi, int ptr_base,
-       int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32,
-       I64 ri64, int rnidxs_base, int rptr_base, F64 wf64, I32 wi32, I64 wi64))
+       int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32,
+       I64Out ri64, int rnidxs_base, int rptr_base, F64 wf64, I32 wi32, I64 wi64))
 {
     auto copy = PLAIN_COPY(ncodeatom > 0);
     for (int r = 0; r < d0; ++r) {
@@ -213,9 +219,9 @@ PLAIN(473, results(int, int, int),
 PLAIN(472, results(int, int, int),
       (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d0, int d1,
        int elmi, int md1, F64 mval, int ncodeatom, int nelem, int nidxs_base, int nnzi,
-       int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64,
-       I32 ri32, I64 ri64, int rnidxs_base, int rptr_base, int sp_base, F64 wf64, I32 wi32,
-       I64 wi64, I32 xi32, int xrowptr_base))
+       int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base,
+       F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base, int rptr_base, int sp_base, F64 wf64,
+       I32 wi32, I64 wi64, I32Out xi32, int xrowptr_base))
 {
     for (int q = 0; q < nelem; ++q) ++xi32[xrowptr_base + wi64[sp_base + q] / d1 + 1];
     for (int r = 0; r < d0; ++r) xi32[xrowptr_base + r + 1] += xi32[xrowptr_base + r];
@@ -236,8 +242,8 @@ PLAIN(470, results(int, int, int),
       (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d0, int d1,
        int mcolptr_base, int md1, int mperm_base, I32 msubi, F64 mval, int nidxs_base, int nnzi,
        int ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base, int rcof_base, int relmi,
-       F64 rf64, I32 ri32, I64 ri64, int rncodeatom, int rnidxs_base, int rptr_base, int rsp_base,
-       F64 wf64, I32 wi32, I64 wi64, I32 xi32))
+       F64Out rf64, I32Out ri32, I64Out ri64, int rncodeatom, int rnidxs_base, int rptr_base,
+       int rsp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32))
 {
     auto copy = PLAIN_COPY(rncodeatom != 0);
     for (int r = 0; r < d0; ++r) {
@@ -259,7 +265,7 @@ PLAIN(468, results(int, int, int, int),
       (int cconst_base, int code_base, int codei, int codeptr_base, int cof_base, int d1, int elmi,
        int epos, int md1, int mnnz, int mperm_base, I32 msubi, I32 msubj, F64 mval, int ncodeatom,
        int nelem, int nidxs_base, int nnzi, int ptr_base, int rcconst_base, int rcode_base,
-       int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base,
+       int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base,
        int rptr_base, int rsp_base, int sp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32))
 {
     auto copy = PLAIN_COPY(ncodeatom > 0);
@@ -302,7 +308,7 @@ PLAIN(468, results(int, int, int, int),
 PLAIN(462, void,
       (int cconst_base, int code_base, int codeptr_base, int cof_base, bool hassp, F64 mcof,
        I64 msp, int ncodeatom, int nelem, int nidxs_base, int ptr_base, int rcconst_base,
-       int rcode_base, int rcodeptr_base, int rcof_base, F64 rf64, I32 ri32, I64 ri64,
+       int rcode_base, int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64,
        int rncodeatom, int rnd, int rnidxs_base, int rptr_base, int rshape_base, int rsp_base,
        int shape_base, int sp_base, F64 wf64, I32 wi32, I64 wi64))
 {
@@ -343,8 +349,8 @@ PLAIN(462, void,
 PLAIN(521, void,
       (bool anycode, I32 cconst, I32 code, I32 codeptr, I32 cof_base, int k, I32 ncodeatom,
        I32 nelem, I32 nidxs_base, I32 ptr_base, int rcconst_base, int rcode_base, int rcodeptr_base,
-       int rcof_base, F64 rf64, I32 ri32, I64 ri64, int rnidxs_base, int rptr_base, F64 w, F64 wf64,
-       I32 wi32, I64 wi64, int xcode_base, I32 xi32))
+       int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base, int rptr_base, F64 w,
+       F64 wf64, I32 wi32, I64 wi64, int xcode_base, I32Out xi32))
 {
     for (int e = 0; e < nelem[k]; ++e) {
         int c = anycode ? xi32[xcode_base + e] : 0;

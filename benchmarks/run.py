@@ -1,10 +1,11 @@
 """Speed of the closures, as ratios measured side by side in one run.
 
-    python run.py [--most TERMS] [--repetitions N] [PATTERN]
+    python run.py [--numpy] [--most TERMS] [--repetitions N] [PATTERN]
 
 Needs the modules `fragments` and `benchmark_reference` on the path. Every figure is the median of
-several repetitions that alternate between the closure and what it is measured against. Only the
-benchmarks whose name contains PATTERN run.
+several repetitions that alternate between the closure and what it is measured against, in time of
+the processor, so that other processes count little. Only the benchmarks whose name contains PATTERN
+run. With --numpy they are those that take NumPy's arrays.
 """
 
 import argparse
@@ -15,6 +16,7 @@ import sys
 import time
 
 import benchmark_reference as reference
+import linear_model
 import parameter_road
 import workloads
 from workloads import closure
@@ -23,10 +25,10 @@ MIN_SECONDS = 0.02  # of one repetition
 
 
 def seconds(work, calls):
-    start = time.perf_counter()
+    start = time.thread_time()
     for _ in itertools.repeat(None, calls):
         work()
-    return (time.perf_counter() - start) / calls
+    return (time.thread_time() - start) / calls
 
 
 def measure(works, repetitions):
@@ -48,22 +50,30 @@ def table(title, heads, rows):
 
 
 def frame(options):
-    i, q, d = array.array("i", [0]), array.array("q", [0]), array.array("d", [0.0])
-    few = (i, 0, 0)
-    many = (0,) * 11 + (d,) + (0,) * 7 + (d, i, q) + (0,) * 4 + (d, i, q, i)
+    arrays = {kind: array.array(kind, [0]) for kind in "iqd"}
+    exporters = {"array.array": lambda a: a, "memoryview": memoryview}
+    if options.numpy:
+        import numpy
+        exporters = {"NumPy": lambda a: numpy.array(a)}
 
     def rows():
-        for label, number, by_hand, arguments in (
-            ("518: 3 parameters, 1 array", 518, reference.frame_3, few),
-            ("480: 30 parameters, 8 arrays", 480, reference.frame_30, many),
-        ):
-            ours = closure(number)
-            times, ratios = measure(
-                [lambda: by_hand(*arguments), lambda: ours(*arguments)], options.repetitions * 5)
-            yield label, "%.0f" % (times[1] * 1e9), "%.0f" % (times[0] * 1e9), "%.3f" % ratios[1]
+        for exporter, make in exporters.items():
+            i, q, d = (make(arrays[kind]) for kind in "iqd")
+            many = (0,) * 11 + (d,) + (0,) * 7 + (d, i, q) + (0,) * 4 + (d, i, q, i)
+            for label, number, by_hand, arguments in (
+                ("518: 3 parameters, 1 array", 518, reference.frame_3, (i, 0, 0)),
+                ("480: 30 parameters, 8 arrays", 480, reference.frame_30, many),
+            ):
+                ours = closure(number)
+                times, ratios = measure(
+                    [lambda: by_hand(*arguments), lambda: ours(*arguments)],
+                    options.repetitions * 5)
+                yield (label, exporter, "%.0f" % (times[1] * 1e9), "%.0f" % (times[0] * 1e9),
+                       "%.3f" % ratios[1])
 
-    table("Frame: time of a call with nothing to do",
-          [("closure", 42), ("ns", 8), ("by hand", 10), ("ratio", 8)], rows())
+    table("Frame: time of a call with nothing to do, against one that parses the tuple and takes "
+          "memoryviews",
+          [("closure", 30), ("arrays", 13), ("ns", 8), ("by hand", 10), ("ratio", 8)], rows())
 
 
 def blocks(options):
@@ -116,6 +126,8 @@ def terms(options):
                        "" if plain is None else "%.2f" % ratios[1])
                 before = each
 
+    if options.pattern and not any(options.pattern in name for name, _ in workloads.all()):
+        return
     table("Loops: ns a term, growth of that against ten times fewer terms, and speed against plain "
           "strided loops",
           [("closure", 54), ("terms", 8), ("ns/term", 10), ("growth", 8), ("plain/ours", 12)],
@@ -130,18 +142,51 @@ def parameters(options):
            for step, a, b in zip(parameter_road.STEPS, few, many)))
 
 
+def linear(options):
+    each, peer = linear_model.nanoseconds(options.repetitions)
+    table("Linear model with 2e6 nonzeros, from the variable to the solver's rows: ns a nonzero",
+          [("part", 54), ("ns", 10), ("of GLPK's load", 16)],
+          ((part, "%.0f" % t, "%.2f" % (t / peer)) for part, t in each.items()))
+
+
+def assembly(options):
+    heads = [("chain", 20), ("entries", 9), ("ns/entry", 10), ("SciPy", 8), ("SciPy/ours", 12),
+             ("   of which", 0)]
+    title = "Sparse assembly: ns an entry, and speed against SciPy"
+    try:
+        import assembly as chains
+    except ImportError as error:
+        return table(title, heads[:1], [("left out: %s; on Debian: apt-get install python3-scipy"
+                                         % error,)])
+
+    def rows():
+        for chain, n, (ours, theirs, ratio, by_closure) in chains.rows(options.most,
+                                                                      options.repetitions):
+            each = lambda seconds: seconds / n * 1e9
+            yield (chain, "%.0e" % n, "%.1f" % each(ours), "%.1f" % each(theirs), "%.2f" % ratio,
+                   "   " + ", ".join("%d: %.1f" % (number, each(t))
+                                     for number, t in by_closure.items()))
+
+    table(title, heads, rows())
+
+
+PARTS = {"frame": frame, "blocks": blocks, "parameters": parameters, "linear": linear,
+         "loops": terms}
+NUMPY_PARTS = {"frame": frame, "assembly": assembly}
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
+    parser.add_argument("--numpy", action="store_true", help="what takes NumPy's arrays, alone")
     parser.add_argument("--most", type=int, default=10**7, help="largest number of terms")
     parser.add_argument("--repetitions", type=int, default=7)
     parser.add_argument("pattern", nargs="?", default="", metavar="PATTERN")
     options = parser.parse_args()
     if options.repetitions < 1:
         parser.error("--repetitions must be at least 1")
-    for name, part in (("frame", frame), ("blocks", blocks), ("parameters", parameters)):
-        if options.pattern in name:
+    for name, part in (NUMPY_PARTS if options.numpy else PARTS).items():
+        if name == "loops" or options.pattern in name:
             part(options)
-    terms(options)
     return 0
 
 

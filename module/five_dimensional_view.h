@@ -11,6 +11,8 @@
 
 #include "algorithms.h"
 #include "array.h"
+#include "division.h"
+#include "subscripts.h"
 
 namespace fragments {
 
@@ -48,6 +50,7 @@ struct Position
 template <class Columns, class Visit>
 void for_each_position(const Extents& dim, Columns columns, Visit visit)
 {
+    if (is_empty(dim[0], dim[1], dim[2], dim[4])) return;
     for (int64_t a = 0; a < dim[0]; ++a)
         for (int64_t i = 0; i < dim[1]; ++i)
             for (int64_t m = 0; m < dim[2]; ++m) {
@@ -60,6 +63,7 @@ void for_each_position(const Extents& dim, Columns columns, Visit visit)
 template <class Visit>
 void for_each_position(const Extents& dim, Visit visit)
 {
+    if (is_empty(dim[3])) return;
     for_each_position(
         dim,
         [&](int64_t) {
@@ -72,8 +76,9 @@ void for_each_position(const Extents& dim, Visit visit)
 /// unsigned.
 inline int64_t unsigned_subscript(int64_t linear, int64_t stride, int64_t extent)
 {
-    return static_cast<int64_t>(static_cast<uint64_t>(linear) / static_cast<uint64_t>(stride) %
-                                static_cast<uint64_t>(extent));
+    return static_cast<int64_t>(
+        remainder(quotient(static_cast<uint64_t>(linear), static_cast<uint64_t>(stride)),
+                  static_cast<uint64_t>(extent)));
 }
 
 } // namespace fragments

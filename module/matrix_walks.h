@@ -4,16 +4,17 @@
 /// entry of the left factor meets which one of the right factor, in the order of the result.
 ///
 /// A walk is made of three parts. How a factor is stored is told by Triplets or LinearEntries; they
-/// go row by row, and under ColumnRuns or GroupedColumns column by column. Which entries meet is
-/// the walk's, a function below. What becomes of a pair is the product's: `pair` takes the two
-/// entries, and `element` stands behind the pairs of each element of the result, with its row and
-/// column. A sizing closure and its writer share a walk, so that the two agree.
+/// go row by row, as GroupedRows do, and under ColumnRuns or GroupedColumns column by column. Which
+/// entries meet is the walk's, a function below. What becomes of a pair is the product's: `pair`
+/// takes the two entries, and `element` stands behind the pairs of each element of the result, with
+/// its row and column. A sizing closure and its writer share a walk, so that the two agree.
 ///
 /// The types of rows and columns carry over to what is computed from them: 32 bits in triplets, 64
 /// in linear indexes.
 
 #include "algorithms.h"
 #include "array.h"
+#include "division.h"
 
 namespace fragments {
 
@@ -48,15 +49,37 @@ int64_t for_each_long_run(int64_t begin, int64_t end, Key key, Run run)
     return begin;
 }
 
-/// for_each_match where the keys of `b` ascend and there may be many more of them than of `a`: `b`
-/// is searched, so that the cost is that of `a` times the logarithm of the distances in `b`.
-template <class KeyA, class KeyB, class Match>
-void for_each_match_in_long(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
+/// near_lower_bound of a bound that may stand at `guess`, any place or none of the list, whose keys
+/// ascend strictly.
+template <class Key, class Value>
+int64_t guessed_lower_bound(Range places, Key key, Value bound, int64_t guess)
 {
-    for (; a.begin < a.end && b.begin < b.end; ++a.begin) {
-        const auto key = key_a(a.begin);
-        b.begin = near_lower_bound(b, key_b, key);
-        if (b.begin < b.end && !(key < key_b(b.begin))) match(a.begin, b.begin++);
+    const bool inside = places.begin <= guess && guess < places.end;
+    return inside && key(guess) == bound ? guess : near_lower_bound(places, key, bound);
+}
+
+/// How many times longer a list has to be than the other one for a search in it to cost less than
+/// the steps of a merge, as measured with random lists of 8000 keys.
+constexpr int64_t search_pays = 16;
+
+/// for_each_match, but if `b` is much longer than `a`, the next key of `a` is searched in it: the
+/// cost is then that of `a` times the logarithm of the distances in `b`, or 1 where guess(place of
+/// `a`) is the place. Which of the two is done doesn't show in the matches.
+template <class KeyA, class KeyB, class Guess, class Match>
+void for_each_match_in_long(Range a, KeyA key_a, Range b, KeyB key_b, Guess guess, Match match)
+{
+    const bool is_long = b.end - b.begin > search_pays * (a.end - a.begin);
+    while (a.begin < a.end && b.begin < b.end) {
+        const auto left = key_a(a.begin);
+        const auto right = key_b(b.begin);
+        if (left < right)
+            ++a.begin;
+        else if (right < left)
+            b.begin = is_long
+                          ? guessed_lower_bound({b.begin + 1, b.end}, key_b, left, guess(a.begin))
+                          : b.begin + 1;
+        else
+            match(a.begin++, b.begin++);
     }
 }
 
@@ -114,8 +137,8 @@ struct LinearEntries
     I64<S> linear;
     int columns;
 
-    int64_t row(int64_t k) const { return linear[k] / columns; }
-    int64_t column(int64_t k) const { return linear[k] % columns; }
+    int64_t row(int64_t k) const { return quotient(linear[k], columns); }
+    int64_t column(int64_t k) const { return remainder(linear[k], columns); }
     /// The same without a division, where the row is known.
     int64_t column_in_row(int64_t k, int64_t row) const { return linear[k] - row * columns; }
 
@@ -139,6 +162,28 @@ struct LinearEntries
 template <class S>
 LinearEntries(int64_t, I64<S>, int) -> LinearEntries<S>;
 
+/// The entries of a matrix by rows, in ascending column: those of row i are the ones from ptr[i] up
+/// to but not including ptr[i + 1].
+template <class S>
+struct GroupedRows
+{
+    int count;
+    I32<S> ptr;
+    I32<S> columns;
+
+    int column_in_row(int64_t k, int /*row*/) const { return columns[k]; }
+
+    template <class Visit>
+    int64_t for_each_row(int64_t begin, Visit visit) const
+    {
+        for (int i = static_cast<int>(begin); i < count; ++i) {
+            const Range entries{ptr[i], ptr[i + 1]};
+            if (entries.begin < entries.end) visit(i, entries);
+        }
+        return count;
+    }
+};
+
 /// Entries taken column by column, in ascending row: the p-th one is entry perm[p]. The columns are
 /// runs, and those without an entry don't occur.
 template <class Entries, class S>
@@ -147,6 +192,7 @@ struct ColumnRuns
     Entries entries;
     I32<S> perm;
 
+    bool empty() const { return entries.count <= 0; }
     int64_t entry(int64_t p) const { return perm[p]; }
     auto column(int64_t p) const { return entries.column(perm[p]); }
 
@@ -181,6 +227,7 @@ struct GroupedColumns
     ColumnGrouping<S> grouping;
     int count;
 
+    bool empty() const { return count <= 0; }
     int64_t entry(int64_t p) const { return grouping.perm[p]; }
 
     template <class Visit>
@@ -214,6 +261,7 @@ int walk_left_dense(const M& m, int64_t begin, int d1, Pair pair, Element elemen
 template <class Rows, class Columns, class Pair, class Element>
 void walk_right_dense(Rows d0, int d1, const Columns& m, Pair pair, Element element)
 {
+    if (m.empty()) return;
     for (Rows r = 0; r < d0; ++r) {
         m.for_each_column(0, [&](auto c, Range places) {
             for (int64_t p = places.begin; p < places.end; ++p)
@@ -223,31 +271,45 @@ void walk_right_dense(Rows d0, int d1, const Columns& m, Pair pair, Element elem
     }
 }
 
+/// `pair(a, b)` for each of the entries of a row of the left factor that meets one of the places of
+/// column c of the right one. Returns whether there was some. The full products are `searched`, as
+/// each of their columns meets many rows; a diagonal merges each of its columns once.
+template <bool searched, class Left, class Row, class Columns, class Column, class Pair>
+bool match_row_and_column(const Left& left, Row row, Range entries, const Columns& right, Column c,
+                          Range places, Pair pair)
+{
+    bool met = false;
+    const auto left_key = [&](int64_t a) {
+        return right.entries.key(left.column_in_row(a, row), c);
+    };
+    const auto right_key = [&](int64_t p) { return right.entries.key(right.entry(p)); };
+    const auto match = [&](int64_t a, int64_t p) {
+        pair(a, right.entry(p));
+        met = true;
+    };
+    if constexpr (searched)
+        // A column with an element in each row has it at the place that is the row's number.
+        for_each_match_in_long(
+            entries, left_key, places, right_key,
+            [&](int64_t a) { return places.begin + left.column_in_row(a, row); }, match);
+    else
+        for_each_match(entries, left_key, places, right_key, match);
+    return met;
+}
+
 /// A product of two sparse factors, the left one by rows from entry `begin` on and the right one by
 /// columns: `pair(a, b)` with an entry of each, and an element of the result where there is some
 /// pair. Returns the entry behind the last row. Costs for each row the number of right columns, and
-/// for each of these the length of the row, times the logarithm of the distances in the column
-/// where that is much longer.
+/// for each of these the length of row and column together or, where the column is much longer,
+/// that of the row times the logarithm of the distances in the column: products with constants and
+/// with parameters have the outcome of a merge, by a search where that is less.
 template <class Left, class Columns, class Pair, class Element>
 int walk_sparse(const Left& left, int64_t begin, const Columns& right, Pair pair, Element element)
 {
     return static_cast<int>(left.for_each_row(begin, [&](auto row, Range entries) {
         right.for_each_column(0, [&](auto c, Range places) {
-            bool met = false;
-            const auto left_key = [&](int64_t a) {
-                return right.entries.key(left.column_in_row(a, row), c);
-            };
-            const auto right_key = [&](int64_t p) { return right.entries.key(right.entry(p)); };
-            const auto meet = [&](int64_t a, int64_t p) {
-                pair(a, right.entry(p));
-                met = true;
-            };
-            // A search costs several steps of a merge.
-            if (places.end - places.begin > 8 * (entries.end - entries.begin))
-                for_each_match_in_long(entries, left_key, places, right_key, meet);
-            else
-                for_each_match(entries, left_key, places, right_key, meet);
-            if (met) element(row, c);
+            if (match_row_and_column<true>(left, row, entries, right, c, places, pair))
+                element(row, c);
         });
     }));
 }
@@ -279,26 +341,33 @@ int walk_right_diagonal(int d1, const Columns& m, int64_t begin, Pair pair, Elem
 
 /// The diagonal of a product of two sparse factors. Row i of the left one has to meet column i of
 /// the right one first, and inside that meeting entries meet: `pair(a, b)` with an entry of each,
-/// and behind each meeting `element(i, met)`. Moves both cursors: `entries` over the left factor,
-/// `places` over the columns of the right one.
+/// and `element(i)` behind a meeting with some pair. Moves both cursors: `entries` over the left
+/// factor, `places` over the columns of the right one.
 template <class Left, class Columns, class Pair, class Element>
 void walk_diagonal(const Left& left, Range& entries, const Columns& right, Range& places, Pair pair,
                    Element element)
 {
     for_each_meeting(
-        entries, [&](int64_t a) { return int64_t{left.row(a)}; }, places,
-        [&](int64_t p) { return int64_t{right.column(p)}; },
-        [&](int64_t i, Range in_row, Range in_column) {
-            bool met = false;
-            for_each_match(
-                in_row, [&](int64_t a) { return right.entries.key(left.column(a), i); }, in_column,
-                [&](int64_t p) { return right.entries.key(right.entry(p)); },
-                [&](int64_t a, int64_t p) {
-                    pair(a, right.entry(p));
-                    met = true;
-                });
-            element(i, met);
+        entries, [&](int64_t a) { return left.row(a); }, places,
+        [&](int64_t p) { return right.column(p); },
+        [&](auto i, Range in_row, Range in_column) {
+            if (match_row_and_column<false>(left, i, in_row, right, i, in_column, pair)) element(i);
         });
+}
+
+/// The pairs of one element of a list of indexes and an expression of the same shape: `pair(k, q)`
+/// for each of the `n` indexes k of the list, strictly ascending, that the expression stores, as
+/// its element q. A dense expression stores all.
+template <class S, class Pair>
+void walk_elementwise(int64_t n, I64<S> list, bool hassp, int nelem, I64<S> sp, Pair pair)
+{
+    if (!hassp) {
+        for (int64_t k = 0; k < n; ++k) pair(k, list[k]);
+        return;
+    }
+    for_each_match(
+        {0, n}, [&](int64_t k) { return list[k]; }, {0, nelem}, [&](int64_t q) { return sp[q]; },
+        pair);
 }
 
 } // namespace fragments

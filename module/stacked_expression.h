@@ -21,23 +21,23 @@
 
 namespace fragments {
 
-/// Positions of an expression's sections on a work stack.
+/// Positions of an expression's sections on a work stack. A closure names those that it has.
 struct TermSections
 {
-    int ptr;
-    int nidxs;
-    int cof;
+    int ptr = 0;
+    int nidxs = 0;
+    int cof = 0;
+    int sp = 0;
 };
 struct CodeSections
 {
-    int codeptr;
-    int code;
-    int cconst;
+    int codeptr = 0;
+    int code = 0;
+    int cconst = 0;
 };
 
 /// The sections of an expression, as arrays that are read (Array) or written (ArrayOut). Those that
-/// a closure doesn't use are left out, those of the code are not touched without code, and `sp` is
-/// set by itself for a sparse expression.
+/// a closure doesn't have are not touched, and neither are those of the code without code.
 template <template <class, class> class View, class S>
 struct Sections
 {
@@ -45,9 +45,13 @@ struct Sections
     using I64 = View<int64_t, S>;
     using F64 = View<double, S>;
 
+    Sections() = default;
     Sections(I32 i32, TermSections terms) : ptr(i32.from(terms.ptr)) {}
     Sections(I32 i32, I64 i64, F64 f64, TermSections terms)
-        : ptr(i32.from(terms.ptr)), nidxs(i64.from(terms.nidxs)), cof(f64.from(terms.cof))
+        : ptr(i32.from(terms.ptr)),
+          sp(i64.from(terms.sp)),
+          nidxs(i64.from(terms.nidxs)),
+          cof(f64.from(terms.cof))
     {
     }
     Sections(I32 i32, I64 i64, F64 f64, TermSections terms, CodeSections atoms)
@@ -84,7 +88,7 @@ struct Operand : Sections<Array, S>
     /// Of an operand that is only measured: `ptr` and `codeptr` alone.
     static Operand sizes(fragments::I32<S> i32, int ptr_base, int codeptr_base)
     {
-        Operand e(i32, {ptr_base, 0, 0});
+        Operand e(i32, {.ptr = ptr_base});
         e.codeptr = i32.from(codeptr_base);
         return e;
     }
@@ -105,8 +109,9 @@ enum class Code {
     scaled    ///< the operand's program, times the factor
 };
 
-/// The same for an operand with `ncodeatom` atoms.
-inline Code form_of(int ncodeatom, bool outcode)
+/// The same for an operand with `ncodeatom` atoms, of a result that has code if the operand has,
+/// or by itself.
+inline Code form_of(int ncodeatom, bool outcode = false)
 {
     if (ncodeatom > 0) return Code::scaled;
     return outcode ? Code::constant : Code::none;
@@ -129,12 +134,14 @@ void for_code(bool coded, Body body)
     }
 }
 
-/// Running sizes of a result.
+/// Running sizes of a result. Most closures give back `rnnz` as an int.
 struct Sizes
 {
     int rncodeatom;
     int rnelem;
     long long rnnz;
+
+    int nnz() const { return static_cast<int>(rnnz); }
 
     /// Counts what Result::append writes for `count` elements of `e` from element q on.
     template <class S>
@@ -157,9 +164,9 @@ struct Sizes
 /// Numbers of atoms, elements and terms of a result that have been written so far.
 struct Written
 {
-    int codei;
-    int elmi;
-    int nnzi;
+    int codei = 0;
+    int elmi = 0;
+    int nnzi = 0;
 };
 
 /// An expression that is written. Entry 0 of `ptr` and of `codeptr` is the host's.
@@ -175,8 +182,9 @@ struct Result : Sections<ArrayOut, S>, Written
     using Base::ptr;
     using Base::sp;
 
-    Result(I32Out<S> i32, I64Out<S> i64, F64Out<S> f64, TermSections terms, CodeSections atoms,
-           Written written = {0, 0, 0})
+    Result() = default;
+    Result(I32Out<S> i32, I64Out<S> i64, F64Out<S> f64, TermSections terms, CodeSections atoms = {},
+           Written written = {})
         : Base(i32, i64, f64, terms, atoms), Written(written)
     {
     }
@@ -186,8 +194,8 @@ struct Result : Sections<ArrayOut, S>, Written
 
     void append_atom(int32_t opcode, double operand)
     {
-        cconst[codei] = operand;
-        code[codei++] = opcode;
+        code[codei] = opcode;
+        cconst[codei++] = operand;
     }
 
     /// The program of term t of `e`, as it is.
@@ -322,6 +330,13 @@ struct Result : Sections<ArrayOut, S>, Written
         elmi += static_cast<int>(count);
     }
 
+    /// Sets entry 0 of `ptr` and, if there is code, of `codeptr`.
+    void start(bool coded)
+    {
+        ptr[0] = 0;
+        if (coded) codeptr[0] = 0;
+    }
+
     /// Ends the element that is being written.
     void close_element() { ptr[++elmi] = nnzi; }
 
@@ -335,22 +350,20 @@ struct Result : Sections<ArrayOut, S>, Written
 
 /// In the body of a closure whose positions have the usual names: the operand on the w stack, the
 /// result on the r stack, and both with `sp`. A result starts from the numbers of atoms, elements
-/// and terms that are told, or from 0.
+/// and terms that are told, or from 0. A closure without some of the sections, or with other names,
+/// names those that it has.
 #define STACKED_OPERAND()                                                                          \
     ::fragments::Operand<Stride>(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base},               \
                                  {codeptr_base, code_base, cconst_base})
 #define STACKED_RESULT(...)                                                                        \
     ::fragments::Result<Stride>(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base},             \
                                 {rcodeptr_base, rcode_base, rcconst_base}, {__VA_ARGS__})
-#define SPARSE_OPERAND() ::fragments::with_sp(STACKED_OPERAND(), wi64.from(sp_base))
-#define SPARSE_RESULT(...) ::fragments::with_sp(STACKED_RESULT(__VA_ARGS__), ri64.from(rsp_base))
-
-template <class Expression>
-Expression with_sp(Expression e, typename Expression::I64 sp)
-{
-    e.sp = sp;
-    return e;
-}
+#define SPARSE_OPERAND()                                                                           \
+    ::fragments::Operand<Stride>(wi32, wi64, wf64, {ptr_base, nidxs_base, cof_base, sp_base},      \
+                                 {codeptr_base, code_base, cconst_base})
+#define SPARSE_RESULT(...)                                                                         \
+    ::fragments::Result<Stride>(ri32, ri64, rf64, {rptr_base, rnidxs_base, rcof_base, rsp_base},   \
+                                {rcodeptr_base, rcode_base, rcconst_base}, {__VA_ARGS__})
 
 /// Copies all `nnz` terms and, if there are atoms, all programs, entry 0 of `codeptr` included.
 template <class S>
@@ -359,9 +372,9 @@ void copy_all_terms(const Operand<S>& e, int nnz, int ncodeatom, const Result<S>
     copy_n(e.nidxs, nnz, r.nidxs);
     copy_n(e.cof, nnz, r.cof);
     if (ncodeatom <= 0) return;
+    copy_n(e.codeptr, int64_t{nnz} + 1, r.codeptr);
     copy_n(e.code, ncodeatom, r.code);
     copy_n(e.cconst, ncodeatom, r.cconst);
-    copy_n(e.codeptr, int64_t{nnz} + 1, r.codeptr);
 }
 
 } // namespace fragments

@@ -1,23 +1,32 @@
 #pragma once
 
 /// Linear indexes and subscripts of row-major arrays, and boxes of subscripts. The last dimension
-/// is the fastest. Divisions are the machine's, signed and in 64 bits.
+/// is the fastest. Divisions are signed and in 64 bits.
 
 #include <cstdint>
 
 #include "algorithms.h"
 #include "array.h"
+#include "division.h"
 
 namespace fragments {
+
+/// Whether an array of these extents has no position. Nested loops over one end there first: else
+/// outer loops that a wrong count makes long would run without ever reaching an element.
+template <class... Extents>
+bool is_empty(Extents... extents)
+{
+    return ((extents <= 0) || ...);
+}
 
 /// The subscript, in a dimension of this stride and extent, of a linear index.
 inline int64_t subscript(int64_t linear, int64_t stride, int64_t extent)
 {
     // Most arrays have less than 2^32 positions, and the machine divides 32-bit numbers faster.
     if (static_cast<uint64_t>(linear | stride | extent) >> 32 == 0)
-        return static_cast<uint32_t>(linear) / static_cast<uint32_t>(stride) %
-               static_cast<uint32_t>(extent);
-    return linear / stride % extent;
+        return remainder(quotient(static_cast<uint32_t>(linear), static_cast<uint32_t>(stride)),
+                         static_cast<uint32_t>(extent));
+    return remainder(quotient(linear, stride), extent);
 }
 
 /// How many positions from `linear` on, at least one, have the same subscript in a dimension of
@@ -41,8 +50,8 @@ template <class S, class Subscripts>
 int64_t unravel(int64_t linear, I32<S> shape, int64_t n, Subscripts subscripts)
 {
     for (int64_t k = n - 1; k > 0; --k) {
-        subscripts[k] = static_cast<int32_t>(linear % shape[k]);
-        linear /= shape[k];
+        subscripts[k] = static_cast<int32_t>(remainder(linear, shape[k]));
+        linear = quotient(linear, shape[k]);
     }
     return linear;
 }
@@ -125,6 +134,19 @@ bool in_box(Subscripts subscripts, I32<S> first, I32<S> last, int64_t nd)
     return true;
 }
 
+/// Calls `element(k, subscripts)` for each of `n` elements that lies in the box, in ascending
+/// order; subscripts_of(k) gives the element's subscripts. Without dimensions all lie in it, and
+/// subscripts_of has none to look at.
+template <class S, class SubscriptsOf, class Element>
+void for_each_in_box(I32<S> first, I32<S> last, int64_t nd, int64_t n, SubscriptsOf subscripts_of,
+                     Element element)
+{
+    for (int64_t k = 0; k < n; ++k) {
+        const auto subscripts = subscripts_of(k);
+        if (in_box(subscripts, first, last, nd)) element(k, subscripts);
+    }
+}
+
 /// `initial` times the extents of the box, in 32 bits.
 template <class S>
 int box_size(int initial, I32<S> first, I32<S> last, int64_t nd)
@@ -147,7 +169,7 @@ int64_t linear_in_box(Subscripts subscripts, I32<S> first, I64<S> strides, int64
 /// behind it.
 inline int64_t linear_in_longer(int64_t linear, int64_t d1, int64_t d2, int64_t offset, int64_t rd1)
 {
-    return linear + (offset + linear / (d1 * d2) * (rd1 - d1)) * d2;
+    return linear + (offset + quotient(linear, d1 * d2) * (rd1 - d1)) * d2;
 }
 
 /// Whether some of the first `n` linear indexes lies outside a shape of `size` positions.

@@ -11,7 +11,7 @@ namespace fragments {
 
 /// Whether some entry lies outside md0 x md1.
 template <class S>
-bool has_bad_index(int md0, int md1, int64_t mnnz, I32<S> msubi, I32<S> msubj)
+bool has_bad_entry(int md0, int md1, int64_t mnnz, I32<S> msubi, I32<S> msubj)
 {
     for (int64_t k = 0; k < mnnz; ++k)
         if (msubi[k] < 0 || msubi[k] >= md0 || msubj[k] < 0 || msubj[k] >= md1) return true;
@@ -34,7 +34,7 @@ template <class S>
 std::tuple<bool, bool> test_independently(bool badidx, bool badorder, int md0, int md1,
                                           int64_t mnnz, I32<S> msubi, I32<S> msubj)
 {
-    return {badidx || has_bad_index(md0, md1, mnnz, msubi, msubj),
+    return {badidx || has_bad_entry(md0, md1, mnnz, msubi, msubj),
             badorder || has_bad_order(mnnz, msubi, msubj)};
 }
 

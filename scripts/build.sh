@@ -14,7 +14,7 @@ if [[ $preset == clang ]] && ! command -v clang++ >/dev/null; then
     install clang clang
 fi
 version=
-if [[ $preset == python311 ]]; then version=3.11; fi
+if [[ $preset == *311 ]]; then version=3.11; fi
 python=$(scripts/setup.sh "$version")
 
 # CMake keeps the interpreter that it found first, so another one starts afresh.

@@ -3,9 +3,10 @@
     python fuzz.py DIRECTORY [--calls 100000] [--seed 0] [--closure N [--trial K]]
 
 The right calls are those that the tests made (see recorder.py), on aligned and on shifted arrays,
-while each allocation fails once, and over and over without a growth of memory. The wrong ones are the same with some arguments changed: they return, or raise what the checked
-build raises; they don't end the process or run on, they write only into elements of arrays that
-they may write, and they keep no view and no reference. Each trial has its own random numbers, from the seed, closure
+while each allocation fails once, and over and over without a growth of memory. The wrong ones are
+the same with some arguments changed: they return, or raise what the checked build raises; they
+don't end the process or run on, they write only into elements of arrays that they may write, and
+they keep no view and no reference. Each trial has its own random numbers, from the seed, closure
 and number of the trial, which repeat it alone. Exit status 1 says that something else happened.
 """
 
@@ -34,16 +35,16 @@ from support import MARKER, closure
 from test_buffers import Buffer, call_without_memory
 
 EXPECTED = (IndexError, ZeroDivisionError, OverflowError, MemoryError, BufferError, ValueError)
-# What a trial came to, by the byte that it leaves. All behind `fine` are faults.
+# What a trial came to, by the byte that it leaves. All behind what is expected are faults.
 OUTCOMES = ["not run", "returned"] + [kind.__name__ for kind in EXPECTED] + [
-    "ended the process", "ran on", "wrote elsewhere", "kept a view", "kept a reference", "kept memory",
-    "other exception", "right call raised", "other result than recorded",
+    "ended the process", "ran on", "wrote elsewhere", "kept a view", "kept a reference",
+    "kept memory", "other exception", "right call raised", "other result than recorded",
     "other outcome on shifted arrays", "other outcome without memory"]
 FAULTS = OUTCOMES[2 + len(EXPECTED) :]
 CODES = {name: code for code, name in enumerate(OUTCOMES)}
 STARTED = 255
 
-SECONDS, LONG = 10, 0.3  # of processor time that a call may take, and from where on it is told
+SECONDS, LONG = 10, 0.5  # of processor time that a call may take, and from where on it is told
 MEMORY = 2**32  # bytes of address space for a process
 MARGIN = 64  # bytes around each memory, which nothing may write
 LARGE = {"int": (1000, 2**16, 2**30, 2**31 - 2, 2**31 - 1, -(2**31)),
@@ -345,8 +346,11 @@ class Trials:
         def start(places):
             child = os.fork()
             if child == 0:
-                self.run_share(places)
-                os._exit(0)
+                try:
+                    self.run_share(places)
+                    os._exit(0)
+                finally:
+                    os._exit(1)
             shares[child] = places
 
         for k in range(processes):
@@ -367,9 +371,11 @@ def report(trials):
     outcomes = collections.Counter(OUTCOMES[code] for code in trials.codes)
     least = min(len(trials.calls[d.number]) for d in trials.declarations)
     seldom = [d.number for d in trials.declarations if len(trials.calls[d.number]) == least]
-    right = sum(trials.right_call(*trials.number_and_trial(k)) is not None for k in range(trials.size))
+    places = range(trials.size)
+    right = sum(trials.right_call(*trials.number_and_trial(k)) is not None for k in places)
     print("closures  %d, each in %d trials" % (len(trials.declarations), trials.count))
-    print("recorded  at least %d calls of each, no more of %s" % (least, ", ".join(map(str, seldom))))
+    print("recorded  at least %d calls of each; no more of %s"
+          % (least, ", ".join(map(str, seldom))))
     print("trials    %d, %d of them right calls; seed %d" % (trials.size, right, trials.seed))
     for name in OUTCOMES[1:]:
         print("    %-34s %d" % (name, outcomes[name]))
@@ -379,10 +385,10 @@ def report(trials):
                 *trials.number_and_trial(place), seconds))
     for place, code in enumerate(trials.codes):
         if OUTCOMES[code] in FAULTS:
-            status = trials.statuses.get(place)
+            status = trials.statuses.get(place, 0)
             print("FAULT     closure %d, trial %d: %s%s" % (
                 *trials.number_and_trial(place), OUTCOMES[code],
-                "" if status is None else ", " + signal.Signals(status & 127).name))
+                ", " + signal.Signals(os.WTERMSIG(status)).name if os.WIFSIGNALED(status) else ""))
     return any(outcomes[name] for name in FAULTS)
 
 
@@ -413,14 +419,22 @@ def main():
     parser.add_argument("--closure", type=int, help="this one alone")
     parser.add_argument("--trial", type=int, help="this one alone, in this process")
     options = parser.parse_args()
+    if options.trial is not None and options.closure is None:
+        parser.error("--trial: of which --closure?")
+    if options.calls < 1 or (options.trial or 0) < 0:
+        parser.error("--calls is above 0, --trial not below")
     load_allocator()
     calls = recorded_calls(options.directory)
-    never = [d.number for d in read_declarations() if not calls.get(d.number)]
+    numbers = {d.number for d in read_declarations()}
+    never = sorted(n for n in numbers if not calls.get(n))
     if never:
-        sys.exit("%s: no calls of %s are recorded; run the tests of the checked build first"
-                 % (options.directory, ", ".join(map(str, never))))
-    numbers = set(calls) if options.closure is None else {options.closure}
-    count = -(-options.calls // len(calls))
+        sys.exit("%s: no calls of %d closures are recorded, of %d for one; run the tests of the "
+                 "checked build first" % (options.directory, len(never), never[0]))
+    count = max(-(-options.calls // len(calls)), (options.trial or 0) + 1)
+    if options.closure is not None:
+        if options.closure not in numbers:
+            parser.error("--closure: there is no closure %d" % options.closure)
+        numbers = {options.closure}
     trials = Trials(calls, numbers, count, 5 * count, options.seed)
     if options.trial is not None:
         print(trials.attempt(options.trial, show_call))

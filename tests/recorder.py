@@ -43,7 +43,7 @@ class View:
 
 @dataclass(frozen=True)
 class Entries:
-    """A list of arrays, each a View or None; the places between those that belong to it are None."""
+    """A list of arrays, each a View or None; between them stand `step` - 1 references to None."""
 
     views: Tuple[Optional[View], ...]
     step: int

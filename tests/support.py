@@ -61,6 +61,18 @@ def blank(kind, n):
     return array.array(kind, [MARKER[kind]] * n)
 
 
+def written(*targets):
+    """Of each target, rank 1 or 2, that was filled with markers: what stands where no marker does.
+    What surrounds the entries that a call has to write is tested along with them."""
+    def entries(target):
+        view = memoryview(target)
+        if view.ndim == 1:
+            return enumerate(view)
+        return (((i, j), x) for i, row in enumerate(view.tolist()) for j, x in enumerate(row))
+
+    return [{k: x for k, x in entries(t) if x != MARKER[memoryview(t).format]} for t in targets]
+
+
 def matrix(kind, rows):
     """A rank-2 array; there is none without elements, which None stands for."""
     flat = array.array(kind, itertools.chain(*rows))

@@ -82,8 +82,8 @@ class Cones(unittest.TestCase):
                 perm = i32(range(n))
                 for k in range(nd):
                     order = sorted(perm, key=lambda i: midxs[i, nd - 1 - k])
-                    self.check(sort, [perm, k, midxs, n, nd, i32(range(5)), i32(shape),
-                                      blank("i", n)], None, order)
+                    self.check(sort, [perm, k, midxs, n, nd, i32(range(shape[nd - 1 - k] + 1)),
+                                      i32(shape), blank("i", n)], None, order)
                     perm = i32(order)
                 self.check(write, [perm, midxs, n, nd, pattern, i32(strides)], None, sorted(places))
         # Each product wraps, the sum doesn't.

@@ -62,7 +62,8 @@ class LeftProduct(unittest.TestCase):
             written = call(480, e.cconst_base, e.code_base, 0, e.codeptr_base, e.cof_base, d1, 0,
                            eperm, eptr, md0, md1, mval, e.nidxs_base, 0, e.ptr_base, h.cconst_base,
                            h.code_base, h.codeptr_base, h.cof_base, r.f64, r.i32, r.i64, ncodeatom,
-                           h.nidxs_base, h.ptr_base, e.sp_base, w.f64, w.i32, w.i64, x.i32)
+                           h.nidxs_base, h.ptr_base, e.sp_base, w.f64, w.i32,
+                           w.i64 if e.nnz else None, x.i32)  # only terms ask for their row
             self.assertEqual(written, (ncodeatom, nelem, nnz))
         assert_only_sections_written(self, r, before, h)
         return read(r, h, [md0, d1])

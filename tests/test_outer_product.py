@@ -4,7 +4,7 @@ import itertools
 import random
 import unittest
 
-from support import MARKER, blank, call, f64, i32, i64, prefix, strided
+from support import MARKER, blank, call, f64, i32, i64, prefix, strided, written
 
 NUMBERS = [-2.0, -1.5, -0.5, 0.0, 0.5, 1.0, 3.0]
 
@@ -83,6 +83,7 @@ class WithExpression(unittest.TestCase):
                 rows[:] = einst
                 n = call(584, dim, rows, eptrb, ia, n, ptrb, sub)
                 call(583, a, cof, ecof, enz, ia, ia * enz)
+                self.assertEqual([*map(len, written(ptrb, cof))], [n + 1, (ia + 1) * enz])
             self.assertEqual(n, na * ne)
             if by_entry:
                 call(585, a, bfix, ebfix, einst)

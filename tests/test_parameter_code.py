@@ -300,6 +300,11 @@ class RowStore(unittest.TestCase):
         self.assertEqual(call(134, None, None, 4, *[None] * 6, 0, 6, *[None] * 4), (4, 6))
         self.assertEqual(call(25, *[None] * 5, 4, 0, *[None] * 3, 0, 6, *[None] * 3), (4, 6))
 
+    def test_tables_in_one_array_hold_what_is_written_last(self):
+        rows = i32([0])
+        call(136, 4, 2, 7, 3, i32([0]), 1, 0, i32([0, 1, 0, 1, 1]), rows, rows, rows)
+        self.assertEqual(list(rows), [7])
+
     def test_capacities(self):
         for atleast, cap, grown in [(5, 3, 6), (6, 3, 6), (7, 3, 12), (2, 3, 3), (1, 0, 0),
                                     (5, -2, -2), (2**31 - 1, 2**30, 2**30)]:

@@ -3,8 +3,8 @@
 import itertools
 import unittest
 
-from support import (MARKER, Model, Sampler, Stack, Term, assert_only_sections_written, call, f64,
-                     i32, i64, prefix, read, reserve, strided)
+from support import (MARKER, Model, Sampler, Stack, Term, assert_only_sections_written, blank, call,
+                     f64, i32, i64, prefix, read, reserve, strided, written)
 
 
 def i32_matrix(rows, columns, values):
@@ -60,14 +60,15 @@ class RowWiseForm(unittest.TestCase):
             rows = rng.randrange(1, 5)
             pairs = [(rng.randrange(rows), k) for k in range(rng.randrange(12))]
             ii, idxs = i64([i for i, _ in pairs]), i64([k for _, k in pairs])
-            ptrb, subj = i64([0] * (rows + 1)), i64([0] * len(pairs))
+            ptrb, subj = i64([0] * (rows + 1) + [9]), i64([0] * len(pairs))
             call(593, ii, len(pairs), ptrb)
             call(594, ptrb, rows)
             call(595, idxs, ii, len(pairs), ptrb, subj)
             call(596, ptrb, rows)
             ptrb[0] = 0
             self.assertEqual([list(subj[a:b]) for a, b in zip(ptrb, ptrb[1:])],
-                             [[k for i, k in pairs if i == row] for row in range(rows)])
+                             [[k for i, k in pairs if i == row] for row in range(rows)] + [[]])
+            self.assertEqual(ptrb[rows + 1], 9)
 
     def test_consistency(self):
         good = dict(inst=i64([0, 3, 5]), instok=False, n=3, ptrb=i64([0, 2, 2, 4]), ptrbok=True,
@@ -90,21 +91,24 @@ class RowWiseForm(unittest.TestCase):
 
 class Shapes(unittest.TestCase):
     def test_padding_with_ones(self):
+        two, table = i32([7, 8]), i32_matrix(3, 5, [MARKER["i"]] * 15)
         for copy, fill in ((599, 600), (597, 598)):
-            shape = i32([MARKER["i"]] * 5)
-            call(copy, 2, i32([7, 8]), shape)
+            shape = blank("i", 6)
+            call(copy, 2, i32([7, 8, 9]), shape)
+            self.assertEqual(written(shape), [{0: 7, 1: 8}])
             call(fill, 4, 2, shape)
-            self.assertEqual(list(shape), [7, 8, 1, 1, MARKER["i"]])
-        shape = i32([MARKER["i"]] * 5)
-        call(588, i32([7, 8]), shape)
-        call(589, 4, i32([7, 8]), shape)
-        self.assertEqual(list(shape), [7, 8, 1, 1, MARKER["i"]])
-        shapes = i32_matrix(3, 4, [MARKER["i"]] * 12)
-        call(590, 1, shapes, i32([7, 8]))
-        call(591, 1, 4, shapes, i32([7, 8]))
-        self.assertEqual(shapes.tolist(), [[MARKER["i"]] * 4, [7, 8, 1, 1], [MARKER["i"]] * 4])
+            self.assertEqual(written(shape), [{0: 7, 1: 8, 2: 1, 3: 1}])
+        shape = blank("i", 6)
+        call(588, two, shape)
+        self.assertEqual(written(shape), [{0: 7, 1: 8}])
+        call(589, 4, two, shape)
+        self.assertEqual(written(shape), [{0: 7, 1: 8, 2: 1, 3: 1}])
+        call(590, 1, table, two)
+        self.assertEqual(written(table), [{(1, 0): 7, (1, 1): 8}])
+        call(591, 1, 4, table, two)
+        self.assertEqual(written(table), [{(1, 0): 7, (1, 1): 8, (1, 2): 1, (1, 3): 1}])
         call(589, 2, None, shape)
-        self.assertEqual(list(shape[:3]), [1, 1, 1])
+        self.assertEqual(written(shape), [{0: 1, 1: 1, 2: 1, 3: 1}])
 
     def test_products_in_32_bits(self):
         self.assertEqual(call(592, 2, i32([2, 3, 9]), 5), 30)

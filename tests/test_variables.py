@@ -20,6 +20,10 @@ TABLE = [
     ([184, 259], (i32([0, 0]), i32([65536, 32768]), 2, 1), -BIG),
     ([185], (None, None, None, 2, 5, None, None), 5),
     ([186], (None, None, 5, None, None, None, 2, None, None, None, None), 5),
+    # Without dimensions there are no subscripts, and all entries lie in the box.
+    ([185], (None, None, None, 0, 5, None, i64([3, 4])), 7),
+    ([186], (i64([7, 8]), None, 1, i64([Q] * 4), None, None, 0, None, None, i64([Q] * 4),
+             i64([3, 9])), 3, [Q, 7, 8, Q], [Q, 0, 0, Q]),
     # An entry far out in a shape beyond 32 bits; its place in the box wraps.
     ([186], (i64([7]), i32([0, 0]), 0, i64([Q]), i32([5, 5]), i32([3, BIG - 1]), 2,
              i32([3, BIG - 1]), i32([3, BIG - 1]), i64([Q]), i64([2 * (BIG - 1)])), 1, [7], [-2]),
@@ -37,6 +41,17 @@ TABLE = [
     ([191], (2, i64([Q] * 4), 1), None, [Q, 0, 0, Q]),
     ([192], (i64([7, 8, 9]), i64([Q] * 6), 1, i64([3, 0])), None, [Q, 8, Q, Q, 7, Q]),
     ([197, 202, 203], (i32([3, -1, -BIG]), i64([Q] * 4)), None, [3, -1, -BIG, Q]),
+    # Where an extent is empty the others don't count, however large they are.
+    ([151], (None, BIG - 1, BIG - 1, 0, 0, None, 3), 3),
+    ([159], (None, BIG - 1, BIG - 1, 0, 0, 1, 3, None), 3),
+    ([201], (BIG - 1, BIG - 1, 0, BIG - 1, 1, None, None, 0, 0, 0, 0), None),
+    ([214], (1, 3, BIG - 1, 0, *[None] * 4), 3),
+    ([224], (BIG - 1, BIG - 1, 0, 3, 1, None, 1, 1, None), 3),
+    ([59], (0, BIG - 1, BIG - 1, None, 3, None), 3),
+    ([87], (None, None, 2**62, 1, 1, 1, 1, 3, 0.5), 3),
+    ([88], (None, None, 1, 1, 2, 1, BIG**2, 0, 3, True), 3),
+    ([89], (None, 1, 2**62, 1, 1, 0, 1, None, True), None),
+    ([267], (i32([BIG - 1, BIG - 1, 0, 1, 1]), 3, None, None, None, False), 3),
     # Without dimensions each row picks the first.
     ([176], (i64([8, 9]), i64([Q] * 3), matrix("i", [[1], [1]]), 0, None), None, [8, 8, Q]),
 ]
@@ -105,6 +120,13 @@ class Slices(unittest.TestCase):
 class Picks(unittest.TestCase):
     def test_table(self):
         assert_table(self, TABLE)
+
+    def test_shared_targets_are_written_entry_by_entry(self):
+        native, bounds = i64([Q] * 5), f64([D] * 6)
+        call(188, memoryview(native), 0, memoryview(native)[1:], 0, i64([5, 6, 7]))
+        call(286, 2, 2, 0, matrix("d", [[1, 2], [3, 4]]), memoryview(bounds),
+             matrix("d", [[5, 6], [7, 8]]), memoryview(bounds)[1:])
+        self.assertEqual([[*native], [*bounds]], [[5, 6, 7, 2, Q], [1, 2, 3, 4, 8, D]])
 
     def test_subscript_table_and_pick(self):
         for nd, lay, seed in itertools.product((1, 2, 3), LAYOUTS, range(20)):

@@ -14,19 +14,23 @@ namespace fragments {
 
 namespace {
 
-/// Calls `visit(e, on_diagonal)` for each stored element.
+/// Calls `visit(elements, on_diagonal)` for the stored elements, a range of positions at a time.
 template <class S, class Visit>
-void for_each_element(const Extents& d, bool hassp, int nelem, I64<S> sp, Visit visit)
+void for_each_block(const Extents& d, bool hassp, int nelem, I64<S> sp, Visit visit)
 {
     if (!hassp) {
+        // Positions that differ in the last subscript alone are on the diagonal together.
         int64_t e = 0;
-        for_each_position(d, [&](const Position& x) { visit(e++, x.i == x.j); });
+        for_each_position({d[0], d[1], d[2], d[3], 1}, [&](const Position& x) {
+            visit(Range{e, e + d[4]}, x.i == x.j);
+            e += d[4];
+        });
         return;
     }
     for (int e = 0; e < nelem; ++e) {
         const int64_t j = remainder(quotient(sp[e], d[4]), d[3]);
         const int64_t i = remainder(quotient(sp[e], d[2] * d[3] * d[4]), d[1]);
-        visit(e, i == j);
+        visit(Range{e, int64_t{e} + 1}, i == j);
     }
 }
 
@@ -53,12 +57,14 @@ CLOSURE(543, void,
 {
     const auto ptr = ri32.from(rptr_base);
     const auto cof = rf64.from(rcof_base);
-    for_each_element({d0, d1, d2, d3, d4}, hassp, nelem, wi64.from(sp_base),
-                     [&](int64_t e, bool on_diagonal) {
-                         if (on_diagonal) return;
-                         const int64_t end = ptr[e + 1];
-                         for (int64_t t = ptr[e]; t < end; ++t) cof[t] *= scale;
-                     });
+    for_each_block({d0, d1, d2, d3, d4}, hassp, nelem, wi64.from(sp_base),
+                   [&](Range elements, bool on_diagonal) {
+                       if (on_diagonal) return;
+                       for (int64_t e = elements.begin; e < elements.end; ++e) {
+                           const int64_t end = ptr[e + 1];
+                           for (int64_t t = ptr[e]; t < end; ++t) cof[t] *= scale;
+                       }
+                   });
 }
 
 /// Writes the programs, entry 0 of `codeptr` with them: each is the operand's times `scale`, or
@@ -75,15 +81,17 @@ CLOSURE(544, void,
                                   {codeptr_base, code_base, cconst_base});
     Result<Stride> r(ri32, {}, rf64, {0, 0, 0}, {rcodeptr_base, rcode_base, rcconst_base});
     r.codeptr[0] = 0;
-    for_each_element({d0, d1, d2, d3, d4}, hassp, nelem, wi64.from(sp_base),
-                     [&](int64_t e, bool on_diagonal) {
-                         const double factor = on_diagonal ? 1.0 : scale;
-                         const int end = operand.ptr[e + 1];
-                         for (r.nnzi = operand.ptr[e]; r.nnzi < end;) {
-                             r.append_scaled_program(operand, r.nnzi, factor);
-                             r.close_coded_term();
-                         }
-                     });
+    for_each_block({d0, d1, d2, d3, d4}, hassp, nelem, wi64.from(sp_base),
+                   [&](Range elements, bool on_diagonal) {
+                       const double factor = on_diagonal ? 1.0 : scale;
+                       for (int64_t e = elements.begin; e < elements.end; ++e) {
+                           const int end = operand.ptr[e + 1];
+                           for (r.nnzi = operand.ptr[e]; r.nnzi < end;) {
+                               r.append_scaled_program(operand, r.nnzi, factor);
+                               r.close_coded_term();
+                           }
+                       }
+                   });
 }
 
 } // namespace fragments

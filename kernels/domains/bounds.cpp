@@ -1,6 +1,6 @@
-// Bounds of a domain's elements: one for all, one for each, or one for each listed element, to the
-// dense arrays of the native model. Positions that a list doesn't name stay; of a position that it
-// names twice, the last bound holds.
+// Bounds of a domain's elements, to the dense arrays of the native model: one for all, which wins
+// over a list, one for each, or one for each listed element. Positions that a list doesn't name
+// stay; of a position that it names twice, the last bound holds.
 
 #include "algorithms.h"
 #include "closure_frame.h"
@@ -21,9 +21,11 @@ void for_each_listed(Matrix<int32_t, S> table, int64_t n, int nd, Strides stride
 
 } // namespace
 
-/// Lower and upper bounds of a range: `n` times the same, `n` different ones, or with `domhassp`
-/// the length of `domlb` different ones, at the rows of the table `domsp`. Only for these the
-/// shape, of at least one dimension, is read.
+/// Scatters the lower and upper bounds of a range over the dense `bl` and `bu`: with `domscalar`
+/// the first entries of `domlb` and `domub` to the first `n` positions; else without `domhassp` the
+/// first `n` entries to the same positions; else all entries, as many as `domlb` has, to the
+/// positions that the rows of the table `domsp` give as subscripts. These alone need the shape, of
+/// `nd` dimensions, at least one, on the r stack at `shape_base`. Other positions stay.
 CLOSURE(82, void,
         (F64Out bl, F64Out bu, bool domhassp, F64 domlb, bool domscalar, I32Matrix domsp, F64 domub,
          int nd, int n, I32 ri32, int shape_base))
@@ -44,7 +46,9 @@ CLOSURE(82, void,
     }
 }
 
-/// The bounds of the one-sided form, at the rows of the table.
+/// Scatters one-sided bounds over the dense `b`: an entry of `dombnd` for each row of the table
+/// `domsp`, whose first `nd` columns are the subscripts, with the strides `stride`, of its
+/// position. Other positions stay.
 CLOSURE(100, void, (F64Out b, F64 dombnd, I32Matrix domsp, int nd, I32 stride))
 {
     for_each_listed(domsp, domsp.rows(), nd, stride,

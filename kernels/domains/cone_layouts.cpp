@@ -10,6 +10,7 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
+#include "subscripts.h"
 #include "triangle_packing.h"
 
 namespace fragments {
@@ -20,26 +21,28 @@ namespace {
 template <class Visit>
 void for_each_in_cone_order(int pre, int conesize, int post, Visit visit)
 {
+    if (is_empty(pre, post, conesize)) return;
     for (int64_t a = 0; a < pre; ++a)
         for (int64_t b = 0; b < post; ++b)
             for (int64_t t = 0; t < conesize; ++t) visit((a * conesize + t) * post + b);
 }
 
-/// Calls `visit(p, cone)` for each row p of the squares, with the first of the `post` cones that
-/// share it, in row-major order.
+/// Calls `visit(p, cone)` for each of the first `rows` rows p of the squares, with the first of the
+/// `post` cones that share it, in row-major order.
 template <class Visit>
-void for_each_square_row(int64_t pre, int64_t dim, int64_t mid, int64_t post, Visit visit)
+void for_each_square_row(int64_t pre, int64_t rows, int64_t mid, int64_t post, Visit visit)
 {
+    if (is_empty(pre, rows, mid, post)) return;
     for (int64_t a = 0; a < pre; ++a)
-        for (int64_t p = 0; p < dim; ++p)
+        for (int64_t p = 0; p < rows; ++p)
             for (int64_t b = 0; b < mid; ++b) visit(p, (a * mid + b) * post);
 }
 
 } // namespace
 
-/// perm[position of an element] = its position in cone order, from `pos` on; then, if `ofs` is
-/// given, its first `nofs` values go to cone order: g[perm[i]] = ofs[i]. Returns the position
-/// behind the last.
+/// Cone order of an array of shape (`pre`, `conesize`, `post`): perm[i] gets the position in cone
+/// order, counted from `pos`, of the element at row-major position i. Then, if `ofs` is given, its
+/// first `nofs` values go to cone order: g[perm[i]] = ofs[i]. Returns the position behind the last.
 CLOSURE(96, int,
         (int conesize, int pre, int post, int nofs, F64Out g, int pos, F64 ofs, I32Out perm))
 {
@@ -49,7 +52,8 @@ CLOSURE(96, int,
     return pos;
 }
 
-/// Gathers a list in cone order, from slot `pos` on. Returns the slot behind the last.
+/// Gathers the list `nativeidxs` of an array of shape (`pre`, `conesize`, `post`) in cone order, to
+/// `permidxs` from slot `pos` on. Returns the slot behind the last.
 CLOSURE(59, int, (int conesize, int pre, int post, I32 nativeidxs, int pos, I32Out permidxs))
 {
     for_each_in_cone_order(pre, conesize, post,
@@ -57,28 +61,17 @@ CLOSURE(59, int, (int conesize, int pre, int post, I32 nativeidxs, int pos, I32O
     return pos;
 }
 
-/// Scale of the rows off the diagonal, those on it keep theirs. `aconidxs` lists the rows from slot
-/// `pos` on, each triangle packed column by column. Returns the slot behind the last.
-CLOSURE(87, int,
-        (F64Out acon_elm_scale, I32 aconidxs, long long pre, long long dim, long long mid,
-         long long dim2, long long post, int pos, double scale))
-{
-    for (int64_t cone = 0; cone < pre * mid * post; ++cone)
-        for (int64_t j = 0; j < dim; ++j) {
-            ++pos;
-            for (int64_t i = j + 1; i < dim2; ++i) acon_elm_scale[aconidxs[pos++]] = scale;
-        }
-    return pos;
-}
-
-/// Triangles from the list of an expression that has only one half of each square, in row-major
-/// order from slot `pos` on: the lower half is packed column by column, the upper one row by row of
-/// the mirrored entries. Returns the slot behind the last.
+/// Packs triangles, of `trisize` slots each, from a list of an array of shape (`pre`, `dim`, `mid`,
+/// `dim2`, `post`) that has only one half of each square, with `upper` the upper one, in row-major
+/// order from slot `pos` of `afeidxs` on. In `afetrilperm` the lower half is packed column by
+/// column, the upper one row by row of the mirrored entries. Returns the slot behind the last that
+/// was read.
 CLOSURE(88, int,
         (I32 afeidxs, I32Out afetrilperm, int trisize, long long pre, long long dim, long long mid,
          long long dim2, long long post, int pos, bool upper))
 {
-    for_each_square_row(pre, dim2, mid, post, [&](int64_t p, int64_t cone) {
+    const int64_t rows = upper ? std::min(dim, dim2) : dim2; // the rest has no upper half
+    for_each_square_row(pre, rows, mid, post, [&](int64_t p, int64_t cone) {
         const int64_t end = upper ? dim : p + 1;
         for (int64_t q = upper ? p : 0; q < end; ++q) {
             const int64_t slot = upper ? row_packed(q, p) : column_packed(p, q, dim);
@@ -89,12 +82,15 @@ CLOSURE(88, int,
     return pos;
 }
 
-/// The rows of all elements, from triangles packed column by column: both halves of a square have
-/// the same rows. `upper` makes no difference.
+/// Unpacks triangles, of `trisize` slots each, column by column, to all elements of an array of
+/// shape
+/// (`pre`, `dim`, `mid`, `dim2`, `post`), in row-major order from the start of `pafeidxs` on: both
+/// halves of a square have the same rows. `upper` makes no difference.
 CLOSURE(89, void,
         (I32 afeidxs, int trisize, long long pre, long long dim, long long mid, long long dim2,
          long long post, I32Out pafeidxs, [[maybe_unused]] bool upper))
 {
+    if (is_empty(dim2)) return;
     int64_t next = 0;
     for_each_square_row(pre, dim, mid, post, [&](int64_t p, int64_t cone) {
         for (int64_t q = 0; q < dim2; ++q) {
@@ -103,6 +99,28 @@ CLOSURE(89, void,
                 pafeidxs[next++] = afeidxs[trisize * (cone + k) + slot];
         }
     });
+}
+
+/// Sets the scale of the conic rows off the diagonals to `scale`; those on a diagonal keep theirs.
+/// `aconidxs` lists the rows of all `pre` * `mid` * `post` triangles from slot `pos` on, each
+/// packed column by column: column j has one row on the diagonal and `dim2` - 1 - j below. Returns
+/// the slot behind the last.
+CLOSURE(87, int,
+        (F64Out acon_elm_scale, I32 aconidxs, long long pre, long long dim, long long mid,
+         long long dim2, long long post, int pos, double scale))
+{
+    const int64_t cones = pre * mid * post;
+    if (is_empty(cones, dim)) return pos;
+    const int64_t columns = dim2 > 1 ? std::min(dim, dim2 - 1) : 0; // with a row below the diagonal
+    if (columns == 0) return pos + static_cast<int>(cones * dim);
+    for (int64_t cone = 0; cone < cones; ++cone) {
+        for (int64_t j = 0; j < columns; ++j) {
+            ++pos;
+            for (int64_t i = j + 1; i < dim2; ++i) acon_elm_scale[aconidxs[pos++]] = scale;
+        }
+        pos += static_cast<int>(dim - columns);
+    }
+    return pos;
 }
 
 } // namespace fragments

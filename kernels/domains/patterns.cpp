@@ -1,8 +1,8 @@
 // The pattern of a domain with listed elements: from a table of subscripts, one row for each
-// element, in any order, to ascending row-major linear indexes. 42 tests the order; where it is
-// broken, 54 and 55 sort, once around for each dimension, the last one first.
-//
-// The closures exist twice, for the two places of a host that need them.
+// element, in any order, to ascending row-major linear indexes. Where the indexes as they come
+// aren't ascending, the rows are sorted by an LSD radix sort, a pass for each dimension, the last
+// one first, and the indexes written in the order of the rows. Two places of a host need this
+// chain, each with closures of its own.
 
 #include "algorithms.h"
 #include "closure_frame.h"
@@ -59,24 +59,27 @@ void write_sorted(I32<S> curperm, Matrix<int32_t, S> midxs, int n, int nd, I64Ou
 
 } // namespace
 
-/// Whether `sorted`, and all of the pattern ascends strictly.
-CLOSURE_AS(42, bool, (bool sorted, I64 sp), strictly_ascending(sorted, sp, sp.length()))
-
-/// Linear indexes in 64 bits of the first `n` rows of a table that is known to be in range.
+/// The linear indexes, in 64 bits, of the first `n` rows of the table `sparsity`, whose first `nd`
+/// columns count, to `sp`. The subscripts must be in range.
 CLOSURE(44, void, (int nd, int n, I64Out sp, I32Matrix sparsity, I64 strides))
 {
     for (int64_t i = 0; i < n; ++i) sp[i] = linear_of_row(int64_t{0}, sparsity, i, nd, strides);
 }
 
-/// Linear indexes of the first `n` rows of the table `sp`, in all of its columns. Returns whether
-/// `bad`, or a row lies outside of the shape: neither that row nor a later one is written.
+/// The linear indexes of the first `n` rows of the table `sp`, in all of its columns, to
+/// `sparsity`; each product is one of 32 bits. Returns whether `bad`, or a row lies outside of the
+/// shape: neither that row nor a later one is written, and none if `bad`.
 CLOSURE_AS(51, bool, (bool bad, int n, I32 shape, I32Matrix sp, I64Out sparsity, I32 strides),
            read_pattern(bad, n, shape, sp, sparsity, strides))
 CLOSURE_AS(64, bool, (bool bad, int n, I32 shape, I32Matrix sp, I64Out sparsity, I32 strides),
            read_pattern(bad, n, shape, sp, sparsity, strides))
 
-/// One pass of an LSD radix sort, stable: `tgtperm` gets the rows of `curperm` by ascending
-/// subscript in dimension `nd` - 1 - `pass`. `ptr` is scratch, one entry more than that dimension.
+/// Whether `sorted`, and all of the pattern `sp` ascends strictly.
+CLOSURE_AS(42, bool, (bool sorted, I64 sp), strictly_ascending(sorted, sp, sp.length()))
+
+/// One pass of a radix sort of the table's rows, stable: `tgtperm` gets the `n` rows of `curperm`
+/// by ascending subscript in dimension `nd` - 1 - `pass`. `ptr` is scratch, of one entry more than
+/// the extent of that dimension.
 CLOSURE_AS(54, void,
            (I32 curperm, int pass, I32Matrix midxs, int n, int nd, I32Out ptr, I32 shape,
             I32Out tgtperm),
@@ -86,7 +89,8 @@ CLOSURE_AS(67, void,
             I32Out tgtperm),
            sort_pass(curperm, pass, midxs, n, nd, ptr, shape, tgtperm))
 
-/// Linear indexes of the rows as sorted. Repeated rows stay, side by side.
+/// The linear indexes of the `n` rows of the table in the order of `curperm`, of their first `nd`
+/// columns, to `sparsity`; each product is one of 32 bits. Repeated rows stay, side by side.
 CLOSURE_AS(55, void, (I32 curperm, I32Matrix midxs, int n, int nd, I64Out sparsity, I32 strides),
            write_sorted(curperm, midxs, n, nd, sparsity, strides))
 CLOSURE_AS(68, void, (I32 curperm, I32Matrix midxs, int n, int nd, I64Out sparsity, I32 strides),

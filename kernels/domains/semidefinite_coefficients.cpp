@@ -70,9 +70,9 @@ template <class S>
 std::tuple<int, int, int> count_row_parts(int nmat, I32<S> barj, int nlin, int nelem,
                                           const Operand<S>& e, int nbarnz, bool constants)
 {
-    for (int64_t element = 0; element < nelem; ++element) {
-        const int64_t begin = e.ptr[element];
-        const int64_t end = e.ptr[element + 1];
+    for (int64_t q = 0; q < nelem; ++q) {
+        const int64_t begin = e.ptr[q];
+        const int64_t end = e.ptr[q + 1];
         int64_t t = skip_terms(e, begin, end, [](int64_t v) { return v < 0; });
         nbarnz += static_cast<int>(t - begin);
         for_each_run(
@@ -83,21 +83,21 @@ std::tuple<int, int, int> count_row_parts(int nmat, I32<S> barj, int nlin, int n
     return {nmat, nlin, nbarnz};
 }
 
-/// The scalar terms of `nelem` elements; ptrb[e + 1] - ptrb[e] of them are of element e. Those of
-/// index 0 go to `constant(e, coefficient)`, which returns whether it has taken it.
+/// The scalar terms of `nelem` elements; ptrb[q + 1] - ptrb[q] of them are of element q. Those of
+/// index 0 go to `constant(q, coefficient)`, which returns whether it has taken it.
 template <class S, class P, class Constant>
 void write_row_scalars(const Operand<S>& e, int nelem, ScalarTerms<S> list, ArrayOut<P, S> ptrb,
                        Constant constant)
 {
-    for (int64_t element = 0; element < nelem; ++element) {
+    for (int64_t q = 0; q < nelem; ++q) {
         const int64_t before = list.count;
-        const int64_t end = e.ptr[element + 1];
-        for (int64_t t = e.ptr[element]; t < end; ++t) {
+        const int64_t end = e.ptr[q + 1];
+        for (int64_t t = e.ptr[q]; t < end; ++t) {
             const int64_t variable = e.nidxs[t];
-            if (variable > 0 || (variable == 0 && !constant(element, e.cof[t])))
+            if (variable > 0 || (variable == 0 && !constant(q, e.cof[t])))
                 list.append(variable, e.cof[t]);
         }
-        ptrb[element + 1] = static_cast<P>(ptrb[element] + list.count - before);
+        ptrb[q + 1] = static_cast<P>(ptrb[q] + list.count - before);
     }
 }
 
@@ -110,16 +110,16 @@ struct Matrices
 };
 
 /// The matrices of `nelem` elements and their entries, from the slots `nmat` and `nz` on; those of
-/// element e end at ptr[e + 1]. Returns the slots behind the last: (nz, nmat).
+/// element q end at ptr[q + 1]. Returns the slots behind the last: (nz, nmat).
 template <class S, class P>
 std::tuple<int, int> write_row_matrices(int nz, int nmat, const Operand<S>& e, int nelem,
                                         const ElementTables<S>& tables, I32<S> barvar_dim,
                                         Matrices<S> matrices, TriangleEntries<S> entries,
                                         ArrayOut<P, S> ptr)
 {
-    for (int64_t element = 0; element < nelem; ++element) {
-        int64_t t = e.ptr[element];
-        const int64_t end = e.ptr[element + 1];
+    for (int64_t q = 0; q < nelem; ++q) {
+        int64_t t = e.ptr[q];
+        const int64_t end = e.ptr[q + 1];
         while (t < end && e.nidxs[t] < 0) {
             const int barj = tables.barj[~e.nidxs[t]];
             const int64_t first = t;
@@ -130,20 +130,21 @@ std::tuple<int, int> write_row_matrices(int nz, int nmat, const Operand<S>& e, i
             matrices.matnnz[nmat] = t - first;
             ++nmat;
         }
-        ptr[element + 1] = nmat;
+        ptr[q + 1] = nmat;
     }
     return {nz, nmat};
 }
 
 } // namespace
 
-// A single expression.
+// Parts of a single expression.
 
-/// `n` times the first `n` extents of the shape.
+/// `n` times the first `n` extents of a shape on the r stack, at `shape_base`.
 CLOSURE_AS(45, int, (int n, I32 ri32, int shape_base), product(n, ri32.from(shape_base), n))
 
-/// Counts the terms of scalar variables and constants, and of semidefinite variables, in any order:
-/// (nlin, nbar).
+/// Sizes the parts of a single expression of `n` terms, in any order: `nlin` plus the terms of
+/// scalar variables and constants, `nbar` plus those of semidefinite variables. Returns (nlin,
+/// nbar).
 CLOSURE(46, results(int, int), (int nlin, int nidxs_base, int n, int nbar, I64 ri64))
 {
     const auto nidxs = ri64.from(nidxs_base);
@@ -151,7 +152,9 @@ CLOSURE(46, results(int, int), (int nlin, int nidxs_base, int n, int nbar, I64 r
     return {nlin, nbar};
 }
 
-/// The terms of scalar variables and constants, in any order.
+/// Writes the terms of scalar variables and constants of a single expression of `n` terms, in their
+/// order: variables to `subj`, coefficients to `cof`, both from slot 0 on. The constant's index is
+/// 0.
 CLOSURE(47, void,
         (F64Out cof, int cof_base, int nidxs_base, int n, F64 rf64, I64 ri64, I32Out subj))
 {
@@ -162,8 +165,9 @@ CLOSURE(47, void,
         if (nidxs[t] >= 0) list.append(nidxs[t], coefficients[t]);
 }
 
-/// The matrix entries of `n` terms, all of semidefinite variables: variable `subj`, row `subk`,
-/// column `subl` and value.
+/// Writes the matrix entries of the `n` terms of a single expression, all of semidefinite
+/// variables: the variable's number to `subj`, row and column to `subk` and `subl`, the value to
+/// `val`, half the coefficient off the diagonal.
 CLOSURE(48, void,
         (I32 barvar_block_elm_barj, I32 barvar_block_elm_i, I32 barvar_block_elm_j, int cof_base,
          int nidxs_base, int n, F64 rf64, I64 ri64, I32Out subj, I32Out subk, I32Out subl,
@@ -181,11 +185,11 @@ CLOSURE(48, void,
     }
 }
 
-// Rows, one for each element. Those up to 77 keep the constants apart, those from 78 on take them
-// as scalar terms of index 0.
+// Parts of rows, one for each element.
 
-/// Sizes of matrices, scalar terms and entries of matrices, added to the counts passed:
-/// (nmat, nlin, nbarnz). Negative indexes behind others are not looked at.
+/// Sizes the parts of `nelem` rows without their constants: `nmat` plus the matrices, `nlin` plus
+/// the terms of scalar variables, `nbarnz` plus the entries of matrices. Terms must ascend by
+/// index; negative ones behind others are not looked at. Returns (nmat, nlin, nbarnz).
 CLOSURE(75, results(int, int, int),
         (int nmat, I32 barvar_block_elm_barj, int nlin, int nelem, int nidxs_base, int ptr_base,
          I32 ri32, I64 ri64, int nbarnz))
@@ -193,6 +197,10 @@ CLOSURE(75, results(int, int, int),
     const Operand<Stride> e(ri32, ri64, {}, {ptr_base, nidxs_base, 0});
     return count_row_parts(nmat, barvar_block_elm_barj, nlin, nelem, e, nbarnz, false);
 }
+
+/// Sizes the parts of `nelem` rows with their constants among the scalar terms: `nmat` plus the
+/// matrices, `nlin` plus the scalar terms, `nbarnz` plus the entries of matrices. Terms must ascend
+/// by index; negative ones behind others are not looked at. Returns (nmat, nlin, nbarnz).
 CLOSURE(78, results(int, int, int),
         (int nmat, I32 barvar_block_elm_barj, int nlin, int nelem, int nidxs_base, int ptr_base,
          I32 ri32, I64 ri64, int nbarnz))
@@ -201,18 +209,23 @@ CLOSURE(78, results(int, int, int),
     return count_row_parts(nmat, barvar_block_elm_barj, nlin, nelem, e, nbarnz, true);
 }
 
-/// The scalar terms of all elements, in pointer form: ptrb[0] is the host's. In 76 the constants of
-/// element e are added to bfix[e].
+/// Writes the terms of scalar variables of `nelem` rows in pointer form, variables to `subj` and
+/// coefficients to `cof` from slot 0 on: those of row q are counted in ptrb[q + 1] - ptrb[q];
+/// ptrb[0] must be set before. The constants of row q are added to bfix[q].
 CLOSURE(76, void,
         (F64Out bfix, F64Out cof, int cof_base, int nelem, int nidxs_base, int ptr_base,
          I32Out ptrb, F64 rf64, I32 ri32, I64 ri64, I32Out subj))
 {
     const Operand<Stride> e(ri32, ri64, rf64, {ptr_base, nidxs_base, cof_base});
-    write_row_scalars(e, nelem, {subj, cof}, ptrb, [&](int64_t element, double coefficient) {
-        bfix[element] += coefficient;
+    write_row_scalars(e, nelem, {subj, cof}, ptrb, [&](int64_t q, double coefficient) {
+        bfix[q] += coefficient;
         return true;
     });
 }
+
+/// Writes the scalar terms of `nelem` rows, constants among them as terms of index 0, in pointer
+/// form, variables to `subj` and coefficients to `cof` from slot 0 on: those of row q are counted
+/// in ptrb[q + 1] - ptrb[q]; ptrb[0] must be set before.
 CLOSURE(79, void,
         (F64Out cof, int cof_base, int nelem, int nidxs_base, int ptr_base, I64Out ptrb, F64 rf64,
          I32 ri32, I64 ri64, I32Out subj))
@@ -221,8 +234,11 @@ CLOSURE(79, void,
     write_row_scalars(e, nelem, {subj, cof}, ptrb, [](int64_t, double) { return false; });
 }
 
-/// The matrices of all elements, from `nmat` on, and their entries, from `nz` on: (nz, nmat). `ptr`
-/// gets the running number of matrices, above its entry 0.
+/// Writes the matrices of `nelem` rows, whose terms must ascend by index, from slot `nmat` on: the
+/// variable's number to `barsubj`, its dimension to `matdim`, the number of entries to `matnnz`;
+/// and the entries, from slot `nz` on: row and column to `matsubi` and `matsubj`, the value to
+/// `matcof`, half the coefficient off the diagonal. ptr[q + 1] gets the slot behind the matrices of
+/// row e. Returns (nz, nmat).
 CLOSURE(77, results(int, int),
         (int nz, int nmat, I32Out barsubj, I32 barvar_block_elm_barj, I32 barvar_block_elm_i,
          I32 barvar_block_elm_j, I32 barvar_dim, int cof_base, F64Out matcof, I32Out matdim,

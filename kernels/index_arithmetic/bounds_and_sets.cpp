@@ -4,6 +4,7 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
+#include "subscripts.h"
 #include "triplet_matrix.h"
 
 namespace fragments {
@@ -51,7 +52,8 @@ void merge_positions(Positions<S> lower, Positions<S> upper, Position position)
 
 } // namespace
 
-/// Sizes the merged bounds: `nunion` plus the distinct positions.
+/// Sizes the merged bounds: `nunion` plus the number of distinct positions in the two lists, each
+/// of which ascends strictly by row and then column.
 CLOSURE(282, long long, (I32 lsubi, I32 lsubj, long long nunion, I32 usubi, I32 usubj))
 {
     merge_positions(Positions<Stride>{lsubi, lsubj}, Positions<Stride>{usubi, usubj},
@@ -59,8 +61,9 @@ CLOSURE(282, long long, (I32 lsubi, I32 lsubj, long long nunion, I32 usubi, I32 
     return nunion;
 }
 
-/// Writes the merged bounds: a position in each row of `inst`, its values in `lbv` and `ubv`, 0.0
-/// at a side without an entry.
+/// Writes the merged bounds in ascending order: a position, row and column, in each row of `inst`,
+/// and its lower and upper values in `lbv` and `ubv`, 0.0 at a side without an entry. Both lists
+/// ascend strictly by row and then column.
 CLOSURE(283, void,
         (I32MatrixOut inst, F64Out lbv, I32 lsubi, I32 lsubj, F64 lval, F64Out ubv, I32 usubi,
          I32 usubj, F64 uval))
@@ -76,22 +79,30 @@ CLOSURE(283, void,
                     });
 }
 
-// Triplets into a dense array of `n` columns; all other entries stay.
+/// Scatters triplets (subi[k], subj[k], v[k]) into a row-major array of `n` columns; the length of
+/// `subi` counts, and all other entries stay.
 CLOSURE_AS(284, void, (int n, F64Out lval, I32 subi, I32 subj, F64 v),
            scatter_triplets(subi.length(), subi, subj, v, n, lval))
 CLOSURE_AS(285, void, (int n, I32 subi, I32 subj, F64Out uval, F64 v),
            scatter_triplets(subi.length(), subi, subj, v, n, uval))
 
-/// Dense bounds row by row, from slot `dstpos` on. Returns the slot behind the last.
+/// Dense lower and upper bounds, of `dim0` rows and `dim1` columns, row by row into `lval` and
+/// `uval`, from slot `dstpos` on. Returns the slot behind the last.
 CLOSURE(286, int,
         (int dim0, int dim1, int dstpos, F64Matrix lb, F64Out lval, F64Matrix ub, F64Out uval))
 {
-    flatten(lb, dim0, dim1, lval.from(dstpos));
-    flatten(ub, dim0, dim1, uval.from(dstpos));
-    return dstpos + dim0 * dim1;
+    const int end = dstpos + dim0 * dim1;
+    if (is_empty(dim0, dim1)) return end;
+    int64_t slot = dstpos;
+    for (int64_t i = 0; i < dim0; ++i)
+        for (int64_t j = 0; j < dim1; ++j, ++slot) {
+            lval[slot] = lb(i, j);
+            uval[slot] = ub(i, j);
+        }
+    return end;
 }
 
-/// Positions as a table.
+/// Positions as the first two columns of the table `inst`; the length of `msubi` counts.
 CLOSURE(287, void, (I32MatrixOut inst, I32 msubi, I32 msubj))
 {
     for (int64_t k = 0; k < msubi.length(); ++k) {
@@ -100,13 +111,14 @@ CLOSURE(287, void, (I32MatrixOut inst, I32 msubi, I32 msubj))
     }
 }
 
-/// One set behind the other; common members are not looked for.
+/// Copies the set `set1` to the start of `r`.
+CLOSURE_AS(274, void, (I32Out r, I32 set1), copy_n(set1, set1.length(), r))
+
+/// Concatenates two sets from the start of `r` on; common members are not looked for.
 CLOSURE(275, void, (I32Out r, I32 set1, I32 set2))
 {
     copy_n(set1, set1.length(), r);
     copy_n(set2, set2.length(), r.from(set1.length()));
 }
-
-CLOSURE_AS(274, void, (I32Out r, I32 set1), copy_n(set1, set1.length(), r))
 
 } // namespace fragments

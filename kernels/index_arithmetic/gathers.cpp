@@ -1,9 +1,9 @@
 // Plain moves between the lists and tables of an array: fills, copies, gathers, searches.
 
-#include <algorithm>
-
 #include "algorithms.h"
 #include "closure_frame.h"
+#include "division.h"
+#include "subscripts.h"
 
 namespace fragments {
 
@@ -20,43 +20,13 @@ int first_at_least(long long key, int pos, I64<S> sp)
 
 } // namespace
 
-/// A list as the first row of a table,
-CLOSURE(331, void, (I32MatrixOut idxs, I32 indexes))
-{
-    for (int64_t k = 0; k < indexes.length(); ++k) idxs(0, k) = indexes[k];
-}
-/// and as its first column.
-CLOSURE(330, void, (I32MatrixOut idxs, I32 indexes))
-{
-    for (int64_t k = 0; k < indexes.length(); ++k) idxs(k, 0) = indexes[k];
-}
+/// The smallest place from `pos` on whose linear index in `sp` is at least `key`; else the length
+/// of `sp`. A place at or behind the end comes back.
+CLOSURE_AS(313, int, (long long key, int pos, I64 sp), first_at_least(key, pos, sp))
+CLOSURE_AS(314, int, (int key, int pos, I64 sp), first_at_least(key, pos, sp))
 
-CLOSURE_AS(329, void, (long long n, F64Out vals, double value), fill_n(vals, n, value))
-
-/// Values at the linear indexes `sp`. The length of `nidxs` counts.
-CLOSURE_AS(328, void, (F64Out cvals, I32 nidxs, I64 sp, F64 values),
-           gather_n(values, nidxs.length(), sp, cvals))
-
-/// The same from a table of values, as many columns as shape[1] says.
-CLOSURE(327, void, (I32 shape, I64 sp, F64Out vals, F64Matrix values2))
-{
-    for (int64_t k = 0; k < sp.length(); ++k) {
-        const int64_t linear = sp[k];
-        const int32_t columns = shape[1];
-        vals[k] = values2(linear / columns, linear % columns);
-    }
-}
-
-/// All values of the table, row by row.
-CLOSURE_AS(326, void, (I32 shape, F64Out vals, F64Matrix values2),
-           flatten(values2, shape[0], shape[1], vals))
-
-/// Appends a list from slot `pos` on.
-CLOSURE_AS(325, void, (I32Out dst, I32 nidxs, int pos),
-           copy_n(nidxs, nidxs.length(), dst.from(pos)))
-
-/// Appends the linear indexes of an array from slot `pos` on: those of `sp`, or 0, 1, 2 and so on
-/// for each element of a dense one, which has no `sp`.
+/// Appends the linear indexes of an array to `dest`, from slot `pos` on: those of `sp`, or for a
+/// dense array, which has no `sp`, 0, 1, 2 and so on, one for each entry of `nidxs`.
 CLOSURE(316, void, (I64Out dest, I32 nidxs, int pos, I64 sp))
 {
     if (sp.given())
@@ -65,7 +35,48 @@ CLOSURE(316, void, (I64Out dest, I32 nidxs, int pos, I64 sp))
         iota_n(dest.from(pos), nidxs.length());
 }
 
-CLOSURE_AS(314, int, (int key, int pos, I64 sp), first_at_least(key, pos, sp))
-CLOSURE_AS(313, int, (long long key, int pos, I64 sp), first_at_least(key, pos, sp))
+/// Appends the list `nidxs` to `dst`, from slot `pos` on.
+CLOSURE_AS(325, void, (I32Out dst, I32 nidxs, int pos),
+           copy_n(nidxs, nidxs.length(), dst.from(pos)))
+
+/// The table `values2`, of `shape`, row by row as the list `vals`.
+CLOSURE(326, void, (I32 shape, F64Out vals, F64Matrix values2))
+{
+    const int rows = shape[0];
+    if (is_empty(rows)) return;
+    const int columns = shape[1];
+    if (!is_empty(columns)) flatten(values2, rows, columns, vals);
+}
+
+/// The entries of the table `values2` at the linear indexes `sp`, with as many columns to a row as
+/// shape[1] says, as the list `vals`. The length of `sp` counts.
+CLOSURE(327, void, (I32 shape, I64 sp, F64Out vals, F64Matrix values2))
+{
+    for (int64_t k = 0; k < sp.length(); ++k) {
+        const int64_t linear = sp[k];
+        const int32_t columns = shape[1];
+        vals[k] = values2(quotient(linear, columns), remainder(linear, columns));
+    }
+}
+
+/// The entries of `values` at the linear indexes `sp`, as the list `cvals`. The length of `nidxs`
+/// counts.
+CLOSURE_AS(328, void, (F64Out cvals, I32 nidxs, I64 sp, F64 values),
+           gather_n(values, nidxs.length(), sp, cvals))
+
+/// Sets the first `n` entries of `vals` to `value`.
+CLOSURE_AS(329, void, (long long n, F64Out vals, double value), fill_n(vals, n, value))
+
+/// A list of indexes as the first column of the table `idxs`.
+CLOSURE(330, void, (I32MatrixOut idxs, I32 indexes))
+{
+    for (int64_t k = 0; k < indexes.length(); ++k) idxs(k, 0) = indexes[k];
+}
+
+/// A list of indexes as the first row of the table `idxs`.
+CLOSURE(331, void, (I32MatrixOut idxs, I32 indexes))
+{
+    for (int64_t k = 0; k < indexes.length(); ++k) idxs(0, k) = indexes[k];
+}
 
 } // namespace fragments

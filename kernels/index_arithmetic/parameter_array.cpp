@@ -6,8 +6,10 @@
 
 namespace fragments {
 
-/// Element k gets one term, of index 0 and coefficient 0.0, with the program that pushes parameter
-/// nidxs[k]. `sp` is written only with `hassp`, `codeptr` only with elements.
+/// Pushes an array of parameters, of `shape`, onto the r stack as an expression of `nelem`
+/// elements: element k gets one term, of index 0 and coefficient 0.0, with the program that pushes
+/// parameter nidxs[k]. Entry 0 of `ptr` and of `codeptr` is written too; `sp` is written only with
+/// `hassp`, `codeptr` only if there are elements.
 CLOSURE(315, void,
         (bool hassp, int nd, int nelem, I32 nidxs, int rcconst_base, int rcode_base,
          int rcodeptr_base, int rcof_base, F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base,
@@ -20,8 +22,10 @@ CLOSURE(315, void,
     iota_n(ri32.from(rptr_base), int64_t{nelem} + 1);
     if (nelem > 0) iota_n(ri32.from(rcodeptr_base), int64_t{nelem} + 1);
     if (hassp) copy_n(sp, nelem, ri64.from(rsp_base));
-    fill_n(ri32.from(rcode_base), nelem, op_param);
-    convert_n(nidxs, nelem, rf64.from(rcconst_base));
+    for (int64_t k = 0; k < nelem; ++k) {
+        ri32[rcode_base + k] = op_param;
+        rf64[rcconst_base + k] = nidxs[k];
+    }
 }
 
 } // namespace fragments

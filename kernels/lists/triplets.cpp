@@ -21,7 +21,7 @@ CLOSURE(630, results(int, int), (int maxi, int maxj, int n, I32 subi, I32 subj))
 
 /// `outofrange`, or whether one of the first `n` entries lies outside a `dimi` x `dimj` matrix.
 CLOSURE_AS(634, bool, (int dimi, int dimj, long long n, bool outofrange, I32 subi_, I32 subj_),
-           outofrange || has_bad_index(dimi, dimj, n, subi_, subj_))
+           outofrange || has_bad_entry(dimi, dimj, n, subi_, subj_))
 
 /// `count` plus the number of values other than 0.0, as 636 keeps them: a NaN is one.
 CLOSURE(635, int, (int count, F64 val_))

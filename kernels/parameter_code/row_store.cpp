@@ -5,9 +5,9 @@
 // row lie back to back in the pool `code`, `cconst`, from row_code_ptr[r] on, so the place of each
 // follows from the sizes before it.
 //
-// clear_param_rows is closures 144 and 138. store_param_rows sizes (135), grows the pools
-// (140 to 143), places (136) and fills (137), from an expression on the r stack whose element i
-// goes to row nativeidxs[i]. eval_param_rows is closures 134 and 25.
+// clear_param_rows is 138 or 144, and 139 measures a row. store_param_rows sizes (135), grows the
+// pools (140 to 143), places (136) and fills (137), from an expression on the r stack whose element
+// i goes to row nativeidxs[i]. eval_param_rows is 134 or 25.
 
 #include <limits>
 
@@ -108,6 +108,13 @@ int evaluate_rows(const Programs<S>& p, int64_t nrow, F64<S> parameters, F64Out<
             if (size == 1 && p.code[atom] == op_param) {
                 // What most coefficients come down to: the parameter itself.
                 stack[stack_n] = parameters[truncate_to_i32(p.cconst[atom++])];
+            } else if (size == 3 && p.code[atom] == op_const && p.code[atom + 1] == op_param &&
+                       p.code[atom + 2] == op_mul) {
+                // And the others: a constant times a parameter.
+                const double parameter = parameters[truncate_to_i32(p.cconst[atom + 1])];
+                stack[stack_n + 1] = parameter;
+                stack[stack_n] = parameter * p.cconst[atom];
+                atom += size;
             } else if (size > 0) {
                 const SplitProgram<S> program{p.code.from(atom), p.cconst.from(atom), size};
                 run_program(program, parameters, stack, stack_n);
@@ -122,8 +129,10 @@ int evaluate_rows(const Programs<S>& p, int64_t nrow, F64<S> parameters, F64Out<
 
 } // namespace
 
-/// Empties the listed rows and returns `entry_used` less their entries. Without `row_code_ptr`
-/// there is no store, and nothing is done.
+// clear_param_rows.
+
+/// Empties the first `nrow` listed rows, whose pointers become 0. Without `row_code_ptr` there is
+/// no store, and nothing is done. Returns `entry_used` less their entries.
 CLOSURE(144, int,
         (int entry_used, I32 nativeidxs, int nrow, I32 row_code_ptr, I32Out row_param_ptrb,
          I32Out row_param_ptre))
@@ -137,24 +146,8 @@ CLOSURE(144, int,
     return entry_used;
 }
 
-/// The capacity that leaves room for `add` above the first `base`.
-CLOSURE_AS(143, int, (int add, int base, int cap), grown(cap, int64_t{base} + add))
-
-CLOSURE_AS(142, int, (int base, int cap, int need), grown(cap, int64_t{base} + need))
-
-/// The capacity that holds `atleast` in all.
-CLOSURE_AS(141, int, (int atleast, int cap), grown(cap, atleast))
-
-CLOSURE_AS(140, int, (int cap, int need), grown(cap, need))
-
-/// `code_used` plus the atoms of one row.
-CLOSURE_AS(139, int,
-           (int code_used, int nativerow, I32 param_code_sizes, I32 row_param_ptrb,
-            I32 row_param_ptre),
-           code_used + atoms_of_row(nativerow, param_code_sizes, row_param_ptrb, row_param_ptre))
-
-/// Empties all listed rows. Returns (code_used, varidx_used), less their atoms and entries. Without
-/// `row_param_ptrb` there is no store, and nothing is done.
+/// Empties all listed rows, whose pointers become 0. Without `row_param_ptrb` there is no store,
+/// and nothing is done. Returns (`code_used`, `varidx_used`), less their atoms and entries.
 CLOSURE(138, results(int, int),
         (int code_used, I32 nativeidxs, I32 param_code_sizes, I32Out row_param_ptrb,
          I32Out row_param_ptre, int varidx_used))
@@ -169,15 +162,74 @@ CLOSURE(138, results(int, int),
     return {code_used, varidx_used};
 }
 
-/// Copies the entries of all elements to the places that 136 has set. Returns `nonneg`, and whether
-/// all variable indexes stored are scalar variables or the constant.
+/// `code_used` plus the atoms of the entries of row `nativerow`.
+CLOSURE_AS(139, int,
+           (int code_used, int nativerow, I32 param_code_sizes, I32 row_param_ptrb,
+            I32 row_param_ptre),
+           code_used + atoms_of_row(nativerow, param_code_sizes, row_param_ptrb, row_param_ptre))
+
+// store_param_rows.
+
+/// Sizes what `nelem` elements take: adds an entry for each term, but for those whose program is
+/// one atom op_const or op_folded and computes nothing, and the atoms of its program. Returns
+/// (`nparam`, `nparam_atom`).
+CLOSURE(135, results(int, int),
+        (int code_base, int codeptr_base, int nelem, int nparam, int nparam_atom, int ptr_base,
+         I32 ri32))
+{
+    const auto e = coded_operand(ri32, ptr_base, codeptr_base, code_base);
+    Room room{nparam, nparam_atom};
+    for (int64_t i = 0; i < nelem; ++i) room.add(e, i);
+    return {room.entries, room.atoms};
+}
+
+/// The capacity `cap`, doubled until it leaves room for `add` above the first `base`. One that
+/// can't get there, as it isn't positive or would leave the range of int, stops where it is.
+CLOSURE_AS(143, int, (int add, int base, int cap), grown(cap, int64_t{base} + add))
+
+/// The capacity `cap`, doubled until it leaves room for `need` above the first `base`, within the
+/// same bounds.
+CLOSURE_AS(142, int, (int base, int cap, int need), grown(cap, int64_t{base} + need))
+
+/// The capacity `cap`, doubled until it is at least `atleast`, within the same bounds.
+CLOSURE_AS(141, int, (int atleast, int cap), grown(cap, atleast))
+
+/// The capacity `cap`, doubled until it is at least `need`, within the same bounds.
+CLOSURE_AS(140, int, (int cap, int need), grown(cap, need))
+
+/// Gives the entries of each of `nelem` elements consecutive places, from entry `dst_param` and
+/// atom `dst_atom` on: sets the row's pointers. Rows without entries aren't touched; of a row that
+/// is listed twice the later place stays. Returns (`dst_atom`, `dst_param`), the places behind.
+CLOSURE(136, results(int, int),
+        (int code_base, int codeptr_base, int dst_atom, int dst_param, I32 nativeidxs, int nelem,
+         int ptr_base, I32 ri32, I32Out row_code_ptr, I32Out row_param_ptrb, I32Out row_param_ptre))
+{
+    const auto e = coded_operand(ri32, ptr_base, codeptr_base, code_base);
+    for (int64_t i = 0; i < nelem; ++i) {
+        Room room{0, 0};
+        room.add(e, i);
+        if (room.entries == 0) continue;
+        const int r = nativeidxs[i];
+        row_param_ptrb[r] = dst_param;
+        row_param_ptre[r] = dst_param + room.entries;
+        row_code_ptr[r] = dst_atom;
+        dst_param += room.entries;
+        dst_atom += room.atoms;
+    }
+    return {dst_atom, dst_param};
+}
+
+/// Copies the entries of `nelem` elements to the places that their rows have been given: the
+/// programs to `code` and `cconst`, and their sizes and the variable indexes to `param_code_sizes`
+/// and `param_varidx`. Returns whether `nonneg` came in true and no variable index stored is
+/// negative, that is, of an element of a semidefinite variable.
 CLOSURE(137, bool,
         (F64Out cconst, int cconst_base, I32Out code, int code_base, int codeptr_base,
          I32 nativeidxs, int nelem, int nidxs_base, bool nonneg, I32Out param_code_sizes,
          I64Out param_varidx, int ptr_base, F64 rf64, I32 ri32, I64 ri64, I32 row_code_ptr,
          I32 row_param_ptrb))
 {
-    const Operand<Stride> e(ri32, ri64, rf64, {ptr_base, nidxs_base, 0},
+    const Operand<Stride> e(ri32, ri64, rf64, {.ptr = ptr_base, .nidxs = nidxs_base},
                             {codeptr_base, code_base, cconst_base});
     for (int64_t i = 0; i < nelem; ++i) {
         if (e.terms(i) <= 0) continue;
@@ -198,40 +250,13 @@ CLOSURE(137, bool,
     return nonneg;
 }
 
-/// Gives the entries of each element consecutive places, from entry `dst_param` and atom `dst_atom`
-/// on. Rows without entries aren't touched. Returns the places behind, (dst_atom, dst_param).
-CLOSURE(136, results(int, int),
-        (int code_base, int codeptr_base, int dst_atom, int dst_param, I32 nativeidxs, int nelem,
-         int ptr_base, I32 ri32, I32Out row_code_ptr, I32Out row_param_ptrb, I32Out row_param_ptre))
-{
-    const auto e = coded_operand(ri32, ptr_base, codeptr_base, code_base);
-    for (int64_t i = 0; i < nelem; ++i) {
-        Room room{0, 0};
-        room.add(e, i);
-        if (room.entries == 0) continue;
-        const int r = nativeidxs[i];
-        row_code_ptr[r] = dst_atom;
-        row_param_ptrb[r] = dst_param;
-        dst_atom += room.atoms;
-        dst_param += room.entries;
-        row_param_ptre[r] = dst_param;
-    }
-    return {dst_atom, dst_param};
-}
+// eval_param_rows.
 
-/// Adds the entries and atoms that the elements take: (nparam, nparam_atom).
-CLOSURE(135, results(int, int),
-        (int code_base, int codeptr_base, int nelem, int nparam, int nparam_atom, int ptr_base,
-         I32 ri32))
-{
-    const auto e = coded_operand(ri32, ptr_base, codeptr_base, code_base);
-    Room room{nparam, nparam_atom};
-    for (int64_t i = 0; i < nelem; ++i) room.add(e, i);
-    return {room.entries, room.atoms};
-}
-
-/// Evaluates all rows for the current parameter values: triplets `subi`, `subj`, `val` from
-/// `dstpos` on, by row and then entry. `stack_n` must be 0. Returns (dstpos, stack_n).
+/// Evaluates all rows, as many as `row_param_ptrb` has, for the parameter values `param_value`:
+/// writes a triplet (row, variable, value) to `subi`, `subj`, `val` for each entry, from `dstpos`
+/// on, by row and then entry. The values are computed on a stack at `stack_base` of `xf64`, of
+/// which `stack_n` is the number of values, 0 before. Returns (`dstpos`, `stack_n`), the first as
+/// the place behind the last triplet.
 CLOSURE(134, results(int, int),
         (F64 cconst, I32 code, int dstpos, I32 param_code_sizes, F64 param_value, I64 param_varidx,
          I32 row_code_ptr, I32 row_param_ptrb, I32 row_param_ptre, int stack_base, int stack_n,
@@ -249,7 +274,7 @@ CLOSURE(134, results(int, int),
     return {dstpos, stack_n};
 }
 
-/// The same for the first `nrow` rows, without `subi`.
+/// Evaluates the first `nrow` rows in the same way, without `subi`. Returns (`dstpos`, `stack_n`).
 CLOSURE(25, results(int, int),
         (F64 cconst, I32 code, I64 codenidx, I32 codeptr, I32 codesizes, int dstpos, int nrow,
          F64 param_value, I32 rowptrb, I32 rowptre, int stack_base, int stack_n, I32Out subj,

@@ -2,7 +2,8 @@
 // the way, and writes the tree back as a program.
 //
 // A term that went through is either numeric, with the single atom op_folded, or all program, with
-// a coefficient of 0.0. A program that isn't well-formed is found here and nowhere else.
+// a coefficient of 0.0. A program that isn't well-formed is found here and nowhere else. All of it
+// is closure 379.
 
 #include <algorithm>
 #include <utility>
@@ -11,6 +12,7 @@
 #include "closure_frame.h"
 #include "program_run.h"
 #include "scratch.h"
+#include "stacked_expression.h"
 
 namespace fragments {
 
@@ -69,8 +71,8 @@ struct Tree
         operand[node] = value;
         return node;
     }
-    /// For the newest node only.
-    void add_child(int node, int of) { child[childptr[of + 1]++] = node; }
+    /// To the newest node.
+    void add_child(int node) { child[childptr[tnodes]++] = node; }
 
     int constant(double value) { return new_node(op_const, value); }
     int same(int node)
@@ -81,14 +83,14 @@ struct Tree
     int unary(int32_t opcode, int a)
     {
         const int node = new_node(opcode);
-        add_child(a, node);
+        add_child(a);
         return node;
     }
     int binary(int32_t opcode, double value, int l, int r)
     {
         const int node = new_node(opcode, value);
-        add_child(l, node);
-        add_child(r, node);
+        add_child(l);
+        add_child(r);
         return node;
     }
 
@@ -136,7 +138,7 @@ struct Tree
             list[first] = constant(sum);
         }
         const int node = new_node(op_sum, n - first);
-        for (int c = first; c < n; ++c) add_child(list[c], node);
+        for (int c = first; c < n; ++c) add_child(list[c]);
         return node;
     }
 
@@ -151,15 +153,15 @@ struct Tree
 
     /// Puts atom a of the program in the place of its operands on the stack. Returns false, with
     /// nothing changed, if its opcode is unknown or operands are missing.
-    bool take_atom(I32<S> code, F64<S> code_consts, int64_t a, const Scratch<int32_t>& list)
+    bool take_atom(const Operand<S>& source, int64_t a, const Scratch<int32_t>& list)
     {
-        const int32_t opcode = code[a];
+        const int32_t opcode = source.code[a];
         switch (opcode) {
         case op_nop:
             return true;
         case op_param:
         case op_const:
-            push(new_node(opcode, code_consts[a]));
+            push(new_node(opcode, source.cconst[a]));
             return true;
         case op_neg:
         case op_inv: {
@@ -173,59 +175,49 @@ struct Tree
             if (stack_n < 2) return false;
             const int r = pop();
             const int l = pop();
-            const double value = code_consts[a];
+            const double value = source.cconst[a];
             push(opcode == op_add ? added(l, r, value) : multiplied(l, r, value));
             return true;
         }
         case op_sum:
-            return push_sum(truncate_to_i32(code_consts[a]), list);
+            return push_sum(truncate_to_i32(source.cconst[a]), list);
         default:
             return false;
         }
     }
 };
 
-/// The programs that are written, up to `dstpos`.
+/// Reverses the atoms of `r` from `begin` on.
 template <class S>
-struct Target
+void reverse_atoms(const Result<S>& r, int64_t begin)
 {
-    I32Out<S> code;
-    F64Out<S> consts;
-    int dstpos;
-
-    /// For an atom whose operand means nothing: its operand slot keeps what it holds.
-    void append_opcode(int32_t opcode) { code[dstpos++] = opcode; }
-    void append_atom(int32_t opcode, double operand)
-    {
-        consts[dstpos] = operand;
-        code[dstpos++] = opcode;
+    for (int64_t i = begin, j = r.codei - 1; i < j; ++i, --j) {
+        const int32_t opcode = r.code[i];
+        const double operand = r.cconst[i];
+        r.code[i] = r.code[j];
+        r.cconst[i] = r.cconst[j];
+        r.code[j] = opcode;
+        r.cconst[j] = operand;
     }
-    void reverse_from(int64_t begin)
-    {
-        for (int64_t i = begin, j = dstpos - 1; i < j; ++i, --j) {
-            std::swap(code[i], code[j]);
-            std::swap(consts[i], consts[j]);
-        }
-    }
-};
+}
 
-/// Writes the tree below the one node on the stack, and moves the number `fixterm` to where it
+/// Writes the tree below the one node on the stack, and moves the number of term t to where it
 /// belongs: a constant tree goes into it, and any other takes it up.
 template <class S>
-void emit(Tree<S>& tree, double& fixterm, Target<S>& target)
+void emit(Tree<S>& tree, F64Out<S> numbers, int64_t t, Result<S>& target)
 {
     const int root = tree.stack[0];
     if (tree.is_constant(root)) {
-        fixterm += tree.operand[root];
+        numbers[t] += tree.operand[root];
         target.append_atom(op_folded, 0.0);
         return;
     }
     // Back to front: each node before its children, the last child first.
-    const int64_t begin = target.dstpos;
-    if (fixterm != 0.0) {
+    const int64_t begin = target.codei;
+    if (numbers[t] != 0.0) {
         target.append_opcode(op_add);
-        target.append_atom(op_const, fixterm);
-        fixterm = 0.0;
+        target.append_atom(op_const, numbers[t]);
+        numbers[t] = 0.0;
     }
     while (tree.stack_n > 0) {
         const int node = tree.pop();
@@ -233,26 +225,42 @@ void emit(Tree<S>& tree, double& fixterm, Target<S>& target)
         const int64_t end = tree.childptr[node + 1];
         for (int64_t k = tree.childptr[node]; k < end; ++k) tree.push(tree.child[k]);
     }
-    target.reverse_from(begin);
+    reverse_atoms(target, begin);
+}
+
+/// Whether term t, which has the number `number`, is a constant times a parameter to which no rule
+/// applies: it goes out as it came.
+template <class S>
+bool is_plain_product(const Operand<S>& e, int64_t t, double number)
+{
+    const int64_t a = e.codeptr[t];
+    return e.codeptr[t + 1] - a == 3 && e.code[a] == op_const && e.code[a + 1] == op_param &&
+           e.code[a + 2] == op_mul && e.cconst[a] != 0.0 && e.cconst[a] != 1.0 && number == 0.0;
 }
 
 /// Number of atoms of the longest of `nterm` programs.
 template <class S>
-int longest_program(I32<S> ptr, int64_t nterm)
+int longest_program(I32<S> codeptr, int64_t nterm)
 {
     int longest = 0;
-    for (int64_t i = 0; i < nterm; ++i) longest = std::max(longest, ptr[i + 1] - ptr[i]);
+    for (int64_t t = 0; t < nterm; ++t) longest = std::max(longest, codeptr[t + 1] - codeptr[t]);
     return longest;
 }
 
 } // namespace
 
-/// Simplifies the programs of `nterm` terms and settles which side of each carries its number.
-/// Entry i + 1 of `target_ptr` gets the end of term i; entry 0 is the host's. Stops at a malformed
-/// term, of which nothing is written: `errpos`, which comes in negative, is then the position of
-/// its last bad atom or, if all are good, the number of its nodes.
-/// Returns (dstpos, errpos, stack_n, tnodes), the last two as the last term left them. Linear in
-/// the number of atoms.
+/// Simplifies the programs of `nterm` terms and settles which side of each carries its number: a
+/// program that folds to a constant goes into the term's `fixterm`, any other takes that up and
+/// leaves 0.0. Program t is the atoms of `code` and `code_consts` from ptr[t] up to but not
+/// including ptr[t + 1]. The new programs go to `target_code` and `target_const` from `dstpos` on,
+/// entry t + 1 of `target_ptr` gets the end of program t; entry 0 is the host's. The tree regions
+/// at `tnode_kind_base`, `tnode_const_base`, `childptr_base`, `child_base` and `stack_base` are
+/// scratch: for a term of A atoms, S of them op_sum, A + S nodes and children, and A stack entries.
+///
+/// Stops at a malformed term, of which nothing is written: `errpos`, which comes in negative, is
+/// then the position of its last bad atom or, if all are good, the number of its nodes. If it
+/// doesn't come in negative, nothing is done. Returns (`dstpos`, `errpos`, `stack_n`, `tnodes`),
+/// the last two as the last term left them. Linear in the number of atoms.
 CLOSURE(379, results(int, int, int, int),
         (int child_base, int childptr_base, I32 code, int code_base, F64 code_consts,
          int code_consts_base, int dstpos, int errpos, F64Out fixterm, int fixterm_base, int nterm,
@@ -262,12 +270,17 @@ CLOSURE(379, results(int, int, int, int),
          I32Out xi32))
 {
     if (errpos >= 0) return {dstpos, errpos, stack_n, tnodes};
-    const auto source_code = code.from(code_base);
-    const auto source_consts = code_consts.from(code_consts_base);
-    const auto source_ptr = ptr.from(ptr_base);
+    Operand<Stride> source;
+    source.codeptr = ptr.from(ptr_base);
+    source.code = code.from(code_base);
+    source.cconst = code_consts.from(code_consts_base);
+    Result<Stride> target;
+    target.codeptr = target_ptr.from(target_ptr_base);
+    target.code = target_code.from(target_code_base);
+    target.cconst = target_const.from(target_const_base);
+    target.codei = dstpos;
     const auto numbers = fixterm.from(fixterm_base);
-    const auto ends = target_ptr.from(int64_t{target_ptr_base} + 1);
-    const Scratch<int32_t> list(longest_program(source_ptr, nterm));
+    const Scratch<int32_t> list(longest_program(source.codeptr, nterm));
     Tree<Stride> tree{xi32.from(tnode_kind_base),
                       xf64.from(tnode_const_base),
                       xi32.from(childptr_base),
@@ -275,20 +288,29 @@ CLOSURE(379, results(int, int, int, int),
                       xi32.from(stack_base),
                       stack_n,
                       tnodes};
-    Target<Stride> target{target_code.from(target_code_base), target_const.from(target_const_base),
-                          dstpos};
-    for (int64_t i = 0; i < nterm; ++i) {
-        const int begin = source_ptr[i];
-        const int end = source_ptr[i + 1];
+    const auto is_plain = [&](int64_t t) {
+        return t < nterm && is_plain_product(source, t, numbers[t]);
+    };
+    bool plain = is_plain(0);
+    for (int64_t t = 0; t < nterm; ++t) {
+        // What such a term leaves in the tree's regions, the next one of its kind overwrites.
+        const bool next_plain = is_plain(t + 1);
+        if (std::exchange(plain, next_plain) && next_plain) {
+            target.append_program(source, t);
+            target.close_coded_term();
+            continue;
+        }
+        const int begin = source.codeptr[t];
+        const int end = source.codeptr[t + 1];
         tree.clear(int64_t{end} - begin);
         for (int a = begin; a < end; ++a)
-            if (!tree.take_atom(source_code, source_consts, a, list)) errpos = a;
+            if (!tree.take_atom(source, a, list)) errpos = a;
         if (errpos < 0 && tree.stack_n != 1) errpos = tree.tnodes;
         if (errpos >= 0) break;
-        emit(tree, numbers[i], target);
-        ends[i] = target.dstpos;
+        emit(tree, numbers, t, target);
+        target.close_coded_term();
     }
-    return {target.dstpos, errpos, tree.stack_n, tree.tnodes};
+    return {target.codei, errpos, tree.stack_n, tree.tnodes};
 }
 
 } // namespace fragments

@@ -7,7 +7,10 @@
 // of P, times that entry's parameter; none are merged. Entry 0 of `ptr` and of `codeptr` is the
 // host's.
 //
-// The walks are those of the products with constants.
+// The walks are those of the products with constants. The chains, with what the host prepares of a
+// result behind the sizing: P E goes by 371, 372, 373 for a dense E and by 374, 375, 376, 377, 378
+// for a sparse one; E P by 363 to 366, 367 or 368, 369. 370 is one step of P E where both are
+// dense.
 
 #include "algorithms.h"
 #include "closure_frame.h"
@@ -17,35 +20,28 @@
 
 namespace fragments {
 
-/// Writes P E for sparse P, sparse E grouped by 374, from entry `ppos` of P on, but for `cof`
-/// (377): a sparse result with an element where some entry of P meets a stored element of E.
-/// Returns (code_pos, elem_pos, nnz_pos, ppos).
-CLOSURE(378, results(int, int, int, int),
-        (int cconst_base, int code_base, int code_pos, int codeptr_base, int cof_base, int dim1,
-         int elem_pos, int ncodeatom, int nelem, int nidxs_base, int nnz_pos, int pdim1,
-         int pidx_base, int pnnz, int ppos, int ptr_base, int rcconst_base, int rcode_base,
-         int rcodeptr_base, F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base, int rptr_base,
-         int rsp_base, int sp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64,
-         int xperm_base, int xsp_base))
+// P E.
+
+/// Sizes the product of a sparse matrix of parameters with `pdim1` columns and a dense expression
+/// with `dim1` columns: adds what the pairs take, and an element for each row of the matrix that
+/// has one of its `pnnz` entries and each column. Returns (`rncodeatom`, `rnelem`, `rnnz`).
+CLOSURE(371, results(int, int, int),
+        (int codeptr_base, int dim1, int ncodeatom, int pdim1, int pnnz, int ptr_base,
+         int rncodeatom, int rnelem, int rnnz, I32 wi32, I64 xi64, int xsp_base))
 {
-    const LinearEntries p{pnnz, xi64.from(xsp_base), pdim1};
-    const auto pidx = xi32.from(pidx_base);
-    const auto e = STACKED_OPERAND();
-    const ColumnRuns columns{LinearEntries{nelem, wi64.from(sp_base), dim1}, xi32.from(xperm_base)};
-    constexpr int rcof_base = 0; // not written here
-    auto r = SPARSE_RESULT(code_pos, elem_pos, nnz_pos);
-    for_code(ncodeatom > 0, [&]<bool coded> {
-        ppos = walk_sparse(
-            p, ppos, columns,
-            [&](int64_t a, int64_t q) {
-                append_parameter_terms<coded, Emission::variable>(r, e, q, pidx, a);
-            },
-            [&](int64_t row, int64_t c) { r.close_element(dim1 * row + c); });
-    });
-    return {r.codei, r.elmi, r.nnzi, ppos};
+    Sizes sizes{rncodeatom, rnelem, rnnz};
+    const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
+    walk_left_dense(
+        LinearEntries{pnnz, xi64.from(xsp_base), pdim1}, 0, dim1,
+        [&](int64_t, int64_t q) { add_parameter_terms(sizes, e, q, ncodeatom > 0); },
+        [&](int64_t, int) { ++sizes.rnelem; });
+    return {sizes.rncodeatom, sizes.rnelem, sizes.nnz()};
 }
 
-/// Sizes 378: (rncodeatom, rnelem, rnnz), added to.
+/// Sizes the product of a sparse matrix of parameters with `pdim1` columns and a sparse expression
+/// with `dim1` columns whose positions are grouped by column: adds what the pairs take, and an
+/// element for each row and column where some entry meets a stored element, also one without terms.
+/// Returns (`rncodeatom`, `rnelem`, `rnnz`).
 CLOSURE(375, results(int, int, int),
         (int codeptr_base, int dim1, int ncodeatom, int nelem, int pdim1, int pnnz, int ptr_base,
          int rncodeatom, int rnelem, int rnnz, int sp_base, I32 wi32, I64 wi64, I32 xi32, I64 xi64,
@@ -58,12 +54,25 @@ CLOSURE(375, results(int, int, int),
         ColumnRuns{LinearEntries{nelem, wi64.from(sp_base), dim1}, xi32.from(xperm_base)},
         [&](int64_t, int64_t q) { add_parameter_terms(sizes, e, q, ncodeatom > 0); },
         [&](int64_t, int64_t) { ++sizes.rnelem; });
-    return {sizes.rncodeatom, sizes.rnelem, static_cast<int>(sizes.rnnz)};
+    return {sizes.rncodeatom, sizes.rnelem, sizes.nnz()};
 }
 
-/// Writes P E for sparse P, dense E, from entry `ipos` of P on, but for `cof` (372): a sparse
-/// result with an element for each row of P that has an entry and each column.
-/// Returns (code_pos, elem_pos, ipos, nnz_pos).
+/// Marks the `rnelem` + 1 entries of a result's `ptr` as not yet written, by -9999.
+CLOSURE_AS(376, void, (I32Out ri32, int rnelem, int rptr_base),
+           fill_n(ri32.from(rptr_base), int64_t{rnelem} + 1, -9999))
+
+/// Zeroes the `rnnz` coefficients of a result; terms with parameters have no other.
+CLOSURE_AS(377, void, (int rcof_base, F64Out rf64, int rnnz),
+           fill_n(rf64.from(rcof_base), rnnz, 0.0))
+CLOSURE_AS(372, void, (int rcof_base, F64Out rf64, int rnnz),
+           fill_n(rf64.from(rcof_base), rnnz, 0.0))
+
+/// Writes the product of a sparse matrix of parameters with `pdim1` columns and a dense expression
+/// with `dim1` columns, from entry `ipos` of the matrix on: variable indexes and programs of the
+/// terms, whose coefficients have been zeroed, and `ptr` and `sp` of an element for each row of the
+/// matrix that has an entry and each column, also one without terms. Returns (`code_pos`,
+/// `elem_pos`, `ipos`, `nnz_pos`), the numbers of what is written so far and the entry behind the
+/// last row.
 CLOSURE(373, results(int, int, int, int),
         (int cconst_base, int code_base, int code_pos, int codeptr_base, int cof_base, int dim1,
          int elem_pos, int ipos, int ncodeatom, int nidxs_base, int nnz_pos, int pdim1,
@@ -74,8 +83,8 @@ CLOSURE(373, results(int, int, int, int),
     const LinearEntries p{pnnz, xi64.from(xsp_base), pdim1};
     const auto pidx = xi32.from(pidx_base);
     const auto e = STACKED_OPERAND();
-    constexpr int rcof_base = 0; // not written here
-    auto r = SPARSE_RESULT(code_pos, elem_pos, nnz_pos);
+    Result<Stride> r(ri32, ri64, rf64, {.ptr = rptr_base, .nidxs = rnidxs_base, .sp = rsp_base},
+                     {rcodeptr_base, rcode_base, rcconst_base}, {code_pos, elem_pos, nnz_pos});
     for_code(ncodeatom > 0, [&]<bool coded> {
         ipos = walk_left_dense(
             p, ipos, dim1,
@@ -87,22 +96,41 @@ CLOSURE(373, results(int, int, int, int),
     return {r.codei, r.elmi, ipos, r.nnzi};
 }
 
-/// Sizes 373: (rncodeatom, rnelem, rnnz), added to.
-CLOSURE(371, results(int, int, int),
-        (int codeptr_base, int dim1, int ncodeatom, int pdim1, int pnnz, int ptr_base,
-         int rncodeatom, int rnelem, int rnnz, I32 wi32, I64 xi64, int xsp_base))
+/// Writes the product of a sparse matrix of parameters with `pdim1` columns and a sparse expression
+/// with `dim1` columns whose positions are grouped by column, from entry `ppos` of the matrix on:
+/// variable indexes and programs of the terms, whose coefficients have been zeroed, and `ptr` and
+/// `sp` of an element for each row and column where some entry meets a stored element, also one
+/// without terms. Returns (`code_pos`, `elem_pos`, `nnz_pos`, `ppos`), the numbers of what is
+/// written so far and the entry behind the last row.
+CLOSURE(378, results(int, int, int, int),
+        (int cconst_base, int code_base, int code_pos, int codeptr_base, int cof_base, int dim1,
+         int elem_pos, int ncodeatom, int nelem, int nidxs_base, int nnz_pos, int pdim1,
+         int pidx_base, int pnnz, int ppos, int ptr_base, int rcconst_base, int rcode_base,
+         int rcodeptr_base, F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base, int rptr_base,
+         int rsp_base, int sp_base, F64 wf64, I32 wi32, I64 wi64, I32 xi32, I64 xi64,
+         int xperm_base, int xsp_base))
 {
-    Sizes sizes{rncodeatom, rnelem, rnnz};
-    const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
-    walk_left_dense(
-        LinearEntries{pnnz, xi64.from(xsp_base), pdim1}, 0, dim1,
-        [&](int64_t, int64_t q) { add_parameter_terms(sizes, e, q, ncodeatom > 0); },
-        [&](int64_t, int) { ++sizes.rnelem; });
-    return {sizes.rncodeatom, sizes.rnelem, static_cast<int>(sizes.rnnz)};
+    const LinearEntries p{pnnz, xi64.from(xsp_base), pdim1};
+    const auto pidx = xi32.from(pidx_base);
+    const auto e = STACKED_OPERAND();
+    const ColumnRuns columns{LinearEntries{nelem, wi64.from(sp_base), dim1}, xi32.from(xperm_base)};
+    Result<Stride> r(ri32, ri64, rf64, {.ptr = rptr_base, .nidxs = rnidxs_base, .sp = rsp_base},
+                     {rcodeptr_base, rcode_base, rcconst_base}, {code_pos, elem_pos, nnz_pos});
+    for_code(ncodeatom > 0, [&]<bool coded> {
+        ppos = walk_sparse(
+            p, ppos, columns,
+            [&](int64_t a, int64_t q) {
+                append_parameter_terms<coded, Emission::variable>(r, e, q, pidx, a);
+            },
+            [&](int64_t row, int64_t c) { r.close_element(dim1 * row + c); });
+    });
+    return {r.codei, r.elmi, r.nnzi, ppos};
 }
 
-/// The step (i, j, k) of P E for dense P, dense E: the terms of E's element (k, j), times P's
-/// parameter (i, k). The host runs the loops and writes `ptr`. Returns (code_pos, nnz_pos).
+/// Writes the step (`i`, `j`, `k`) of the product of two dense factors: the terms of the
+/// expression's element (`k`, `j`), times the matrix's parameter (`i`, `k`). The host runs the
+/// loops and writes `ptr`. Returns (`code_pos`, `nnz_pos`), the numbers of atoms and terms written
+/// so far.
 CLOSURE(370, results(int, int),
         (int cconst_base, int code_base, int code_pos, int codeptr_base, int cof_base, int dim1,
          int i, int j, int k, int ncodeatom, int nidxs_base, int nnz_pos, int pdim1, int pidx_base,
@@ -110,9 +138,10 @@ CLOSURE(370, results(int, int),
          F64Out rf64, I32Out ri32, I64Out ri64, int rnidxs_base, F64 wf64, I32 wi32, I64 wi64,
          I32 xi32))
 {
-    constexpr int rptr_base = 0; // not written here
     const auto e = STACKED_OPERAND();
-    auto r = STACKED_RESULT(code_pos, 0, nnz_pos);
+    Result<Stride> r(ri32, ri64, rf64, {.nidxs = rnidxs_base, .cof = rcof_base},
+                     {rcodeptr_base, rcode_base, rcconst_base},
+                     {.codei = code_pos, .nnzi = nnz_pos});
     for_code(ncodeatom > 0, [&]<bool coded> {
         append_parameter_terms<coded>(r, e, int64_t{k} * dim1 + j, xi32.from(pidx_base),
                                       int64_t{i} * pdim1 + k);
@@ -120,9 +149,52 @@ CLOSURE(370, results(int, int),
     return {r.codei, r.nnzi};
 }
 
-/// Writes E P for sparse P grouped by 363 to 366. A dense E of `dim0` rows gives an element for
-/// each row and each column of P that has an entry, a sparse one (`hassp`) where an entry meets a
-/// stored element. Returns (code_pos, elem_pos, nnz_pos).
+// E P.
+
+/// Sizes the product of a dense expression of `dim0` rows and `dim1` columns and a sparse matrix of
+/// parameters with `pdim1` columns whose positions are grouped by column: adds what the pairs take,
+/// and an element for each row and each column of the matrix that has an entry. Returns
+/// (`rncodeatom`, `rnelem`, `rnnz`).
+CLOSURE(367, results(int, int, int),
+        (int codeptr_base, int dim0, int dim1, int ncodeatom, int pdim1, int pnnz, int pperm_base,
+         int psp_base, int ptr_base, int rncodeatom, int rnelem, int rnnz, I32 wi32, I32 xi32,
+         I64 xi64))
+{
+    Sizes sizes{rncodeatom, rnelem, rnnz};
+    const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
+    walk_right_dense(
+        int64_t{dim0}, dim1,
+        ColumnRuns{LinearEntries{pnnz, xi64.from(psp_base), pdim1}, xi32.from(pperm_base)},
+        [&](int64_t, int64_t q) { add_parameter_terms(sizes, e, q, ncodeatom > 0); },
+        [&](int64_t, int64_t) { ++sizes.rnelem; });
+    return {sizes.rncodeatom, sizes.rnelem, sizes.nnz()};
+}
+
+/// Sizes the product of a sparse expression with `dim1` columns and a sparse matrix of parameters
+/// with `pdim1` columns whose positions are grouped by column: adds what the pairs take, and an
+/// element for each row and column where some entry meets a stored element, also one without terms.
+/// Returns (`rncodeatom`, `rnelem`, `rnnz`).
+CLOSURE(368, results(int, int, int),
+        (int codeptr_base, int dim1, int ncodeatom, int nelem, int pdim1, int pnnz, int pperm_base,
+         int psp_base, int ptr_base, int rncodeatom, int rnelem, int rnnz, int sp_base, I32 wi32,
+         I64 wi64, I32 xi32, I64 xi64))
+{
+    Sizes sizes{rncodeatom, rnelem, rnnz};
+    const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
+    walk_sparse(
+        LinearEntries{nelem, wi64.from(sp_base), dim1}, 0,
+        ColumnRuns{LinearEntries{pnnz, xi64.from(psp_base), pdim1}, xi32.from(pperm_base)},
+        [&](int64_t q, int64_t) { add_parameter_terms(sizes, e, q, ncodeatom > 0); },
+        [&](int64_t, int64_t) { ++sizes.rnelem; });
+    return {sizes.rncodeatom, sizes.rnelem, sizes.nnz()};
+}
+
+/// Writes the product of an expression with `dim1` columns and a sparse matrix of parameters with
+/// `pdim1` columns whose positions are grouped by column: terms with coefficient 0.0, their
+/// programs, and `ptr` and `sp` of the elements. For a dense expression of `dim0` rows there is one
+/// for each row and each column of the matrix that has an entry, for a sparse one (`hassp`) one for
+/// each row and column where some entry meets a stored element; either may have no terms. Returns
+/// (`code_pos`, `elem_pos`, `nnz_pos`), the numbers of what is written so far.
 CLOSURE(369, results(int, int, int),
         (int cconst_base, int code_base, int code_pos, int codeptr_base, int cof_base, int dim0,
          int dim1, int elem_pos, bool hassp, int ncodeatom, int nelem, int nidxs_base, int nnz_pos,
@@ -151,49 +223,5 @@ CLOSURE(369, results(int, int, int),
     });
     return {r.codei, r.elmi, r.nnzi};
 }
-
-/// Sizes 369 for sparse E: (rncodeatom, rnelem, rnnz), added to.
-CLOSURE(368, results(int, int, int),
-        (int codeptr_base, int dim1, int ncodeatom, int nelem, int pdim1, int pnnz, int pperm_base,
-         int psp_base, int ptr_base, int rncodeatom, int rnelem, int rnnz, int sp_base, I32 wi32,
-         I64 wi64, I32 xi32, I64 xi64))
-{
-    Sizes sizes{rncodeatom, rnelem, rnnz};
-    const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
-    walk_sparse(
-        LinearEntries{nelem, wi64.from(sp_base), dim1}, 0,
-        ColumnRuns{LinearEntries{pnnz, xi64.from(psp_base), pdim1}, xi32.from(pperm_base)},
-        [&](int64_t q, int64_t) { add_parameter_terms(sizes, e, q, ncodeatom > 0); },
-        [&](int64_t, int64_t) { ++sizes.rnelem; });
-    return {sizes.rncodeatom, sizes.rnelem, static_cast<int>(sizes.rnnz)};
-}
-
-/// The same for dense E.
-CLOSURE(367, results(int, int, int),
-        (int codeptr_base, int dim0, int dim1, int ncodeatom, int pdim1, int pnnz, int pperm_base,
-         int psp_base, int ptr_base, int rncodeatom, int rnelem, int rnnz, I32 wi32, I32 xi32,
-         I64 xi64))
-{
-    Sizes sizes{rncodeatom, rnelem, rnnz};
-    const auto e = Operand<Stride>::sizes(wi32, ptr_base, codeptr_base);
-    walk_right_dense(
-        int64_t{dim0}, dim1,
-        ColumnRuns{LinearEntries{pnnz, xi64.from(psp_base), pdim1}, xi32.from(pperm_base)},
-        [&](int64_t, int64_t q) { add_parameter_terms(sizes, e, q, ncodeatom > 0); },
-        [&](int64_t, int64_t) { ++sizes.rnelem; });
-    return {sizes.rncodeatom, sizes.rnelem, static_cast<int>(sizes.rnnz)};
-}
-
-// What the host prepares of a result.
-
-/// Marks all of `ptr` as not yet written.
-CLOSURE_AS(376, void, (I32Out ri32, int rnelem, int rptr_base),
-           fill_n(ri32.from(rptr_base), int64_t{rnelem} + 1, -9999))
-
-/// `cof`.
-CLOSURE_AS(377, void, (int rcof_base, F64Out rf64, int rnnz),
-           fill_n(rf64.from(rcof_base), rnnz, 0.0))
-CLOSURE_AS(372, void, (int rcof_base, F64Out rf64, int rnnz),
-           fill_n(rf64.from(rcof_base), rnnz, 0.0))
 
 } // namespace fragments

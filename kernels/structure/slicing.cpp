@@ -53,18 +53,6 @@ struct Subscripts
     int64_t operator[](int64_t k) const { return subscript(linear, strides[k], shape[k]); }
 };
 
-/// Calls `element(q, subscripts)` for each element q of a sparse array that lies in the box, in
-/// ascending order; subscripts_of(x) gives those of linear index x.
-template <class S, class SubscriptsOf, class Element>
-void for_each_in_box(I32<S> first, I32<S> last, int nd, int nelem, I64<S> sp,
-                     SubscriptsOf subscripts_of, Element element)
-{
-    for (int64_t q = 0; q < nelem; ++q) {
-        const auto subscripts = subscripts_of(sp[q]);
-        if (in_box(subscripts, first, last, nd)) element(q, subscripts);
-    }
-}
-
 } // namespace
 
 /// The operand's strides, in 64 bits; the last one is set by the host.
@@ -87,9 +75,9 @@ CLOSURE(413, results(int, int, int),
     Sizes sizes{rncodeatom, rnelem, rnnz};
     if (hassp) {
         for_each_in_box(
-            first, last, nd, nelem, wi64.from(sp_base),
-            [&](int64_t x) {
-                return Subscripts<Stride>{x, st, shape};
+            first, last, nd, nelem,
+            [&, sp = wi64.from(sp_base)](int64_t q) {
+                return Subscripts<Stride>{sp[q], st, shape};
             },
             [&](int64_t q, const auto&) {
                 sizes.add(e, q, coded);
@@ -123,9 +111,9 @@ CLOSURE(416, results(int, int, int),
     if (hassp) {
         const Scratch<int32_t> sub(nd);
         for_each_in_box(
-            first, last, nd, nelem, e.sp,
-            [&](int64_t x) {
-                split_linear(x, st, shape, nd, sub.data());
+            first, last, nd, nelem,
+            [&](int64_t q) {
+                split_linear(e.sp[q], st, shape, nd, sub.data());
                 return sub.data();
             },
             [&](int64_t q, const int32_t* subscripts) {

@@ -3,7 +3,9 @@
 
 #include "algorithms.h"
 #include "closure_frame.h"
+#include "division.h"
 #include "scratch.h"
+#include "subscripts.h"
 
 namespace fragments {
 
@@ -13,12 +15,12 @@ namespace {
 template <class S>
 void transpose_dense(I64<S> list, I32<S> shape, I64Out<S> transposed)
 {
-    int64_t pos = 0;
+    const int64_t rows = shape[0];
     const int64_t columns = shape[1];
-    for (int64_t j = 0; j < columns; ++j) {
-        const int64_t rows = shape[0];
+    if (is_empty(rows, columns)) return;
+    int64_t pos = 0;
+    for (int64_t j = 0; j < columns; ++j)
         for (int64_t i = 0; i < rows; ++i) transposed[pos++] = list[i * columns + j];
-    }
 }
 
 /// Counting sort of the pattern by column, stable, so that rows ascend within a column.
@@ -32,14 +34,14 @@ void transpose_sparse(I64<S> list, I64<S> sparsity, I32<S> shape, I64Out<S> tran
     const Scratch<int32_t> counts(columns + 1);
     const I32Out<Contiguous> ptr(counts.data(), {}, counts.length(), "scratch");
     count_keys(
-        n, [&](int64_t t) { return sparsity[t] % columns; }, ptr);
+        n, [&](int64_t t) { return remainder(sparsity[t], columns); }, ptr);
     running_sum(ptr, columns);
     for (int64_t t = 0; t < n; ++t) {
         const int64_t v = sparsity[t];
-        const int64_t column = v % columns;
+        const int64_t column = remainder(v, columns);
         const int32_t q = ptr[column]++;
         transposed[q] = list[t];
-        sp[q] = column * rows + v / columns;
+        sp[q] = column * rows + quotient(v, columns);
     }
 }
 
@@ -61,8 +63,10 @@ void for_each_permuted(int nd, int n, I32<S> perm, I64<S> pstrides, I32<S> shape
 
 } // namespace
 
-/// Transposition of a matrix, in as many steps as elements are stored, and for a sparse one as many
-/// more as there are columns. `sp` is written only with a pattern, and ascends as `sparsity` does.
+/// Transposes a matrix of `shape`: its native indexes go to `idxs`, and for a sparse one, which has
+/// a pattern `sparsity`, the linear indexes in the transposed shape to `sp`. That ascends strictly
+/// if `sparsity` does; for a dense matrix it isn't touched. Takes as many steps as elements are
+/// stored, and for a sparse matrix as many more as there are columns.
 CLOSURE(170, void, (I64 basevar_nativeidxs, I64Out idxs, I32 shape, I64Out sp, I64 sparsity))
 {
     if (sparsity.given())
@@ -71,7 +75,9 @@ CLOSURE(170, void, (I64 basevar_nativeidxs, I64Out idxs, I32 shape, I64Out sp, I
         transpose_dense(basevar_nativeidxs, shape, idxs);
 }
 
-/// The `n` indexes of a dense variable, each at its place in the permuted shape.
+/// Permutes the dimensions of a dense variable of `n` positions and `nd` dimensions, of which
+/// perm[k] becomes dimension k: each native index goes to its place, in 32 bits, by the strides
+/// `pstrides` of the result.
 CLOSURE(208, void,
         (I64 nativeidxs, int nd, int n, I32 perm, I64 pstrides, I64Out residxs, I32 shape))
 {
@@ -79,7 +85,8 @@ CLOSURE(208, void,
                       [&](int64_t t, int32_t q) { residxs[q] = nativeidxs[t]; });
 }
 
-/// The place of each of the first `n` positions in the permuted shape.
+/// The places, in 32 bits, that the first `n` positions of a shape of `nd` dimensions get when
+/// dimension perm[k] becomes dimension k, of stride pstrides[k]: ressp[t] is that of position t.
 CLOSURE(209, void, (int nd, int n, I32 perm, I64 pstrides, I64Out ressp, I32 shape))
 {
     for_each_permuted(nd, n, perm, pstrides, shape, [&](int64_t t, int32_t q) { ressp[t] = q; });

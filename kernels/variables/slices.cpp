@@ -48,72 +48,80 @@ void slice_dense(Array<T, S> list, I32<S> first, I32<S> last, int nd, I32<S> sha
     }
 }
 
-/// Calls `entry(t)` for each entry t of the pattern that lies in the box. `key` holds the entry's
-/// subscripts then, and those of the last entry at the end.
-template <class S, class Entry>
-void for_each_in_box(I32<S> first, I32Out<S> key, I32<S> last, int nd, I32<S> shape,
-                     I64<S> sparsity, Entry entry)
+/// What for_each_in_box asks for: the subscripts of entry t of the pattern, in `key`, which isn't
+/// touched without dimensions.
+template <class S>
+auto unravel_into(I32Out<S> key, int nd, I32<S> shape, I64<S> sparsity)
 {
-    for (int64_t t = 0; t < sparsity.length(); ++t) {
-        key[0] = static_cast<int32_t>(unravel(sparsity[t], shape, nd, key));
-        if (in_box(key, first, last, nd)) entry(t);
-    }
+    return [=](int64_t t) {
+        if (nd > 0) key[0] = static_cast<int32_t>(unravel(sparsity[t], shape, nd, key));
+        return key;
+    };
 }
 
 } // namespace
 
-/// Linear index of the subscripts `firstidx`, added to `init`. The length of `step` counts.
+/// `init` plus the linear index of the subscripts `firstidx`, where a line through a variable
+/// begins. The length of `step` says how many dimensions there are.
 CLOSURE_AS(181, long long, (I32 firstidx, long long init, I32 step, I64 strides),
            dot_n(init, firstidx, strides, step.length()))
 
-/// Linear distance of one step, added to `init`.
+/// `init` plus the linear distance of one step along a line, of `step` subscripts.
 CLOSURE_AS(182, long long, (I32 step, long long init, I64 strides),
            dot_n(init, step, strides, step.length()))
 
-/// The `n` entries of a line through a variable, from linear position `first` on.
+/// The `n` native indexes of a line through a dense variable: residxs[i] is that at the linear
+/// position `first` + i `step`.
 CLOSURE(183, void, (I64 basevar_nativeidxs, int n, I64Out residxs, long long first, long long step))
 {
     for (int64_t i = 0; i < n; ++i) residxs[i] = basevar_nativeidxs[first + i * step];
 }
 
-/// Number of positions of a box, times `init`.
+/// `init` times the number of positions of a box, in 32 bits.
 CLOSURE_AS(184, int, (I32 first, I32 last, int nd, int init), box_size(init, first, last, nd))
 CLOSURE_AS(259, int, (I32 firsta, I32 lasta, int nd, int init), box_size(init, firsta, lasta, nd))
 
-/// Sizes the slice of a sparse variable: `count` plus the entries of the pattern in the box.
+/// Sizes the slice of a sparse variable: `count` plus the entries of the pattern `sparsity` that
+/// lie in the box. `key` is scratch of `nd` entries.
 CLOSURE(185, int, (I32 first, I32Out key, I32 last, int nd, int count, I32 shape, I64 sparsity))
 {
-    for_each_in_box(first, key, last, nd, shape, sparsity, [&](int64_t) { ++count; });
+    for_each_in_box(first, last, nd, sparsity.length(), unravel_into(key, nd, shape, sparsity),
+                    [&](int64_t, I32) { ++count; });
     return count;
 }
 
-/// Writes the slice of a sparse variable from slot `pos` on: the native index of each entry in the
-/// box, and its linear index within the box, of `sliceshape`, in 32 bits. The entries keep their
-/// order, so `sp` ascends strictly as `sparsity` does. Returns the slot behind the last.
+/// Writes the slice of a sparse variable from slot `pos` on: of each entry of the pattern in the
+/// box the native index, and the linear index within the box, of `sliceshape`, in 32 bits. The
+/// entries keep their order, so `sp` ascends strictly as `sparsity` does. `key` is scratch of `nd`
+/// entries. Returns the slot behind the last.
 CLOSURE(186, int,
         (I64 basevar_nativeidxs, I32 first, int pos, I64Out idxs, I32Out key, I32 last, int nd,
          I32 shape, I32 sliceshape, I64Out sp, I64 sparsity))
 {
-    for_each_in_box(first, key, last, nd, shape, sparsity, [&](int64_t t) {
-        idxs[pos] = basevar_nativeidxs[t];
-        int32_t linear = 0;
-        for (int k = 0; k < nd; ++k) linear = linear * sliceshape[k] + key[k] - first[k];
-        sp[pos] = linear;
-        ++pos;
-    });
+    for_each_in_box(first, last, nd, sparsity.length(), unravel_into(key, nd, shape, sparsity),
+                    [&](int64_t t, I32 subscripts) {
+                        idxs[pos] = basevar_nativeidxs[t];
+                        int32_t linear = 0;
+                        for (int k = 0; k < nd; ++k)
+                            linear = linear * sliceshape[k] + subscripts[k] - first[k];
+                        sp[pos] = linear;
+                        ++pos;
+                    });
     return pos;
 }
 
-/// Slice of a dense variable; `n` is the size of the box.
+/// Writes the slice of a dense variable: the native indexes at the `n` positions of the box, in
+/// row-major order, to the start of `sliceidxs`. There is at least one dimension.
 CLOSURE_AS(187, void,
            (I64 basevar_nativeidxs, I32 first, I32 last, int nd, I32 shape, I64Out sliceidxs,
             int n),
            slice_dense(basevar_nativeidxs, first, last, nd, shape, sliceidxs, n))
 
-/// Linear position of the subscripts `idxa`, added to `init`, in 32 bits.
+/// `init` plus the linear index of the subscripts `idxa` in a constraint, in 32 bits.
 CLOSURE_AS(258, int, (I32 idxa, int init, int nd, I64 strides), dot_n(init, idxa, strides, nd))
 
-/// Slice of a constraint's row codes; `n` is the size of the box.
+/// Writes the slice of a constraint: the row codes at the `n` positions of the box, in row-major
+/// order, to the start of `sliceidxs`. There is at least one dimension.
 CLOSURE_AS(260, void,
            (I32 con_nativeidxs, I32 firsta, I32 lasta, int nd, I32 shape, I32Out sliceidxs, int n),
            slice_dense(con_nativeidxs, firsta, lasta, nd, shape, sliceidxs, n))

@@ -2,7 +2,7 @@
 //
 // The patterns of the parts stand one after the other in `rsp`, part o with numnz[o] entries. A
 // pattern from a stack along the first dimension ascends already; one along another dimension is
-// sorted afterwards (dimension_sort.cpp).
+// sorted afterwards (pattern_sort.cpp).
 
 #include "algorithms.h"
 #include "closure_frame.h"
@@ -10,8 +10,9 @@
 
 namespace fragments {
 
-/// Adds `delta`, the linear index of the part's first position, to the entries of one part, which
-/// stand from place `pos` on. Returns the place behind them.
+/// Moves the pattern of one part of a stack along the first dimension: its numnz[part] entries,
+/// from place `pos` of `rsp` on, rise by `delta`, the linear index of the part's first position.
+/// Returns the place behind them.
 CLOSURE(235, int, (int part, int pos, long long delta, I32 numnz, I64Out rsp))
 {
     const int n = numnz[part];
@@ -20,9 +21,11 @@ CLOSURE(235, int, (int part, int pos, long long delta, I32 numnz, I64Out rsp))
     return pos + n;
 }
 
-/// From linear indexes in the parts, from place `pos` on, to those in the stack: along the stacked
-/// dimension part o has sdims[o] positions, from offset[o] on, and the stack `rext`. `inner` is the
-/// product of the extents behind it. Returns the place behind the last part.
+/// Rewrites the patterns of `nparts` parts, which stand in `rsp` one behind the other from place
+/// `pos` on, from linear indexes in the parts to those in the stack: along the stacked dimension
+/// part o has sdims[o] positions, from offset[o] on, and the stack `rext`. `inner` is the product
+/// of the extents behind it. The result is still to be sorted. Returns the place behind the last
+/// part.
 CLOSURE(238, int,
         (int rext, int inner, int pos, int nparts, I32 numnz, I32 offset, I64Out rsp, I32 sdims))
 {
@@ -36,11 +39,11 @@ CLOSURE(238, int,
     return pos;
 }
 
-/// Interleaves the first `nlist` lists of row codes, of constraints of shape `resshape` without the
-/// new last dimension, which has an entry for each list.
+/// Stacks constraints along a new last dimension: interleaves the first `nlist` lists of row codes.
+/// The first `nd` extents of `resshape` are those of each constraint.
 CLOSURE(256, void, (I32Out con_nativeidxs, int nlist, int nd, I32List nidxlist, I32 resshape))
 {
-    if (nidxlist.length() == 0) return;
+    if (nidxlist.length() == 0 || is_empty(nlist)) return;
     const int64_t total = product(int64_t{1}, resshape, nd);
     int64_t pos = 0;
     for (int64_t i = 0; i < total; ++i)
