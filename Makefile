@@ -1,13 +1,15 @@
 # `make test` and `make demo` set up all they need, build the module and run it. See scripts/.
 
-.PHONY: test checked sanitize test311 fuzz demo demo-sdp bench lint clean
+.PHONY: test checked sanitize test311 test-clang fuzz demo demo-sdp bench docs types lint clean
 
-# Where a test runs: as shipped, with each array access tested, under the sanitizers, for 3.11.
-test:     preset = release
-checked:  preset = checked
-sanitize: preset = sanitizers
-test311:  preset = python311
-test checked sanitize test311:
+# Where a test runs: as shipped, with each array access tested, under the sanitizers, for 3.11, as
+# clang compiles it.
+test:       preset = release
+checked:    preset = checked
+sanitize:   preset = sanitizers
+test311:    preset = python311
+test-clang: preset = clang
+test checked sanitize test311 test-clang:
 	@scripts/build.sh $(preset)
 	@ctest --preset $(preset) --parallel $$(nproc)
 
@@ -38,6 +40,17 @@ bench:
 	@build/benchmarks/python benchmarks/run.py $(OPTIONS)
 	@scripts/build.sh benchmarks311
 	@build/benchmarks311/python benchmarks/run.py --numpy $(OPTIONS)
+
+# make docs [TABLES=FILE]: pages in build/docs/html; TABLES is what `make bench` printed, to be drawn
+docs: export TABLES := $(TABLES)
+docs:
+	@scripts/build.sh release
+	@scripts/docs.sh
+
+# make types [FILES=host]: the stubs, and what FILES names, by mypy --strict
+types:
+	@scripts/build.sh release
+	@scripts/types.sh $(FILES)
 
 # make lint [FILES="kernels/products/left_product.cpp ..."]
 lint:

@@ -9,6 +9,10 @@ cd "$(dirname "$0")/.."
 preset=$1
 shift
 
+if [[ $preset == clang ]] && ! command -v clang++ >/dev/null; then
+    . scripts/common.sh
+    install clang clang
+fi
 version=
 if [[ $preset == *311 ]]; then version=3.11; fi
 python=$(scripts/setup.sh "$version")

@@ -48,11 +48,13 @@ fi
 
 # --- the solvers of the demos, and example models
 
-# One more that the system's own Python can have as a package: tests that need it are left out
-# where it is missing.
+# More that the system's own Python can have as packages: tests that need them are left out where
+# they are missing.
 if [[ -n $version && $EUID -eq 0 && $python == "$(command -pv "python$version")" ]] &&
-    command -v apt-get >/dev/null && ! "$python" -c 'import cvxopt' 2>/dev/null; then
-    (install "CVXOPT" python3-cvxopt) || true
+    command -v apt-get >/dev/null; then
+    for module in cvxopt distributed pip; do
+        "$python" -c "import $module" 2>/dev/null || (install "$module" "python3-$module") || true
+    done
 fi
 
 has_glpk() { "$python" -c 'import ctypes; ctypes.CDLL("libglpk.so.40")' 2>/dev/null; }

@@ -29,7 +29,7 @@ import zlib
 from dataclasses import replace
 
 import test_buffers
-from declarations import read_declarations
+from scripts.declarations import read_declarations
 from recorder import Entries, View, recorded_calls
 from support import MARKER, closure
 from test_buffers import Buffer, call_without_memory

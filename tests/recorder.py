@@ -18,7 +18,7 @@ import zlib
 from dataclasses import dataclass
 from typing import Any, List, Optional, Tuple
 
-from declarations import read_declarations
+from scripts.declarations import read_declarations
 from test_buffers import Buffer, address
 
 KEPT = 12  # calls of one closure in one program

@@ -11,7 +11,7 @@ import sys
 import unittest
 import warnings
 
-from declarations import Parameter, read_declarations
+from scripts.declarations import Parameter, read_declarations
 from support import call, closure, fragments, i32
 from test_buffers import Buffer
 

@@ -7,7 +7,7 @@ linear index of it. Which elements are stored, and their terms, follows from tha
 import itertools
 import unittest
 
-from declarations import read_declarations
+from scripts.declarations import read_declarations
 from product_support import call_by_name, header_bindings, stack_bindings
 from support import (MARKER, OP_CONST, Model, Sampler, Stack, Term, assert_only_sections_written,
                      call, i32, i64, matrix, positions, product, push, read, reserve, row_major,

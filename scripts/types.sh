@@ -1,0 +1,8 @@
+#!/usr/bin/env bash
+# Checks the stubs of build/release by mypy --strict, and beside them what is named, such as host.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/common.sh
+
+command -v mypy >/dev/null || install mypy mypy
+MYPYPATH=build/release mypy --strict --python-version 3.8 build/release/fragments.pyi "$@"
