@@ -31,12 +31,13 @@ struct Pair
     bool is_lower() const { return j <= i; }
 };
 
-/// Copies a run to the places from `pos` on. Returns the place behind it.
+/// Copies a run of `n` entries, at least one, to the places from `pos` on. Returns the place behind
+/// it.
 template <class S>
 int append_run(I64<S> source, int64_t n, I64Out<S> target, int pos)
 {
     copy_n(source, n, target.from(pos));
-    return pos + static_cast<int>(std::max<int64_t>(n, 0));
+    return pos + static_cast<int>(n);
 }
 
 } // namespace
