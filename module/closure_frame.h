@@ -225,7 +225,7 @@ template <int Number, template <class> class Body, class Result, class... P>
 struct Declaration<Number, Body, Result (*)(P...)>
 {
     static constexpr size_t count = sizeof...(P);
-    static constexpr bool is_array[] = {Parameter<P>::is_array..., false};
+    static constexpr bool is_array[count + 1] = {Parameter<P>::is_array..., false};
     static constexpr ParameterNames names{Body<Strided>::parameters};
 
     /// For the k-th parameter, how many arrays stand before it.
