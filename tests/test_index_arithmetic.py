@@ -1,5 +1,5 @@
 """Arithmetic on shapes and indexes: products, strides and copies of shapes, linear indexes,
-gathers. Boxes, bounds and arrays of parameters are tested through the host."""
+gathers, boxes, bounds. Arrays of parameters are tested through the host."""
 
 import itertools
 import operator
@@ -7,8 +7,8 @@ import random
 import unittest
 
 from product_support import call_by_name
-from support import (LAYOUTS, call, f64, i32, i64, matrix, positions, product, row_major,
-                     strided)
+from support import (LAYOUTS, MARKER, blank, call, f64, i32, i64, matrix, positions, product,
+                     row_major, strided, written)
 from test_buffers import Buffer
 
 # Closures that fold entries of `s` into a value v: operation, bits, places of the entries, and the
@@ -218,6 +218,63 @@ class Lists(unittest.TestCase):
             target = matrix("i", [[8] * 3] * 3)
             call(number, target, *(strided(i32(source)) for source in sources))
             self.assertEqual(target.tolist(), [*expected, [8] * 3])
+
+    def test_boxes(self):
+        for rng, shape, lay in samples():
+            shape = shape[: rng.randrange(len(shape) + 1)]
+            nd, places = len(shape), positions(shape)
+            start = [rng.randrange(n) for n in shape]
+            stop = [rng.randrange(a, n + 1) for a, n in zip(start, shape)]
+            extents = [b - a for a, b in zip(start, stop)]
+            inside = [k for k, p in enumerate(places)
+                      if all(a <= x < b for a, x, b in zip(start, p, stop))]
+            stored = sorted(rng.sample(range(len(places)), rng.randrange(len(places) + 1)))
+            kept = [q for q, k in enumerate(stored) if k in inside]
+            box, index = (lay(i32(start)), lay(i32(stop))), lay(i32([0] * nd))
+            source = lay(i32(shape)), lay(i64(row_major(shape)))
+            native, dense = lay(i32(range(50, 50 + len(stored)))), lay(i32(range(len(places))))
+            sp, target, rsp = lay(i64(stored)), blank("i", len(places) + 3), blank("q", len(places) + 3)
+            self.assertEqual(call(319, *box, index, 1, nd, dense, target, *source), 1 + len(inside))
+            self.assertEqual(written(target), [dict(enumerate(inside, 1))])
+            self.assertEqual(call(320, *box, 7, index, nd, native, source[0], sp, source[1]),
+                             7 + len(kept))
+            target, strides = blank("i", len(places) + 3), lay(i64(row_major(extents)))
+            self.assertEqual(call(322, *box, index, 2, nd, native, target, rsp, strides, source[0],
+                                  sp, source[1]), 2 + len(kept))
+            new = [positions(extents).index(tuple(x - a for x, a in zip(places[stored[q]], start)))
+                   for q in kept]
+            self.assertEqual(written(target, rsp), [dict(enumerate((50 + q for q in kept), 2)),
+                                                    dict(enumerate(new, 2))])
+            low, high = sorted(rng.choices(range(-1, len(places) + 2), k=2))
+            run = [q for q, k in enumerate(stored) if low <= k < high]
+            target, rsp = blank("i", len(places) + 3), blank("q", len(places) + 3)
+            self.assertEqual((call(323, 3, sp, low, high),
+                              call(324, 3, native, target, rsp, sp, low, high)), (3 + len(run),) * 2)
+            self.assertEqual(written(target, rsp), [
+                dict(enumerate((50 + q for q in run), 3)),
+                dict(enumerate((stored[q] - low for q in run), 3))])
+
+    def test_bounds(self):
+        for seed in range(30):
+            rng, lay = random.Random(seed), LAYOUTS[seed % 2]
+            places = [(i, j) for i in range(3) for j in range(3)]
+            lower, upper = ({p: rng.uniform(1, 9) for p in sorted(rng.sample(places, n))}
+                            for n in (rng.randrange(6), rng.randrange(6)))
+            lists = [(lay(i32(i for i, _ in side)), lay(i32(j for _, j in side)),
+                      lay(f64(side.values()))) for side in (lower, upper)]
+            union = sorted({*lower, *upper})
+            self.assertEqual(call(282, *lists[0][:2], 2**40, *lists[1][:2]), 2**40 + len(union))
+            inst = matrix("i", [[MARKER["i"]] * 3] * (len(union) + 1))
+            lbv, ubv = blank("d", len(union) + 1), blank("d", len(union) + 1)
+            call(283, inst, lbv, *lists[0], ubv, *lists[1])
+            self.assertEqual(written(inst, lbv, ubv), [
+                {(k, c): p[c] for k, p in enumerate(union) for c in (0, 1)},
+                *({k: side.get(p, 0.0) for k, p in enumerate(union)} for side in (lower, upper))])
+            dense = [lay(blank("d", 10)) for _ in range(2)]
+            call(284, 3, dense[0], *lists[0])
+            call(285, 3, *lists[1][:2], dense[1], lists[1][2])
+            self.assertEqual(written(*dense), [{3 * i + j: v for (i, j), v in side.items()}
+                                               for side in (lower, upper)])
 
 
 if __name__ == "__main__":

@@ -19,6 +19,7 @@ template <class S, class Visit>
 void for_each_block(const Extents& d, bool hassp, int nelem, I64<S> sp, Visit visit)
 {
     if (!hassp) {
+        if (d[4] < 1) return;
         // Positions that differ in the last subscript alone are on the diagonal together.
         int64_t e = 0;
         for_each_position({d[0], d[1], d[2], d[3], 1}, [&](const Position& x) {
@@ -57,6 +58,7 @@ CLOSURE(543, void,
 {
     const auto ptr = ri32.from(rptr_base);
     const auto cof = rf64.from(rcof_base);
+    if (!hassp && d1 == 1 && d3 == 1) return; // all on the diagonal
     for_each_block({d0, d1, d2, d3, d4}, hassp, nelem, wi64.from(sp_base),
                    [&](Range elements, bool on_diagonal) {
                        if (on_diagonal) return;
