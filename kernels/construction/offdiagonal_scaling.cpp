@@ -4,6 +4,8 @@
 // The extents d0 to d4 of the view around the two axes are 64-bit scalars here. The host has copied
 // the expression to the r stack; 543 scales its coefficients there, and 544 writes its programs.
 
+#include <algorithm>
+
 #include "algorithms.h"
 #include "closure_frame.h"
 #include "division.h"
@@ -19,13 +21,22 @@ template <class S, class Visit>
 void for_each_block(const Extents& d, bool hassp, int nelem, I64<S> sp, Visit visit)
 {
     if (!hassp) {
-        if (d[4] < 1) return;
-        // Positions that differ in the last subscript alone are on the diagonal together.
+        if (*std::min_element(d.begin(), d.end()) < 1) return;
+        // Neighbours that are on the diagonal together, or off it, make a block.
         int64_t e = 0;
-        for_each_position({d[0], d[1], d[2], d[3], 1}, [&](const Position& x) {
-            visit(Range{e, e + d[4]}, x.i == x.j);
-            e += d[4];
-        });
+        const auto next = [&](int64_t size, bool on_diagonal) {
+            visit(Range{e, e + size}, on_diagonal);
+            e += size;
+        };
+        for (int64_t a = 0; a < d[0]; ++a)
+            for (int64_t i = 0; i < d[1]; ++i) {
+                if (d[3] == 1) {
+                    next(d[2] * d[4], i == 0);
+                    continue;
+                }
+                for (int64_t m = 0; m < d[2]; ++m)
+                    for (int64_t j = 0; j < d[3]; ++j) next(d[4], i == j);
+            }
         return;
     }
     for (int e = 0; e < nelem; ++e) {
