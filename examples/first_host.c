@@ -87,7 +87,7 @@ static PyObject* rows(PyObject* self, PyObject* none)
     PyObject *vx = view(indexes, 3, "l"), *vb = view(b, 2, "d"), *vp = view(none_before, 3, "l");
     PyObject* vs = view(shape, 1, "i");
     PyObject* answer = NULL;
-    int n[4];
+    int n[5]; /* a closure gives back five numbers at most */
     memset(&s, 0, sizeof s);
 
     /* x and b */
