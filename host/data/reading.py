@@ -30,9 +30,13 @@ def read(data: Any, what: str, path: Path = ()) -> Tuple[Path, Array]:
     for name in "tolist", "__array__":
         if hasattr(data, name) and not isinstance(data, memoryview):
             return read(getattr(data, name)(), what, path)
-    if not isinstance(data, Iterable) or isinstance(data, memoryview):
+    try:
+        rows = None if isinstance(data, memoryview) else list(data)
+    except TypeError:
+        rows = None
+    if rows is None:
         raise no_number(data, what, path)
-    return level(list(data), what, path)
+    return level(rows, what, path)
 
 
 def level(rows: List[Any], what: str, path: Path) -> Tuple[Path, Array]:

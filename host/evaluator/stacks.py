@@ -8,6 +8,7 @@ from dataclasses import dataclass, replace
 from typing import Dict, Iterator, List, Optional, Sequence, Tuple
 
 from ..data.buffers import LARGEST, TYPECODES, Array, Shape, as_array
+from ..interruptions import uninterrupted
 
 
 Mark = Dict[str, int]
@@ -101,6 +102,7 @@ class Stack:
     def _view(self, kind: str) -> memoryview:
         return memoryview(self._memory[kind]).cast(TYPECODES[kind])
 
+    @uninterrupted()
     def _grow(self, kind: str, top: int) -> None:
         view, memory = getattr(self, kind), self._memory[kind]
         capacity, itemsize = max(2 * len(view), top), view.itemsize

@@ -26,7 +26,7 @@ to; it stands on no stack. The model evaluates it when it builds.
 """
 
 from numbers import Real
-from typing import Any, Iterable, Iterator, Optional, Sequence, Tuple, Union
+from typing import Any, Iterable, Iterator, NoReturn, Optional, Sequence, Tuple, Union
 
 from ..data.constants import constant
 from ..data.entries import all_finite
@@ -50,10 +50,20 @@ class Formula:
     __array_ufunc__ = None  # so that NumPy leaves operators to this class
     __array_priority__ = 1e6
 
+    def __array_function__(self, function: Any, *_: Any) -> NoReturn:
+        raise TypeError("NumPy's %s can't take a formula: there are operators, methods and the "
+                        "functions of this package" % function.__name__)
+
     def __init__(self, op: str, shape: Shape, operands: Tuple["Formula", ...], data: Any,
                  model: Any, kinds: int) -> None:
         self.op, self.shape, self.operands = op, shape, operands
         self.data, self.model, self.kinds = data, model, kinds
+
+    def __copy__(self) -> "Formula":
+        return self  # as it is immutable
+
+    def __deepcopy__(self, memo: Any) -> "Formula":
+        return self
 
     # Arithmetic.
 
@@ -125,6 +135,11 @@ class Formula:
 
     def __getitem__(self, key: Any) -> "Formula":
         return structure.index(self, key)
+
+    def __len__(self) -> int:
+        if not self.shape:
+            raise TypeError("a scalar formula has no length")
+        return self.shape[0]
 
     def __iter__(self) -> Iterator["Formula"]:
         if not self.shape:

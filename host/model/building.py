@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 from array import array
-from typing import Any, Dict, List, Optional, Union
+from typing import Any, Dict, List, NoReturn, Optional, Set, Union
 
 from ..data.bounds import sides
 from ..data.buffers import require_room, size, zeros
@@ -13,6 +13,7 @@ from ..evaluator.stacks import Expression
 from ..formulas import printing, structure
 from ..formulas.leaves import Parameter, Variable
 from ..formulas.tree import VARIABLES, Formula, Membership, Shape
+from ..interruptions import uninterrupted
 from ..solvers.problem import (OFF_DIAGONAL, QUADRATIC, ROTATED, SEMIDEFINITE, Forms, Problem,
                                needs)
 from .affine_rows import ElementTables, evaluated, split, with_terms
@@ -20,7 +21,7 @@ from .cones import Cones, QuadraticLayout, SemidefiniteLayout, numbers
 from .constraints import Constraint
 from .evaluation import evaluate
 from .native import Columns, Native
-from .recorder import Batch
+from .recorder import Batch, name_of
 from .rows import Numbers, Rows
 
 LAYOUTS: Dict[str, Any] = {QUADRATIC: QuadraticLayout, ROTATED: QuadraticLayout,
@@ -42,10 +43,11 @@ class Building:
         self.goal: Optional[Formula] = None
         self.is_maximized = False
         self.native, self.batch, self._serial = Native(), Batch(), 0
+        self._since: Optional[str] = None  # the first change after the solution
 
-    def __reduce__(self) -> Any:
-        raise TypeError("the model %r can't be copied: its variables would belong to two models"
-                        % self.name)
+    def __reduce__(self) -> NoReturn:
+        raise TypeError("the model %r can't be copied or pickled: its formulas are its own, and so "
+                        "is what a solver holds of it" % self.name)
 
     # What may stand in the model.
 
@@ -69,6 +71,7 @@ class Building:
 
     # Rows.
 
+    @uninterrupted()
     def build_objective(self, f: Formula, maximize: bool) -> None:
         w = self.evaluator.w
         with w.scratch():
@@ -78,15 +81,16 @@ class Building:
         self.goal, self.is_maximized, self.native.objective = f, maximize, True
         self.native.note("objectives")
 
-    def build_rows(self, f: Formula, lower: Any, upper: Any, name: str) -> Any:
-        """The rows (i32) of a formula between sides."""
+    @uninterrupted()
+    def build_rows(self, name: Any, f: Formula, lower: Any, upper: Any, said: Any) -> Constraint:
+        """A formula between sides, as rows."""
         self.build()
         w, n = self.evaluator.w, size(f.shape)
         with w.scratch():
             e = self._finished(f)
             forms = split(self.tables, w, e)
             require_room(len(self.rows) + n)
-            held = [(table, self.checked(table, side, f.shape, name)) for table, side in
+            held = [(table, self.checked(table, side, f.shape, name_of(name))) for table, side in
                     ((self.rows.lower, lower), (self.rows.upper, upper))]
             rows = self.rows.take(n)
             try:
@@ -98,13 +102,25 @@ class Building:
                 raise
             self.native.values |= e.ncodeatom > 0
         self._added(rows)
-        return rows
+        return self.registered(Constraint(self, name, f.shape, said, rows))
+
+    def registered(self, c: Constraint) -> Constraint:
+        if self._since is None:
+            self.changed("a constraint was added")
+        self.constraints[c.key] = c
+        return c
+
+    def changed(self, what: str) -> None:
+        self._since = self._since or what
 
     def build(self) -> None:
         """Builds the rows that are recorded."""
-        batch = self.batch
-        if len(batch) == 0:
-            return
+        self.batch.settle(self.constraints)
+        if len(self.batch) > 0:
+            self._build_batch(self.batch)
+
+    @uninterrupted()
+    def _build_batch(self, batch: Batch) -> None:
         w = self.evaluator.w
         with w.scratch():
             e = self.evaluator.finish(batch.push(self.evaluator))
@@ -136,14 +152,16 @@ class Building:
 
     def set_side(self, table: Numbers, rows: Any, side: Any) -> None:
         """Gives rows a side, as `checked` makes it."""
-        table.clear(rows)
         if not isinstance(side, Formula):
+            table.clear(rows)
             table.set(rows, side)
             return
         w = self.evaluator.w
         with w.scratch():
             e = self._finished(side)
-            table.write(w, e, split(self.tables, w, e), rows)
+            forms = split(self.tables, w, e)
+            table.clear(rows)
+            table.write(w, e, forms, rows)
         self.native.values = True
 
     def _finished(self, f: Formula) -> Expression:
@@ -154,6 +172,7 @@ class Building:
 
     # Cones.
 
+    @uninterrupted()
     def build_cones(self, name: Any, held: Membership) -> Constraint:
         f, ev, w = self.own(held.formula), self.evaluator, self.evaluator.w
         cones = Cones(held.kind, LAYOUTS[held.kind](f.shape, *held.axes))
@@ -168,7 +187,7 @@ class Building:
         c = Constraint(self, name, f.shape, held, array("i", [~slot for slot in slots]),
                        cones=cones)
         self.cones[c] = cones
-        return c
+        return self.registered(c)
 
     # All of it.
 

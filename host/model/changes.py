@@ -8,6 +8,7 @@ from typing import Any
 from ..closures import closure
 from ..data.bounds import sides
 from ..formulas.leaves import Root, Variable
+from ..interruptions import uninterrupted
 from .constraints import Constraint
 from .solving import Solving
 
@@ -15,6 +16,7 @@ from .solving import Solving
 class Changes(Solving):
     """What can change in a model once it is there."""
 
+    @uninterrupted()
     def remove(self, item: Any) -> None:
         """Takes a constraint, or a variable that stands nowhere any more, out of the model; neither
         it nor a view of it can be used from then on. Raises ValueError if this model has not made
@@ -74,6 +76,7 @@ class Changes(Solving):
             return any(not matrices.isdisjoint(held.barsubj) for held in forms)
         return any(not places.isdisjoint(held.subj) for held in forms)
 
+    @uninterrupted()
     def update_variable(self, x: Variable, lower: Any, upper: Any) -> None:
         """Gives a variable, or a view, the bounds that aren't None."""
         map = x.map
@@ -91,6 +94,7 @@ class Changes(Solving):
         self.native.note("bounds changed", len(columns))
         self.changed("%s has other bounds" % x)
 
+    @uninterrupted()
     def update_constraint(self, c: Constraint, lower: Any, upper: Any) -> None:
         """Gives a constraint, or a view, the sides that aren't None."""
         rows = self._rows_of(c)

@@ -90,5 +90,11 @@ class Constraint:
         stays, and -inf or inf is none."""
         self.model.update_constraint(self, lower, upper)
 
+    def __copy__(self) -> Constraint:
+        return self  # as there is one in the model
+
+    def __deepcopy__(self, memo: Any) -> Constraint:
+        return self
+
     def __repr__(self) -> str:
         return str(self.model.line(self))

@@ -19,9 +19,9 @@ from ..formulas.algebra import total
 from ..formulas.leaves import Parameter, Root, Variable, dense, nested
 from ..formulas.tree import (VARIABLES, Between, Comparison, Formula, Membership, Shape, as_formula)
 from ..index_maps.variables import Variable as IndexMap
+from ..interruptions import uninterrupted
 from .changes import Changes
 from .constraints import Constraint
-from .recorder import name_of
 
 FLIPPED = {"<=": ">=", ">=": "<=", "==": "=="}
 
@@ -39,6 +39,7 @@ class Model(Changes):
 
     # Variables and parameters.
 
+    @uninterrupted()
     def variable(self, name: Optional[str] = None, shape: Any = (), lower: Any = None,
                  upper: Any = None, integer: bool = False, semidefinite: bool = False,
                  at: Any = None) -> Variable:
@@ -89,6 +90,7 @@ class Model(Changes):
         self.blocks.extend([dim] * count)
         return IndexMap(shape, self.tables.add(count, dim).nativeidxs)
 
+    @uninterrupted()
     def parameter(self, name: Optional[str] = None, value: Any = 0.0) -> Parameter:
         """A parameter, or an array of them of the shape of `value`; of a sparse matrix only the
         entries that it lists."""
@@ -119,13 +121,13 @@ class Model(Changes):
         else:
             held = data.dense()
             values = held if map.sparsity is None else array("d", [held[k] for k in map.sparsity])
+        self.native.values = True  # both first, as Ctrl-C may come in between
+        self.changed("%s has another value" % p.name)
         if p.is_whole and len(map) > 0:
             first = map.nativeidxs[0]
             self.param_value[first:first + len(map)] = values
         else:
             closure(102, map.narrow(), self.param_value, values)
-        self.native.values = True
-        self.changed("%s has another value" % p.name)
 
     def _claimed(self, held: Dict[Any, Any], name: Optional[str], what: str, letter: str) -> str:
         """The name of something new, one made up if there is none."""
@@ -153,6 +155,7 @@ class Model(Changes):
     def maximize(self, formula: Any) -> None:
         self._optimize(formula, True)
 
+    @uninterrupted()
     def _optimize(self, formula: Any, maximize: bool) -> None:
         f = self.own(as_formula(formula))
         if size(f.shape) != 1:
@@ -184,9 +187,6 @@ class Model(Changes):
         else:
             raise TypeError("a constraint is a comparison of formulas, a formula with lower= or "
                             "upper=, or one in a cone, not %r" % (held,))
-        self.constraints[name] = c
-        if self._since is None:
-            self.changed("a constraint was added")
         return c
 
     def _named(self, what: Tuple[Any, ...]) -> Tuple[Any, Any]:
@@ -216,17 +216,17 @@ class Model(Changes):
         if f.model is not self:
             self.own(f)
         if f.shape == () and is_number(lower) and is_number(upper):
+            self.batch.settle(self.constraints)
             place = self.batch.add(f, -math.inf if lower is None else lower,
                                    math.inf if upper is None else upper, name)
             if place is not None:
-                return Constraint(self, name, (), None, None, self.batch, place)
+                return self.registered(Constraint(self, name, (), None, None, self.batch, place))
         lower, upper = self.side(lower), self.side(upper)
         for side in (lower, upper):
             if side is not None and f.shape == ():
                 f = structure.spread(f, side.shape)
-        rows = self.build_rows(f, lower, upper, name_of(name))
         said = Between(f, lower, upper) if said is None else said
-        return Constraint(self, name, f.shape, said, rows)
+        return self.build_rows(name, f, lower, upper, said)
 
 
 def extents(shape: Any) -> Shape:

@@ -84,11 +84,11 @@ class Native:
             else:
                 self.adapter.load(model.problem())
                 self._costed = model.rows.costed()
+            model.rows.handed = len(model.rows.terms.subi)
+            self.forget()
         except BaseException:
             self.reason = "the change before failed"
             raise
-        model.rows.handed = len(model.rows.terms.subi)
-        self.forget()
         return account
 
     def _reason(self, chosen: Type[Adapter]) -> Optional[str]:

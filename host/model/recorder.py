@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import math
 from array import array
-from typing import Any, List, Optional
+from typing import Any, Container, List, Optional
 
 from ..data.bounds import sides
 from ..evaluator.expressions import Evaluator
@@ -16,10 +16,11 @@ MOST = 1000  # sums and products in a row that is recorded
 
 
 class Batch:
-    """Rows in the order in which they were recorded: the constant and the terms of each, and its
-    sides. `rows` are their numbers once they are built."""
+    """Rows in the order in which they were recorded: the name, the constant and the terms of each,
+    and its sides. `rows` are their numbers once they are built."""
 
     def __init__(self) -> None:
+        self.names: List[Any] = []
         self.fixed, self.ends = array("d"), array("q", [0])
         self.subj: List[int] = []
         self.cof: List[float] = []
@@ -27,7 +28,18 @@ class Batch:
         self.rows: Any = None
 
     def __len__(self) -> int:
-        return len(self.fixed)
+        return len(self.names)
+
+    def settle(self, known: Container[Any]) -> None:
+        """Takes back the last row if Ctrl-C came before the model had its constraint."""
+        count, names = len(self.names), self.names
+        if count > 0 and names[-1] not in known:
+            count -= 1
+        terms = self.ends[count]
+        if len(self.fixed) > count or len(self.subj) > terms:
+            for table in (names, self.fixed, self.lower, self.upper):
+                del table[count:]  # type: ignore[attr-defined]
+            del self.ends[count + 1:], self.subj[terms:], self.cof[terms:]
 
     def add(self, f: Formula, lower: float, upper: float, name: Any) -> Optional[int]:
         """The place of a new row in which the scalar formula is held between numbers, or None if it
@@ -43,10 +55,11 @@ class Batch:
             sides(lower, upper, (), name_of(name))
             raise ValueError("a coefficient is not finite: %s" % f)
         self.fixed.append(fixed)
-        self.ends.append(len(subj))
         self.lower.append(lower)
         self.upper.append(upper)
-        return len(self.fixed) - 1
+        self.ends.append(len(subj))
+        self.names.append(name)
+        return len(self.names) - 1
 
     def push(self, ev: Evaluator) -> Expression:
         """All rows as one expression."""

@@ -12,6 +12,7 @@ from ..closures import closure
 from ..data.buffers import zeros
 from ..data.entries import nonzeros
 from ..evaluator.stacks import Expression, Stack
+from ..interruptions import uninterrupted
 from ..solvers.problem import Forms
 from .affine_rows import ElementTables, evaluated, stored_rows, with_terms
 from .row_store import RowStore
@@ -137,6 +138,7 @@ class Rows:
         self.lower.set(rows, array("d", [lower]) * len(rows))
         self.upper.set(rows, array("d", [upper]) * len(rows))
 
+    @uninterrupted()
     def compact(self) -> None:
         """Gives up what freed rows hold."""
         if not self.freed:

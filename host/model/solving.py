@@ -51,10 +51,6 @@ class Solving(Printing):
         super().__init__(name)
         self.status, self.last_build = "not solved", ""
         self._reading: Optional[Reading] = None
-        self._since: Optional[str] = None  # the first change after the solution
-
-    def changed(self, what: str) -> None:
-        self._since = self._since or what
 
     def solve(self, solver: Optional[str] = None, time_limit: Optional[float] = None,
               log: Any = False, start: Optional[str] = None, form: str = "auto") -> Result:

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import sys
 from dataclasses import dataclass
+from numbers import Real
 from typing import Callable, ClassVar, FrozenSet, Optional
 
 from .problem import Problem, Solution
@@ -31,7 +32,8 @@ class Options:
     form: str = AUTOMATIC
 
     def __post_init__(self) -> None:
-        if self.time_limit is not None and not self.time_limit >= 0.0:
+        if self.time_limit is not None and not (isinstance(self.time_limit, Real)
+                                                and self.time_limit >= 0.0):
             raise ValueError("a time limit is a number of seconds from 0 on, not %r"
                              % (self.time_limit,))
         if self.start not in (None, BASIS):
