@@ -38,7 +38,7 @@ class Batch:
         terms = self.ends[count]
         if len(self.fixed) > count or len(self.subj) > terms:
             for table in (names, self.fixed, self.lower, self.upper):
-                del table[count:]  # type: ignore[attr-defined]
+                del table[count:]
             del self.ends[count + 1:], self.subj[terms:], self.cof[terms:]
 
     def add(self, f: Formula, lower: float, upper: float, name: Any) -> Optional[int]:
