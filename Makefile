@@ -47,7 +47,7 @@ docs:
 	@scripts/build.sh release
 	@scripts/docs.sh
 
-# make types [FILES=host]: the stubs, and what FILES names, by mypy --strict
+# make types [FILES="more.py ..."]: the stubs, host/ and what FILES names, by mypy --strict
 types:
 	@scripts/build.sh release
 	@scripts/types.sh $(FILES)
