@@ -321,7 +321,7 @@ void merge(Range& a, KeyA key_a, Range& b, KeyB key_b, Meet meet)
 template <class KeyA, class KeyB, class Match>
 void for_each_match(Range a, KeyA key_a, Range b, KeyB key_b, Match match)
 {
-    merge(a, key_a, b, key_b, [&](const auto&) { match(a.begin++, b.begin++); });
+    merge(a, key_a, b, key_b, [&](auto) { match(a.begin++, b.begin++); });
 }
 
 /// Merges two lists of elements by their strictly ascending linear indexes, from the places

@@ -35,9 +35,11 @@ template <class S, class Halve, class Copy, class Close>
 void merge_with_mirror(const MirroredOrder<S>& order, int& i1, int& i2, Halve halve, Copy copy,
                        Close close)
 {
-    const auto& [nelem, sp, mirrored, perm] = order;
-    Range own{i1, nelem};
-    Range mirror{i2, nelem};
+    const I64<S> sp = order.sp;
+    const I64<S> mirrored = order.mirrored;
+    const I32<S> perm = order.perm;
+    Range own{i1, order.nelem};
+    Range mirror{i2, order.nelem};
     merge_elements(
         own, [&](int64_t q) { return sp[q]; }, mirror, [&](int64_t k) { return mirrored[perm[k]]; },
         [&](bool in_own, bool in_mirror) {
